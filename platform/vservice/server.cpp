@@ -1,0 +1,252 @@
+// The serving side of the bus: one thread for each connection, in a fixed number of places, so that neither
+// a stalled caller nor a crowd of them holds up the others for long or uses the process up.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "channel.h"
+#include "frame.h"
+#include "io.h"
+#include "vservice.h"
+
+using namespace vservice;
+
+struct vs_server {
+    Descriptor claim;  ///< Lock file, held for life: it tells a socket that is served from a left-over one.
+    Descriptor listener;
+    Descriptor stop;    ///< Event that is readable from the stop on.
+    Descriptor places;  ///< Semaphore of the connections that may still be taken.
+    std::string socket_path;
+    std::map<std::string, vs_method> methods;
+};
+
+namespace {
+
+constexpr std::uint64_t kPlaces = 64;
+constexpr std::chrono::seconds kCallerPatience{10};
+constexpr int kBacklog = 128;
+
+int claim_name(const std::string& service, vs_server& server) {
+    if (mkdir(kSocketDirectory, 0755) != 0 && errno != EEXIST) {
+        return -errno;
+    }
+    const std::string path = std::string(kSocketDirectory) + "/" + service + ".lock";
+    server.claim = Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!server.claim) {
+        return -errno;
+    }
+    if (flock(server.claim.get(), LOCK_EX | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK ? -EADDRINUSE : -errno;
+    }
+    return 0;
+}
+
+// The socket gets its real name only when it listens and is closed to others: whoever sees the name can
+// call, and a socket that an earlier server left behind is replaced in one move.
+int listen_as(const std::string& service, const sockaddr_un& address, vs_server& server) {
+    sockaddr_un unpublished;
+    (void)make_address(service + ".new", unpublished);  // shorter than the published one, so it fits
+    unlink(unpublished.sun_path);
+    server.listener = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int fd = server.listener.get();
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&unpublished), sizeof unpublished) != 0 ||
+        chmod(unpublished.sun_path, 0600) != 0 || listen(fd, kBacklog) != 0 ||
+        rename(unpublished.sun_path, address.sun_path) != 0) {
+        return -errno;
+    }
+    server.socket_path = address.sun_path;
+    return 0;
+}
+
+int set_up(const std::string& service, vs_server& server) {
+    sockaddr_un address;
+    if (!is_service_name(service)) {
+        return -EINVAL;
+    }
+    if (const int result = make_address(service + ".sock", address); result != 0) {
+        return result;
+    }
+    server.stop = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    server.places = Descriptor(eventfd(kPlaces, EFD_CLOEXEC | EFD_SEMAPHORE));
+    if (!server.stop || !server.places) {
+        return -errno;
+    }
+    const int result = claim_name(service, server);
+    return result != 0 ? result : listen_as(service, address, server);
+}
+
+void take_place(const vs_server& server) {
+    eventfd_t taken = 0;
+    while (eventfd_read(server.places.get(), &taken) != 0 && errno == EINTR) {
+    }
+}
+
+void give_places(const vs_server& server, std::uint64_t count) {
+    eventfd_write(server.places.get(), count);
+}
+
+struct Request {
+    std::string method;
+    std::string body;
+};
+
+int receive_request(const vs_server& server, int fd, Request& request) {
+    const Deadline deadline(kCallerPatience);
+    const int result = receive_frame(fd, kMaxMethod, deadline, request.method, server.stop.get());
+    if (result != 0 || !is_method_name(request.method)) {
+        return result != 0 ? result : -EBADMSG;
+    }
+    return receive_frame(fd, kMaxText, deadline, request.body, server.stop.get());
+}
+
+int answer_unknown(vs_io& io, const std::string& method) {
+    io.text = "{\"error\":-1,\"data\":\"unknown method " + method + "\"}";
+    return vs_reply(&io);
+}
+
+int serve(const vs_server& server, Descriptor connection) {
+    Request request;
+    if (const int result = receive_request(server, connection.get(), request); result != 0) {
+        return result;
+    }
+    auto io = std::make_unique<vs_io>(vs_io{std::move(request.body), connection.get()});
+    const auto row = server.methods.find(request.method);
+    if (row == server.methods.end()) {
+        return answer_unknown(*io, request.method);
+    }
+    return row->second(io.release(), connection.release());
+}
+
+// Gives the caller a thread. Without one, or without memory, the connection just closes.
+void dispatch(const vs_server& server, Descriptor connection) {
+    take_place(server);
+    try {
+        std::thread([&server, connection = std::move(connection)]() mutable {
+            (void)without_exceptions([&] { return serve(server, std::move(connection)); });
+            give_places(server, 1);
+        }).detach();
+    } catch (const std::exception&) {
+        give_places(server, 1);
+    }
+}
+
+bool is_passing(int error) {
+    return error == EAGAIN || error == EINTR || error == ECONNABORTED;
+}
+
+bool is_shortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+int accept_one(const vs_server& server) {
+    Descriptor connection(accept4(server.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (connection) {
+        if (peer_is_root(connection.get())) {
+            dispatch(server, std::move(connection));
+        }
+        return 0;
+    }
+    if (is_shortage(errno)) {
+        // The caller stays in the queue, so the listener would wake us again at once.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return 0;
+    }
+    return is_passing(errno) ? 0 : -errno;
+}
+
+int accept_until_stop(const vs_server& server) {
+    const Deadline never = Deadline::never();
+    int result = 0;
+    while (result == 0) {
+        result = wait_ready(server.places.get(), POLLIN, never, server.stop.get());
+        result = result != 0 ? result : wait_ready(server.listener.get(), POLLIN, never, server.stop.get());
+        result = result != 0 ? result : accept_one(server);
+    }
+    return result == -ECANCELED ? 0 : result;
+}
+
+// A thread gives its place back as its last act, so all places together mean that no thread is left.
+void wait_for_connections(const vs_server& server) {
+    for (std::uint64_t place = 0; place < kPlaces; ++place) {
+        take_place(server);
+    }
+    give_places(server, kPlaces);
+}
+
+int reply(vs_io& io) {
+    if (io.reply_socket < 0) {
+        return -ENOTCONN;
+    }
+    if (io.text.size() > kMaxText) {
+        return -EMSGSIZE;
+    }
+    std::string frame;
+    append_frame(frame, io.text);
+    return send_all(std::exchange(io.reply_socket, -1), frame, Deadline(kCallerPatience));
+}
+
+}  // namespace
+
+int vs_reply(vs_io* io) {
+    if (io == nullptr) {
+        return -EINVAL;
+    }
+    return without_exceptions([&] { return reply(*io); });
+}
+
+vs_server* vs_server_create(const char* service) {
+    std::unique_ptr<vs_server> server(new (std::nothrow) vs_server);
+    const int result = without_exceptions([&] {
+        return service == nullptr ? -EINVAL : server == nullptr ? -ENOMEM : set_up(service, *server);
+    });
+    if (result == 0) {
+        return server.release();
+    }
+    server.reset();
+    errno = -result;
+    return nullptr;
+}
+
+int vs_server_add_method(vs_server* server, const char* name, vs_method method) {
+    if (server == nullptr || name == nullptr || method == nullptr || !is_method_name(name)) {
+        return -EINVAL;
+    }
+    return without_exceptions([&] { return server->methods.emplace(name, method).second ? 0 : -EEXIST; });
+}
+
+int vs_server_run(vs_server* server) {
+    if (server == nullptr) {
+        return -EINVAL;
+    }
+    const int result = accept_until_stop(*server);
+    if (result != 0) {
+        vs_server_stop(server);
+    }
+    wait_for_connections(*server);
+    return result;
+}
+
+void vs_server_stop(vs_server* server) {
+    const int saved_errno = errno;
+    if (server != nullptr) {
+        eventfd_write(server->stop.get(), 1);
+    }
+    errno = saved_errno;
+}
+
+void vs_server_free(vs_server* server) {
+    if (server != nullptr && !server->socket_path.empty()) {
+        unlink(server->socket_path.c_str());
+    }
+    delete server;
+}

@@ -1,0 +1,231 @@
+// The JSON store.
+#include "config/nmconfig.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+#include <vector>
+
+#include "kernel/Utils.h"
+#include "kernel/utils/handles.h"
+#include "kernel/utils/json_text.h"
+#include "log.h"
+#include "peers/bus_exchange.h"
+#include "peers/service_bus.h"
+#include "result_codes.h"
+
+namespace {
+
+constexpr const char* kServiceMarker = "/usr/bin/python";
+constexpr const char* kDeviceSnapshotPath = "/var/run/network/device_info.curr";
+constexpr size_t kKeptFiles = 10;
+
+bool has_service() {
+    return is_file_exists(kServiceMarker);
+}
+
+/// One exchange with `ncaas` about the document at `path`; `reply` takes the answer's text.
+int call_ncaas(const char* method, const std::string& path, const std::string& request, std::string& reply) {
+    constexpr int kTimeout = 5;
+    const int ret = nm::exchange("ncaas", method, request, kTimeout, reply);
+    if (ret == NM_ERR_BUS_IO) {
+        NM_LOG(Error) << "vs_io_create failed";
+    }
+    if (ret == NM_ERR_BUS_CALL) {
+        NM_LOG(Error) << "vs_call ncaas." << method << " path=" << path << " failed";
+    }
+    return ret;
+}
+
+int parse_answer(const std::string& text, Json::Value& answer, int& error) {
+    if (!nm::read_envelope(text, answer, error)) {
+        NM_LOG(Error) << "JSON reader parse fail!";
+        return NM_ERR_PARSE;
+    }
+    return NM_OK;
+}
+
+/// The `.tmp` file next to `path`, complete and on the disk. The lock of writeValue() hides its failures, so
+/// the file itself is asked: a cut-off text must never be renamed over a good document.
+int write_beside(const std::string& path, const std::string& beside, const std::string& text) {
+    NM_LOG(Debug) << "Saving " << beside;
+    if (writeValue(beside, text, true) != NM_OK || nm::sync_to_disk(beside, text.size()) != NM_OK) {
+        NM_LOG(Error) << "Save JSON into file failed.";
+        return NM_ERR_WRITE;
+    }
+    NM_LOG(Debug) << "JSON Length: " << text.size();
+    if (rename(beside.c_str(), path.c_str()) != 0) {
+        NM_LOG(Error) << "Move file " << beside << " to " << path << " failed";
+        return NM_ERR_WRITE;
+    }
+    return NM_OK;
+}
+
+int replace_document(const std::string& path, const Json::Value& value) {
+    const std::string text = nm::write_compact_json(value);
+    if (text.empty()) {
+        NM_LOG(Error) << "JSON dump to buffer failed";
+        return NM_ERR_WRITE;
+    }
+    return write_beside(path, path + ".tmp", text);
+}
+
+}  // namespace
+
+int json_file_to_mem(std::string path, Json::Value& out) {
+    if (has_service() && _json_ncaas_to_mem(path, out) == NM_OK) {
+        return NM_OK;
+    }
+    return _json_file_to_mem(path, out);
+}
+
+int json_mem_to_file(std::string path, Json::Value& value, bool force_file) {
+    if (!force_file && has_service() && _json_mem_to_ncaas(path, value) == NM_OK) {
+        return NM_OK;
+    }
+    return _json_mem_to_file(path, value);
+}
+
+int _json_file_to_mem(std::string path, Json::Value& out) {
+    const std::string text = readValue(path, true);
+    if (text.empty()) {
+        NM_LOG(Error) << path << " is not found";
+        return NM_ERR_NOT_FOUND;
+    }
+    NM_LOG(Debug) << "Loading " << path;
+    if (!nm::parse_json(text, out)) {
+        NM_LOG(Error) << "Json reader parse fail!";
+        return NM_ERR_PARSE;
+    }
+    NM_LOG(Debug) << "JSON Length: " << text.size();
+    return NM_OK;
+}
+
+int _json_mem_to_file(std::string path, Json::Value& value) {
+    const int fd = lock_ex(path.c_str());
+    if (fd < 0) {
+        return fd;
+    }
+    const int ret = replace_document(path, value);
+    // Releasing the lock decides the result, as everywhere where a write is locked; a failed write stands
+    // in the log.
+    (void)ret;
+    return unlock_ex(fd, path.c_str(), false);
+}
+
+int _json_ncaas_to_mem(std::string path, Json::Value& out) {
+    std::string text;
+    const int ret = call_ncaas("read_json", path, "{\"path\": \"" + path + "\"}", text);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    if (text.empty()) {
+        NM_LOG(Error) << "JSON file may be empty";
+        return NM_ERR_EMPTY;
+    }
+    Json::Value reply;
+    int error = 0;
+    const int parse_ret = parse_answer(text, reply, error);
+    if (parse_ret != NM_OK) {
+        return parse_ret;
+    }
+    if (error != 0) {
+        NM_LOG(Error) << "Get error: " << error;
+        return NM_ERR_PARSE;
+    }
+    out = reply["data"];
+    return NM_OK;
+}
+
+int _json_mem_to_ncaas(std::string path, Json::Value& value) {
+    Json::Value request;
+    request["path"] = path;
+    request["data"] = value;
+    const std::string text = nm::write_compact_json(request);
+    if (text.empty()) {
+        NM_LOG(Error) << "JSON dump to buffer failed";
+        return NM_ERR_WRITE;
+    }
+    NM_LOG(Debug) << "Saving " << path << ", JSON Length: " << text.size();
+    std::string answer;
+    const int ret = call_ncaas("write_json", path, text, answer);
+    if (ret != NM_OK || answer.empty()) {
+        return ret;
+    }
+    Json::Value reply;
+    int error = 0;
+    const int parse_ret = parse_answer(answer, reply, error);
+    if (parse_ret != NM_OK) {
+        return parse_ret;
+    }
+    if (error != 0) {
+        NM_LOG(Error) << "Get error: " << nm::show_json(reply["data"]);
+        return NM_ERR_BUS_CALL;
+    }
+    return NM_OK;
+}
+
+int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>& out) {
+    if (!is_file_exists(path)) {
+        NM_LOG(Error) << path << " is not existed!";
+        return NM_ERR_NOT_FOUND;
+    }
+    const std::string text = readValue(path, true);
+    if (text.empty()) {
+        NM_LOG(Debug) << path << " is empty file; do nothing.";
+        return NM_OK;
+    }
+    out.clear();
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t sign = line.find('=');
+        if (sign != std::string::npos) {
+            out[line.substr(0, sign)] = line.substr(sign + 1);
+        }
+    }
+    return NM_OK;
+}
+
+int ini_conf_write(std::string path, std::unordered_map<std::string, std::string>& in) {
+    std::string text;
+    for (const auto& [key, value] : in) {
+        text += key + "=" + value + "\n";
+    }
+    return writeValue(path, text, true);
+}
+
+int rotate_config(const char* dir, const char* prefix) {
+    if (dir == nullptr) {
+        NM_LOG(Error) << "path is Null pointer.";
+        return NM_ERR_NULL_ARG;
+    }
+    nm::Directory directory(dir);
+    if (!directory) {
+        NM_LOG(Error) << "Directory does not exist. path: " << dir;
+        return NM_ERR_NULL_ARG;
+    }
+    const std::string family = prefix != nullptr ? prefix : "";
+    std::vector<std::string> names;
+    while (const dirent* entry = directory.next()) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != ".." && name.compare(0, family.size(), family) == 0) {
+            names.push_back(name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    const size_t surplus = names.size() > kKeptFiles ? names.size() - kKeptFiles : 0;
+    for (size_t i = 0; i < surplus; ++i) {
+        const std::string path = std::string(dir) + "/" + names[i];
+        if (remove(path.c_str()) != 0) {
+            NM_LOG(Error) << path << " remove fail.";
+        }
+    }
+    return NM_OK;
+}
+
+int copy_save_to_curr() {
+    NM_LOG(Debug) << "Enter";
+    const int ret = copy_file(kDeviceInfoPath, kDeviceSnapshotPath);
+    sync_file(kDeviceSnapshotPath);
+    return NM_EXIT(ret);
+}

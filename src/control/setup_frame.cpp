@@ -1,0 +1,144 @@
+// The frame of every setup call: entry and request layers.
+#include "control/setup_frame.h"
+
+#include "kernel/utils/json_text.h"
+#include "peers/logging.h"
+
+namespace {
+
+/// What one member of a request asks for.
+struct Request {
+    uint32_t act = 0;
+    uint32_t ops = 0;
+};
+
+bool read_number(const Json::Value& member, const std::string& name, const char* key, uint32_t& number) {
+    const Json::Value& value = nm::json_member(member, key);
+    if (!member.isMember(key)) {
+        return true;
+    }
+    if (!value.isUInt()) {
+        NM_LOG(Error) << "[" << name << "]: [" << key << "] is not valid format";
+        return false;
+    }
+    number = value.asUInt();
+    return true;
+}
+
+int read_request(const Json::Value& member, const std::string& name, Request& request) {
+    if (!member.isObject()) {
+        NM_LOG(Error) << "[" << name << "] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    const bool valid =
+        read_number(member, name, "ops", request.ops) && read_number(member, name, "act", request.act);
+    return valid ? NM_OK : NM_ERR_BAD_FORMAT;
+}
+
+/// The path of the first member; a request without members has none.
+int read_path(const Json::Value& root, std::string& path) {
+    if (root.empty()) {
+        return NM_OK;
+    }
+    const std::string name = root.begin().name();
+    const Json::Value& first = *root.begin();
+    if (!first.isObject()) {
+        NM_LOG(Error) << "[" << name << "] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    if (first.isMember("path") && !first["path"].isString()) {
+        NM_LOG(Error) << "[" << name << "]: [path] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    path = nm::json_string_or(first, "path", "");
+    return NM_OK;
+}
+
+int parse_request(const char* json, Json::Value& root) {
+    if (json == nullptr) {
+        NM_LOG(Error) << "json is Null pointer.";
+        return NM_ERR_NULL_ARG;
+    }
+    if (!nm::parse_json(json, root, true)) {
+        NM_LOG(Error) << "Json parse failed.";
+        return NM_ERR_PARSE;
+    }
+    if (!root.isObject()) {
+        NM_LOG(Error) << "root is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    return NM_OK;
+}
+
+int load_request(const char* json, Json::Value& root, std::string& path, Json::Value& document) {
+    int ret = parse_request(json, root);
+    if (ret == NM_OK) {
+        ret = read_path(root, path);
+    }
+    return ret == NM_OK ? json_file_to_mem(path, document) : ret;
+}
+
+}  // namespace
+
+namespace nm {
+
+int code_of_current_exception() {
+    try {
+        throw;
+    } catch (int code) {
+        return code;
+    } catch (const Json::Exception& error) {
+        NM_LOG(Error) << "A value is not valid format: " << error.what();
+        return NM_ERR_BAD_FORMAT;
+    } catch (const std::bad_alloc&) {
+        NM_LOG(Error) << "Cannot allocate memory";
+        return NM_ERR_NOMEM;
+    } catch (const std::exception& error) {
+        NM_LOG(Error) << error.what();
+        return NM_ERR_SERVICE;
+    } catch (...) {
+        NM_LOG(Error) << "Unknown exception";
+        return NM_ERR_SERVICE;
+    }
+}
+
+int run_request(const char* json, const RequestFamily& family) {
+    Json::Value root;
+    std::string path;
+    Json::Value document;
+    int ret = load_request(json, root, path, document);
+    if (ret < 0) {
+        return ret;
+    }
+    uint32_t all_ops = 0;
+    bool set_of_ports_changed = false;
+    for (auto member = root.begin(); member != root.end(); ++member) {
+        Request request;
+        ret = read_request(*member, member.name(), request);
+        if (ret != NM_OK) {
+            continue;
+        }
+        ret = family.target(member.name(), request.act, request.ops, path, document);
+        all_ops |= request.ops;
+        set_of_ports_changed = set_of_ports_changed || request.act != ACT_ALT;
+    }
+    if ((all_ops & OPT_RATE) == 0 && !set_of_ports_changed) {
+        return ret;
+    }
+    for (const FollowUp follow_up : family.follow_ups) {
+        (void)shielded([&] { return follow_up(path); });  // logged where it failed; the ports are set up
+    }
+    return ret;
+}
+
+int run_entry(const char* signature, int (*request)(char* json), char* json) {
+    return shielded([&] {
+        INITIALIZE_LOG("MAIN");
+        LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << SEPARATE_LINE;
+        LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
+        const int ret = shielded([&] { return request(json); });
+        return log_exit(ret, __FILE__, __LINE__, signature);
+    });
+}
+
+}  // namespace nm

@@ -1,0 +1,27 @@
+// Setup of WAN ports: the family's rows.
+#include "control/setup_wan.h"
+
+#include "config/tcp_window.h"
+#include "control/setup_frame.h"
+#include "interfaces/WanInterface.h"
+
+int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
+    static const nm::Family<WanInterface> family{
+        "WanInterface",
+        create_WAN,
+        [](WanInterface& wan, const std::string&) { return wan.get_interface(); },
+        &WanInterface::add_if,
+        &WanInterface::del_if,
+        &WanInterface::alt_if,
+    };
+    return nm::run_target(family, {std::move(name), act, opt, std::move(path), std::move(cfg)});
+}
+
+int setup_wanif(char* json) {
+    static const nm::RequestFamily family{_setup_wanif, {scale_tcp_window}};
+    return nm::run_request(json, family);
+}
+
+int Setup_wanif(char* json) {
+    return nm::run_entry(__PRETTY_FUNCTION__, setup_wanif, json);
+}

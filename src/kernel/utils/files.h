@@ -1,0 +1,47 @@
+// Whole files: read, write, copy, and getting them onto the disk.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#pragma GCC visibility push(default)
+
+/// The whole file as text; empty if it can't be read. With `lock` under the shared lock of its base
+/// name, whose lock file is deleted afterwards; empty as well if the lock can't be had.
+std::string readValue(std::string path, bool lock);
+
+/// Writes `value` as it stands, without a line end. The file is emptied before the lock is taken, so a
+/// reader may see it empty, and a failed lock (its code is the result) leaves it so.
+///
+/// Without `lock`: 0, NM_ERR_OPEN or NM_ERR_WRITE (disk full). With `lock` the unlock's result is the
+/// result, so a failed write that could be unlocked yields 0; the failure stands in the log only.
+int writeValue(std::string path, std::string value, bool lock);
+
+/// Copies under the shared lock of `from` and the exclusive lock of `to`, which are tried both. The code
+/// of a lock that can't be had (the source's first), else the result of the last unlock, even after a
+/// failed copy. Two files of one base name share one lock, so such a copy blocks itself: NM_ERR_LOCK.
+int copy_file(std::string from, std::string to);
+
+/// Whether `path` is a regular file, seen through symbolic links.
+bool is_file_exists(const std::string& path);
+
+#pragma GCC visibility pop
+
+namespace nm {
+
+/// Everything that can still be read from `fd`; nothing on a read error.
+std::optional<std::string> read_to_end(int fd);
+
+/// Writes all of `text`; false on the first error, with errno set.
+bool write_all(int fd, std::string_view text);
+
+/// The whole file without lock and without log; nothing if it can't be opened or read.
+std::optional<std::string> read_file(const std::string& path);
+
+/// Waits until the file's content is on the disk. 0, or NM_ERR_WRITE if that fails or if the file does
+/// not hold `expected_size` bytes, so that a cut file never takes a good one's place by a rename.
+int sync_to_disk(const std::string& path, std::size_t expected_size);
+
+}  // namespace nm

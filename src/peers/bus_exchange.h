@@ -1,0 +1,18 @@
+// One request and its reply on the service bus, and the envelope that replies come in.
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+
+namespace nm {
+
+/// Sends `request` to `service.method` and stores the reply's text. 0; NM_ERR_BUS_IO; NM_ERR_BUS_CALL, also
+/// when nothing came within `timeout_seconds`. Logs nothing: callers have words of their own.
+int exchange(const std::string& service, const std::string& method, const std::string& request,
+             int timeout_seconds, std::string& reply);
+
+/// Parses a reply and reads its `error`, 0 if it has none. False for a text that is no such envelope.
+bool read_envelope(const std::string& text, Json::Value& reply, int& error);
+
+}  // namespace nm

@@ -1,0 +1,147 @@
+// Calls over the service bus.
+#include "peers/service_bus.h"
+
+#include <iostream>
+
+#include "kernel/utils/json_text.h"
+#include "log.h"
+#include "peers/bus_exchange.h"
+#include "result_codes.h"
+
+namespace {
+
+constexpr int kWrapperTimeout = 60;
+constexpr int kDirectTimeout = 5;
+
+/// Asks `ncaas` for a file; `report` gets the line that tells of an error in the reply.
+template <class Report>
+void ask_ncaas_for_file(const std::string& method, const std::string& path, Report report) {
+    std::string text;
+    const int ret = nm::exchange("ncaas", method, "{\"path\": \"" + path + "\"}", kDirectTimeout, text);
+    if (ret == NM_ERR_BUS_IO) {
+        NM_LOG(Error) << "vs_io_create failed";
+        return;
+    }
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vs_call ncaas." << method << " path=" << path << " failed";
+        return;
+    }
+    Json::Value reply;
+    int error = 0;
+    if (nm::read_envelope(text, reply, error) && error != 0) {
+        report("Get error: " + nm::show_json(reply["data"]));
+    }
+}
+
+void log_error(const std::string& line) {
+    NM_LOG(Error) << line;
+}
+
+/// What `ncaas.<method>` answers, as a value.
+int ask_ncaas_for_value(const std::string& method, Json::Value& value) {
+    std::string input;
+    std::string output;
+    const int ret = vservice_call("ncaas", method, input, output, false);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vsh ncaas." << method << " failed, ret: " << ret;
+        return ret;
+    }
+    if (!nm::parse_json(output, value)) {
+        NM_LOG(Error) << "Json reader parse failed!, data: " << output;
+        return NM_ERR_PARSE;
+    }
+    return NM_OK;
+}
+
+}  // namespace
+
+int vservice_call(std::string service, std::string method, std::string& input, std::string& output, bool) {
+    std::string raw;
+    const int ret = nm::exchange(service, method, input, kWrapperTimeout, raw);
+    if (ret == NM_ERR_BUS_IO) {
+        NM_LOG(Error) << "vs_io_create failed.";
+        return ret;
+    }
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vs_call " << service << "." << method << " failed. input: " << input;
+        return ret;
+    }
+    Json::Value reply;
+    int error = 0;
+    if (!nm::read_envelope(raw, reply, error)) {
+        NM_LOG(Error) << "Json reader parse fail!, raw data: " << raw;
+        return NM_ERR_PARSE;
+    }
+    output = reply.isMember("data") ? nm::write_compact_json(reply["data"]) : "";
+    if (error != 0) {
+        NM_LOG(Error) << "vsh call error. raw data: " << raw;
+    }
+    return error;
+}
+
+void read_ini(std::string path) {
+    ask_ncaas_for_file("read_ini", path, [](const std::string& line) { std::cout << line; });
+}
+
+void read_json(std::string path) {
+    ask_ncaas_for_file("read_json", path, log_error);
+}
+
+void sync_file(std::string path) {
+    ask_ncaas_for_file("sync_file", path, log_error);
+}
+
+int get_device_id() {
+    Json::Value id;
+    if (ask_ncaas_for_value("get_devid", id) != NM_OK) {
+        return 0;
+    }
+    if (!id.isInt()) {
+        NM_LOG(Error) << "Json reader parse failed!, data: " << nm::show_json(id);
+        return 0;
+    }
+    return id.asInt();
+}
+
+int get_model(std::string& model) {
+    Json::Value answer;
+    const int ret = ask_ncaas_for_value("get_model", answer);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    if (!answer.isString()) {
+        NM_LOG(Error) << "Json reader parse failed!, data: " << nm::show_json(answer);
+        return NM_ERR_PARSE;
+    }
+    model = answer.asString();
+    return NM_OK;
+}
+
+namespace nm {
+
+int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
+                int missing_error) {
+    std::string input = write_compact_json(request);
+    std::string output;
+    const int ret = vservice_call(service, method, input, output, false);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vsh " << service << "." << method << " failed.";
+        return ret;
+    }
+    Json::Value reply;
+    if (!parse_json(output, reply)) {
+        NM_LOG(Error) << "Json parse failed.";
+        return NM_ERR_PARSE;
+    }
+    int error = 0;
+    if (!json_integer(reply, "error", missing_error, error)) {
+        NM_LOG(Error) << "Unknown Error: " << output;
+        return NM_ERR_PARSE;
+    }
+    if (error != 0) {
+        NM_LOG(Error) << "Error: " << show_json(json_member(reply, "result"));
+    }
+    return error;
+}
+
+}  // namespace nm
