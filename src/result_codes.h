@@ -62,7 +62,7 @@ constexpr int NM_ERR_VLAN_NAME = -1205;
 constexpr int NM_ERR_NL_ARG = -1301;
 constexpr int NM_ERR_NL_SOCKET = -1302;
 constexpr int NM_ERR_NL_CONNECT = -1304;
-constexpr int NM_ERR_NL_ADD = -1306;
+constexpr int NM_ERR_NL_ROUTE_ADD = -1306;
 constexpr int NM_ERR_NL_ROUTE_DELETE = -1307;
 constexpr int NM_ERR_NL_RULE_ADD = -1308;
 constexpr int NM_ERR_NL_RULE_DELETE = -1309;
@@ -85,9 +85,11 @@ constexpr int NM_ERR_BUS_IO = -1601;
 constexpr int NM_ERR_BUS_CALL = -1602;
 constexpr int NM_ERR_BUS_READ = -1603;
 constexpr int NM_ERR_BUS_DAEMON_READ = -1604;
+constexpr int NM_ERR_RELOAD = -1605;
 
 // Local management.
 constexpr int NM_ERR_MGMT_ARG = -1901;
+constexpr int NM_ERR_MGMT_STATIC_ROUTE = -1907;
 
 /// One row of the result table: the number, the constant's name and what it means in a few words.
 struct ResultCode {
@@ -148,7 +150,7 @@ inline constexpr std::array kResultCodes{
     ResultCode{NM_ERR_NL_ARG, "NM_ERR_NL_ARG", "null argument of a link operation"},
     ResultCode{NM_ERR_NL_SOCKET, "NM_ERR_NL_SOCKET", "no netlink socket"},
     ResultCode{NM_ERR_NL_CONNECT, "NM_ERR_NL_CONNECT", "the connection failed"},
-    ResultCode{NM_ERR_NL_ADD, "NM_ERR_NL_ADD", "the route could not be added"},
+    ResultCode{NM_ERR_NL_ROUTE_ADD, "NM_ERR_NL_ROUTE_ADD", "the route could not be added"},
     ResultCode{NM_ERR_NL_ROUTE_DELETE, "NM_ERR_NL_ROUTE_DELETE", "the route could not be deleted"},
     ResultCode{NM_ERR_NL_RULE_ADD, "NM_ERR_NL_RULE_ADD", "the rule could not be added"},
     ResultCode{NM_ERR_NL_RULE_DELETE, "NM_ERR_NL_RULE_DELETE", "the rule could not be deleted"},
@@ -165,7 +167,10 @@ inline constexpr std::array kResultCodes{
     ResultCode{NM_ERR_BUS_CALL, "NM_ERR_BUS_CALL", "a service-bus call failed"},
     ResultCode{NM_ERR_BUS_READ, "NM_ERR_BUS_READ", "the bus request could not be read"},
     ResultCode{NM_ERR_BUS_DAEMON_READ, "NM_ERR_BUS_DAEMON_READ", "the daemon request could not be read"},
+    ResultCode{NM_ERR_RELOAD, "NM_ERR_RELOAD", "a peer service could not reload its conditions"},
     ResultCode{NM_ERR_MGMT_ARG, "NM_ERR_MGMT_ARG", "a local management argument is empty or unreadable"},
+    ResultCode{NM_ERR_MGMT_STATIC_ROUTE, "NM_ERR_MGMT_STATIC_ROUTE",
+               "the shared static routes could not be switched"},
 };
 
 /// The row of `code`; positive codes and codes of other programs get a row without a name.

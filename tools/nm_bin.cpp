@@ -26,7 +26,7 @@ struct Command {
 };
 
 constexpr std::array kCommands{
-    Command{"Setup_wanif", Setup_wanif, "add, delete or alter WAN ports (MTU, link, QoS)"},
+    Command{"Setup_wanif", Setup_wanif, "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
 };
 
 void print_usage(std::ostream& out) {

@@ -1,12 +1,15 @@
 // The JSON store.
 #include "config/nmconfig.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
 #include <vector>
 
 #include "kernel/Utils.h"
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/handles.h"
 #include "kernel/utils/json_text.h"
 #include "log.h"
@@ -45,6 +48,14 @@ int parse_answer(const std::string& text, Json::Value& answer, int& error) {
     return NM_OK;
 }
 
+/// A document that only some may read, since it holds passwords, stays so when it is replaced.
+void keep_mode(const std::string& path, const std::string& beside) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && chmod(beside.c_str(), status.st_mode & ALLPERMS) != 0) {
+        NM_LOG(Error) << "Cannot set the mode of " << beside;
+    }
+}
+
 /// The `.tmp` file next to `path`, complete and on the disk. The lock of writeValue() hides its failures, so
 /// the file itself is asked: a cut-off text must never be renamed over a good document.
 int write_beside(const std::string& path, const std::string& beside, const std::string& text) {
@@ -54,6 +65,7 @@ int write_beside(const std::string& path, const std::string& beside, const std::
         return NM_ERR_WRITE;
     }
     NM_LOG(Debug) << "JSON Length: " << text.size();
+    keep_mode(path, beside);
     if (rename(beside.c_str(), path.c_str()) != 0) {
         NM_LOG(Error) << "Move file " << beside << " to " << path << " failed";
         return NM_ERR_WRITE;
@@ -102,15 +114,14 @@ int _json_file_to_mem(std::string path, Json::Value& out) {
 }
 
 int _json_mem_to_file(std::string path, Json::Value& value) {
-    const int fd = lock_ex(path.c_str());
-    if (fd < 0) {
-        return fd;
+    nm::LockGuard lock(path);
+    if (lock.handle() < 0) {
+        return lock.handle();
     }
-    const int ret = replace_document(path, value);
     // Releasing the lock decides the result, as everywhere where a write is locked; a failed write stands
     // in the log.
-    (void)ret;
-    return unlock_ex(fd, path.c_str(), false);
+    (void)replace_document(path, value);
+    return lock.release();
 }
 
 int _json_ncaas_to_mem(std::string path, Json::Value& out) {
@@ -189,6 +200,10 @@ int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>
 int ini_conf_write(std::string path, std::unordered_map<std::string, std::string>& in) {
     std::string text;
     for (const auto& [key, value] : in) {
+        if ((key + value).find('\n') != std::string::npos) {
+            NM_LOG(Error) << path << ": the value of [" << key << "] would add a line";
+            return NM_ERR_BAD_VALUE;
+        }
         text += key + "=" + value + "\n";
     }
     return writeValue(path, text, true);

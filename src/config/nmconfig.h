@@ -37,7 +37,8 @@ int _json_mem_to_ncaas(std::string path, Json::Value& value);
 /// NM_ERR_NOT_FOUND if it is no regular file.
 int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>& out);
 
-/// Writes one `key=value` line per entry, in the map's order. Results of writeValue().
+/// Writes one `key=value` line per entry, in the map's order. Results of writeValue(); NM_ERR_BAD_VALUE, with
+/// nothing written, for an entry that holds a line end.
 int ini_conf_write(std::string path, std::unordered_map<std::string, std::string>& in);
 
 /// Deletes the lowest names of `dir` that begin with `prefix` until ten are left; the names must sort by

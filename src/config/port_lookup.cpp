@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "config/nmconfig.h"
+#include "config/port_names.h"
 #include "config/schema.h"
 #include "kernel/Utils.h"
 #include "kernel/link.h"
@@ -153,7 +154,7 @@ int get_portname_by_ifname(std::string ifname, Json::Value root, std::string& po
     for (const char* section : {"WAN_PORT", "LAN_PORT"}) {
         const Json::Value& ports = nm::json_member(root, section);
         for (auto entry = ports.begin(); entry != ports.end(); ++entry) {
-            if (nm::json_string_or(*entry, "INTERFACE", "") != device) {
+            if (device.empty() || nm::json_string_or(*entry, "INTERFACE", "") != device) {
                 continue;
             }
             port = entry.name();

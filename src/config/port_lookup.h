@@ -65,18 +65,3 @@ int json_key_foreach_value_do(std::string path, std::string section, bool flag, 
 int get_id_by_wan_ifname(std::string ifname, uint8_t& id, std::string path);
 
 #pragma GCC visibility pop
-
-namespace nm {
-
-/// The number behind "PORT" in a port's name, 0 if there is none.
-int port_index(const std::string& portname);
-
-/// The key of the entry of a `*_PORT` section that `ifname` belongs to: the one whose `INTERFACE` is the
-/// name, else the first whose `INTERFACE` the name begins with (a name with a suffix still matches). Empty
-/// if there is none.
-std::string find_port_of_ifname(const Json::Value& ports, const std::string& ifname);
-
-/// `name` as PPPoE traffic runs on it.
-std::string ppp_ifname(const std::string& name);
-
-}  // namespace nm

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "config/port_lookup.h"
+#include "config/port_names.h"
 #include "kernel/Utils.h"
 #include "log.h"
 

@@ -51,6 +51,9 @@ int read_path(const Json::Value& root, std::string& path) {
         return NM_ERR_BAD_FORMAT;
     }
     path = nm::json_string_or(first, "path", "");
+    if (path.empty()) {
+        NM_LOG(Error) << "[" << name << "]: [path] is empty";
+    }
     return NM_OK;
 }
 

@@ -81,6 +81,7 @@ int operate_locked(const Family<T>& family, T& instance, const Target& target) {
 /// The target layer. A delete works on the stored state: the port no longer stands in the new document.
 template <class T>
 int run_target(const Family<T>& family, Target target) {
+    NM_LOG(Debug) << "Enter";
     NM_LOG(Trace) << "name: " << target.name << ", act: " << target.act << ", opt: " << target.opt
                   << ", path: " << target.path;
     return NM_EXIT(shielded([&] {

@@ -17,6 +17,10 @@ int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string, Json::
 
 int check_iface_link_up(WanIfaceInfo* info, unsigned int act) {
     if ((act & OPT_LINK_TOLD) == 0) {
+        if (info == nullptr) {
+            NM_LOG(Error) << "info is NULL";
+            return 0;
+        }
         return is_interface_link_up(info->get_ifname(), info->get_dev_type());
     }
     if ((act & OPT_LINK_TOLD_UP) == 0) {

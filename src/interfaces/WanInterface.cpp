@@ -54,7 +54,7 @@ int WanInterface::setup_if(uint32_t opt) {
     if (dev_type.empty()) {
         return NM_EXIT(NM_ERR_BAD_TYPE);
     }
-    NM_LOG(Debug) << "opt=0x" << std::hex << opt;
+    NM_LOG(Debug) << "opt=" << std::hex << opt;
     if ((opt & OPT_LINK) != 0) {
         const int ret = set_mtu();
         if (ret != NM_OK) {

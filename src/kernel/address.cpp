@@ -2,17 +2,179 @@
 #include "kernel/address.h"
 
 #include <net/if.h>
+#include <netlink/errno.h>
 #include <netlink/route/rtnl.h>
 #include <netlink/utils.h>
 
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 #include "kernel/netlink.h"
+#include "log.h"
 #include "result_codes.h"
 
 namespace {
+
+constexpr nm::ConnectCodes kByIndex{NM_ERR_SOCKET, NM_ERR_NL_CONNECT};
+constexpr nm::ConnectCodes kByName{NM_ERR_NL_SOCKET, NM_ERR_NL_CONNECT};
+
+bool has_any_scope(rtnl_addr*) {
+    return true;
+}
+
+bool has_universe_scope(rtnl_addr* address) {
+    return rtnl_addr_get_scope(address) == RT_SCOPE_UNIVERSE;
+}
+
+bool has_link_scope(rtnl_addr* address) {
+    return rtnl_addr_get_scope(address) == RT_SCOPE_LINK;
+}
+
+bool has_wider_scope(rtnl_addr* address) {
+    if (!has_link_scope(address)) {
+        return true;
+    }
+    NM_LOG(Debug) << "ignoring IPv6 link-local address";
+    return false;
+}
+
+/// Which addresses a walk is about.
+struct Selection {
+    unsigned int ifindex;
+    int family;
+    bool (*has_wanted_scope)(rtnl_addr* address);
+
+    bool holds(rtnl_addr* address) const {
+        return rtnl_addr_get_ifindex(address) == static_cast<int>(ifindex) &&
+               rtnl_addr_get_family(address) == family && has_wanted_scope(address);
+    }
+};
+
+/// The first selected address from `object` on, or null.
+rtnl_addr* find_from(nl_object* object, const Selection& selection) {
+    while (object != nullptr && !selection.holds(reinterpret_cast<rtnl_addr*>(object))) {
+        object = nl_cache_get_next(object);
+    }
+    return reinterpret_cast<rtnl_addr*>(object);
+}
+
+int read_first(const Selection& selection, std::string& out) {
+    nm::AddressTable table;
+    const int ret = nm::read_address_table(table, kByIndex);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    rtnl_addr* address = find_from(nl_cache_get_first(table.addresses.get()), selection);
+    if (address != nullptr) {
+        std::array<char, 128> text{};
+        out = nl_addr2str(rtnl_addr_get_local(address), text.data(), text.size());
+    }
+    return NM_OK;
+}
+
+/// The address in the text, or null. The kernel judges the prefix, of which it gets one byte.
+nm::NlAddr parse_address(const std::string& text, int family) {
+    nl_addr* parsed = nullptr;
+    nm::NlAddr address(nl_addr_parse(text.c_str(), family, &parsed) == 0 ? parsed : nullptr);
+    const bool fits = address != nullptr &&
+                      nl_addr_get_prefixlen(address.get()) <= std::numeric_limits<unsigned char>::max();
+    return fits ? std::move(address) : nullptr;
+}
+
+/// Adds the address of the text to the device and family that `address` carries.
+int add_address(rtnl_addr* address, const std::string& text) {
+    nm::NlSocket socket;
+    const int ret = nm::connect_route_socket(socket, kByIndex);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const nm::NlAddr local = parse_address(text, rtnl_addr_get_family(address));
+    if (local == nullptr || rtnl_addr_set_local(address, local.get()) < 0) {
+        NM_LOG(Error) << "Bad IP address: " << text;
+        return NM_ERR_BAD_IP;
+    }
+    const int error = rtnl_addr_add(socket.get(), address, NLM_F_REPLACE);
+    if (error < 0) {
+        NM_LOG(Error) << "Add address " << text << " failed: " << nl_geterror(error);
+        return NM_ERR_IOCTL;
+    }
+    return NM_OK;
+}
+
+nm::RtnlAddr address_on(unsigned int ifindex, int family) {
+    nm::RtnlAddr address(rtnl_addr_alloc());
+    if (address != nullptr) {
+        rtnl_addr_set_ifindex(address.get(), static_cast<int>(ifindex));
+        rtnl_addr_set_family(address.get(), family);
+    }
+    return address;
+}
+
+int flush(const Selection& selection) {
+    nm::AddressTable table;
+    const int ret = nm::read_address_table(table, kByIndex);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    // The table is what was there at the start. The kernel takes an IPv4 primary's secondaries along with it,
+    // so that some of what is listed has gone when its turn comes.
+    rtnl_addr* address = find_from(nl_cache_get_first(table.addresses.get()), selection);
+    while (address != nullptr) {
+        const int error = rtnl_addr_delete(table.socket.get(), address, 0);
+        if (error < 0 && error != -NLE_NOADDR) {
+            NM_LOG(Error) << "Delete address failed: " << nl_geterror(error)
+                          << ". Interface index: " << selection.ifindex;
+            return NM_ERR_IOCTL;
+        }
+        address = find_from(nl_cache_get_next(OBJ_CAST(address)), selection);
+    }
+    return NM_OK;
+}
+
+void delete_address(nl_object* object, void* socket) {
+    const int error =
+        rtnl_addr_delete(static_cast<nl_sock*>(socket), reinterpret_cast<rtnl_addr*>(object), 0);
+    if (error < 0) {
+        nl_perror(error, "Unable to delete address");
+    }
+}
+
+int flush_by_name(const char* function, const char* ifname, int family) {
+    if (ifname == nullptr) {
+        return NM_ERR_NL_ARG;
+    }
+    nm::AddressTable table;
+    const int ret = nm::read_address_table(table, kByName);
+    if (ret == NM_ERR_NL_SOCKET) {
+        fprintf(stderr, "%s: socket for netlink operation is created failed\n", function);
+    }
+    if (ret == NM_ERR_NOMEM) {
+        fprintf(stderr, "%s: Cannot allocate memory for addr cache\n", function);
+    }
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const nm::NlCache links = nm::read_links(table.socket.get());
+    const nm::RtnlAddr filter(rtnl_addr_alloc());
+    if (links == nullptr || filter == nullptr) {
+        fprintf(stderr, "%s: Cannot allocate memory for link cache, or addr object\n", function);
+        return NM_ERR_NOMEM;
+    }
+    // The number is part of the line that operators' filters know.
+    fprintf(stderr, "%s(%d): %s\n", function, 327, ifname);
+    // A name without a device has the index 0, which is no address's.
+    rtnl_addr_set_ifindex(filter.get(), rtnl_link_name2i(links.get(), ifname));
+    rtnl_addr_set_family(filter.get(), family);
+    if (family == AF_INET6) {
+        rtnl_addr_set_scope(filter.get(), RT_SCOPE_UNIVERSE);
+    }
+    nl_cache_foreach_filter(table.addresses.get(), OBJ_CAST(filter.get()), delete_address,
+                            table.socket.get());
+    return NM_OK;
+}
 
 void append_device_name(nl_object* object, void* argument) {
     auto* names = static_cast<char*>(argument);
@@ -33,6 +195,49 @@ void append_device_name(nl_object* object, void* argument) {
 }
 
 }  // namespace
+
+int get_ipv4_addr(unsigned int ifindex, std::string& out) {
+    return read_first({ifindex, AF_INET, has_any_scope}, out);
+}
+
+int get_ipv6_addr(unsigned int ifindex, std::string& out) {
+    return read_first({ifindex, AF_INET6, has_wider_scope}, out);
+}
+
+int get_ipv6_link_addr(unsigned int ifindex, std::string& out) {
+    return read_first({ifindex, AF_INET6, has_link_scope}, out);
+}
+
+int set_ipv4_addr(unsigned int ifindex, std::string addr) {
+    NM_LOG(Debug) << "Enter";
+    const nm::RtnlAddr address = address_on(ifindex, AF_INET);
+    return NM_EXIT(address != nullptr ? add_address(address.get(), addr) : NM_ERR_NOMEM);
+}
+
+int set_ipv6_addr(unsigned int ifindex, std::string& addr, int scope) {
+    NM_LOG(Debug) << "Enter";
+    const nm::RtnlAddr address = address_on(ifindex, AF_INET6);
+    if (address == nullptr) {
+        return NM_EXIT(NM_ERR_NOMEM);
+    }
+    rtnl_addr_set_scope(address.get(), scope);
+    return NM_EXIT(add_address(address.get(), addr));
+}
+
+int flush_ipv4_addr(unsigned int ifindex) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(flush({ifindex, AF_INET, has_any_scope}));
+}
+
+int flush_ipv6_addr(unsigned int ifindex) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(flush({ifindex, AF_INET6, has_universe_scope}));
+}
+
+int flush_ipaddr(const char* ifname, int family) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(flush_by_name(__func__, ifname, family));
+}
 
 int get_interface_with_address(const char* scope, const char* family, char* names) {
     if (scope == nullptr || family == nullptr || names == nullptr) {

@@ -8,6 +8,9 @@
 #include <netlink/netlink.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
+#include <netlink/route/nexthop.h>
+#include <netlink/route/route.h>
+#include <netlink/route/rule.h>
 
 #include <memory>
 
@@ -16,8 +19,12 @@ namespace nm {
 struct NlDeleter {
     void operator()(mnl_socket* socket) const { (void)mnl_socket_close(socket); }  // nothing left to lose
     void operator()(nl_sock* socket) const { nl_socket_free(socket); }
+    void operator()(nl_addr* address) const { nl_addr_put(address); }
     void operator()(rtnl_link* link) const { rtnl_link_put(link); }
     void operator()(rtnl_addr* address) const { rtnl_addr_put(address); }
+    void operator()(rtnl_route* route) const { rtnl_route_put(route); }
+    void operator()(rtnl_nexthop* hop) const { rtnl_route_nh_free(hop); }
+    void operator()(rtnl_rule* rule) const { rtnl_rule_put(rule); }
     /// A provided cache has to be withdrawn from libnl before it is freed; otherwise this is a no-op.
     void operator()(nl_cache* cache) const {
         nl_cache_mngt_unprovide(cache);
@@ -28,18 +35,40 @@ struct NlDeleter {
 using MnlSocket = std::unique_ptr<mnl_socket, NlDeleter>;
 using NlSocket = std::unique_ptr<nl_sock, NlDeleter>;
 using NlCache = std::unique_ptr<nl_cache, NlDeleter>;
+using NlAddr = std::unique_ptr<nl_addr, NlDeleter>;
 using RtnlLink = std::unique_ptr<rtnl_link, NlDeleter>;
 using RtnlAddr = std::unique_ptr<rtnl_addr, NlDeleter>;
+using RtnlRoute = std::unique_ptr<rtnl_route, NlDeleter>;
+using RtnlNextHop = std::unique_ptr<rtnl_nexthop, NlDeleter>;
+using RtnlRule = std::unique_ptr<rtnl_rule, NlDeleter>;
 
 /// A rtnetlink socket connected to the kernel. Null when the socket could not be allocated; `connected`
 /// tells whether the connection stands.
 NlSocket open_route_socket(bool& connected);
+
+/// The codes by which a function tells the two ways of not reaching the kernel.
+struct ConnectCodes {
+    int socket;
+    int connect;
+};
+
+/// Stores a connected rtnetlink socket in `socket`. 0, or the code of the step that failed.
+int connect_route_socket(NlSocket& socket, ConnectCodes codes);
 
 /// The kernel's link table as of now, or null.
 NlCache read_links(nl_sock* socket);
 
 /// The kernel's address table as of now, or null.
 NlCache read_addresses(nl_sock* socket);
+
+/// The kernel's addresses as of now, and the socket by which to change them.
+struct AddressTable {
+    NlSocket socket;
+    NlCache addresses;
+};
+
+/// Reads the addresses afresh. 0, the code of a failed connection, or NM_ERR_NOMEM if they can't be read.
+int read_address_table(AddressTable& table, ConnectCodes codes);
 
 /// A link object that carries only a name, for filters and changes. Null if memory runs out.
 RtnlLink named_link(const char* ifname);

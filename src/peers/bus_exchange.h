@@ -15,4 +15,10 @@ int exchange(const std::string& service, const std::string& method, const std::s
 /// Parses a reply and reads its `error`, 0 if it has none. False for a text that is no such envelope.
 bool read_envelope(const std::string& text, Json::Value& reply, int& error);
 
+/// One request to a service that answers `{error, result}`: logs "vsh <service>.<method> failed.", "Json
+/// parse failed.", "Error: <result>" or "Unknown Error: ..." and returns the code; `missing_error` is the
+/// code of a reply that has no `error`.
+int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
+                int missing_error);
+
 }  // namespace nm

@@ -23,6 +23,7 @@
 #include <string_view>
 
 #include "kernel/Utils.h"
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/shell_text.h"
 #include "log.h"
 
@@ -239,13 +240,14 @@ bool is_sound(const el::Configuration* setting) {
 /// library's own reader reports the last line only, so each line is given to it alone, under the level
 /// line that it belongs to.
 bool parse_log_conf(const std::string& path, el::Configurations& conf) {
-    if (!is_file_exists(path)) {
+    const std::optional<std::string> text = is_file_exists(path) ? nm::read_file(path) : std::nullopt;
+    if (!text) {
         return false;
     }
-    std::ifstream file(path);
+    std::istringstream lines(*text);
     el::Configurations settings;
     std::string level;
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; std::getline(lines, line);) {
         const std::size_t first = line.find_first_not_of(" \t");
         if (first != std::string::npos && line[first] == '*') {
             level = line + "\n";
@@ -256,7 +258,7 @@ bool parse_log_conf(const std::string& path, el::Configurations& conf) {
         }
     }
     const bool sound = std::all_of(settings.list().begin(), settings.list().end(), is_sound);
-    if (!file.eof() || settings.empty() || !sound) {
+    if (settings.empty() || !sound) {
         return false;
     }
     set_to_quiet_default(conf);

@@ -2,8 +2,6 @@
 // is an envelope, an object with `error` (integer) and `data`.
 #pragma once
 
-#include <json/value.h>
-
 #include <string>
 
 #pragma GCC visibility push(default)
@@ -31,13 +29,3 @@ int get_device_id();
 int get_model(std::string& model);
 
 #pragma GCC visibility pop
-
-namespace nm {
-
-/// One request to a service that answers `{error, result}`: logs "vsh <service>.<method> failed.", "Json
-/// parse failed.", "Error: <result>" or "Unknown Error: ..." and returns the code; `missing_error` is the
-/// code of a reply that has no `error`.
-int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
-                int missing_error);
-
-}  // namespace nm

@@ -4,7 +4,7 @@
 #include <json/value.h>
 
 #include "log.h"
-#include "peers/service_bus.h"
+#include "peers/bus_exchange.h"
 #include "result_codes.h"
 
 int setup_qos_rate(std::string device_path, std::string config_path, int) {

@@ -32,7 +32,8 @@ constexpr const char* kRoles[] = {"UNKNOWN", "WAN", "LAN", "OTHER"};
 constexpr int kSpeeds[] = {10, 100, 1000, 2500, 5000, 10000, 20000, 25000, 40000, 50000, 56000, 100000};
 
 std::optional<std::string> interface_word(const std::string& ifname) {
-    std::optional<std::string> word = nm::shell_word(ifname);
+    // A name that begins with a dash would be taken for an option.
+    std::optional<std::string> word = ifname.rfind('-', 0) == 0 ? std::nullopt : nm::shell_word(ifname);
     if (!word) {
         NM_LOG(Error) << "Bad interface name: " << ifname;
     }

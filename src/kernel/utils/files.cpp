@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/handles.h"
 #include "log.h"
 #include "result_codes.h"
@@ -128,10 +129,13 @@ std::string readValue(std::string path, bool lock) {
     if (guard && guard->handle() < 0) {
         return {};
     }
-    const std::optional<std::string> text = nm::read_file(path);
-    if (!text) {
+    const auto file = nm::FileDescriptor::open(path.c_str(), O_RDONLY);
+    if (!file) {
         (void)cannot_open(path);
+        return {};
     }
+    // Some files of sysfs open and then refuse to be read, the carrier of a device that is down for one.
+    const std::optional<std::string> text = nm::read_to_end(file.get());
     NM_LOG(Debug) << "Exit";
     return text.value_or("");
 }

@@ -1,10 +1,7 @@
 // Whole files: read, write, copy, and getting them onto the disk.
 #pragma once
 
-#include <cstddef>
-#include <optional>
 #include <string>
-#include <string_view>
 
 #pragma GCC visibility push(default)
 
@@ -28,20 +25,3 @@ int copy_file(std::string from, std::string to);
 bool is_file_exists(const std::string& path);
 
 #pragma GCC visibility pop
-
-namespace nm {
-
-/// Everything that can still be read from `fd`; nothing on a read error.
-std::optional<std::string> read_to_end(int fd);
-
-/// Writes all of `text`; false on the first error, with errno set.
-bool write_all(int fd, std::string_view text);
-
-/// The whole file without lock and without log; nothing if it can't be opened or read.
-std::optional<std::string> read_file(const std::string& path);
-
-/// Waits until the file's content is on the disk. 0, or NM_ERR_WRITE if that fails or if the file does
-/// not hold `expected_size` bytes, so that a cut file never takes a good one's place by a rename.
-int sync_to_disk(const std::string& path, std::size_t expected_size);
-
-}  // namespace nm

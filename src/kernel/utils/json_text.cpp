@@ -59,7 +59,7 @@ bool json_integer(const Json::Value& value, const std::string& key, int fallback
     if (!value.isObject()) {
         return false;
     }
-    if (!value.isMember(key)) {
+    if (json_member(value, key).isNull()) {
         number = fallback;
         return true;
     }

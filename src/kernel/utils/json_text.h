@@ -31,8 +31,8 @@ std::string json_text(const Json::Value& value, const std::string& key, const st
 /// Member `key` if it is there and a JSON string, otherwise `fallback`.
 std::string json_string_or(const Json::Value& value, const std::string& key, const std::string& fallback);
 
-/// The integer member `key`, `fallback` if it is absent. False, with `number` untouched, if `value` is no
-/// object or the member is no integer.
+/// The integer member `key`, `fallback` if it is absent or null. False, with `number` untouched, if `value`
+/// is no object or the member is no integer.
 bool json_integer(const Json::Value& value, const std::string& key, int fallback, int& number);
 
 }  // namespace nm

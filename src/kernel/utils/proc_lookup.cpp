@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/files.h"
 #include "kernel/utils/handles.h"
 #include "kernel/utils/strings.h"

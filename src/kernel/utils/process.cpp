@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/files.h"
 #include "kernel/utils/handles.h"
 #include "log.h"

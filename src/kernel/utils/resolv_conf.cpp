@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "kernel/utils/containers.h"
+#include "kernel/utils/file_io.h"
 #include "kernel/utils/files.h"
 #include "log.h"
 #include "result_codes.h"

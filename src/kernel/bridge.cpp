@@ -1,0 +1,124 @@
+// Bridge devices, by libnl's link objects; the spanning tree by sysfs.
+#include "kernel/bridge.h"
+
+#include <netlink/route/link/bridge.h>
+
+#include "kernel/device_path.h"
+#include "kernel/netlink.h"
+#include "kernel/utils/directories.h"
+#include "kernel/utils/files.h"
+#include "result_codes.h"
+
+namespace {
+
+constexpr nm::ConnectCodes kConnect{NM_ERR_BR_SOCKET, NM_ERR_BR_CONNECT};
+
+bool is_missing(const char* name) {
+    // An empty name would make the kernel choose one.
+    return name == nullptr || *name == '\0';
+}
+
+/// What is done to a port, and the code of its failure.
+struct PortChange {
+    int (*request)(nl_sock* socket, rtnl_link* bridge, rtnl_link* port);
+    int failure;
+};
+
+constexpr PortChange kEnslave{rtnl_link_enslave, NM_ERR_BR_ENSLAVE};
+constexpr PortChange kRelease{
+    [](nl_sock* socket, rtnl_link*, rtnl_link* port) { return rtnl_link_release(socket, port); },
+    NM_ERR_BR_RELEASE};
+
+int change_port(const PortChange& change, const char* bridge_name, const char* port_name) {
+    if (is_missing(bridge_name) || is_missing(port_name)) {
+        return NM_ERR_BR_ARG;
+    }
+    nm::NlSocket socket;
+    const int ret = nm::connect_route_socket(socket, kConnect);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const nm::NlCache links = nm::read_links(socket.get());
+    if (links == nullptr) {
+        return NM_ERR_BR_CACHE;
+    }
+    const nm::RtnlLink bridge(rtnl_link_get_by_name(links.get(), bridge_name));
+    const nm::RtnlLink port(rtnl_link_get_by_name(links.get(), port_name));
+    if (bridge == nullptr || port == nullptr) {
+        return NM_ERR_BR_NO_DEVICE;
+    }
+    if (rtnl_link_is_bridge(bridge.get()) == 0) {
+        return NM_ERR_BR_TYPE;
+    }
+    return change.request(socket.get(), bridge.get(), port.get()) < 0 ? change.failure : NM_OK;
+}
+
+}  // namespace
+
+int br_addbr(const char* name) {
+    if (is_missing(name)) {
+        return NM_ERR_BR_ARG;
+    }
+    nm::NlSocket socket;
+    const int ret = nm::connect_route_socket(socket, kConnect);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    // Nothing is looked up in the table: a kernel that can't list its links is not asked to make one.
+    if (nm::read_links(socket.get()) == nullptr) {
+        return NM_ERR_BR_CACHE;
+    }
+    const nm::RtnlLink link = nm::named_link(name);
+    if (link == nullptr) {
+        return NM_ERR_BR_LINK;
+    }
+    if (rtnl_link_set_type(link.get(), "bridge") < 0) {
+        return NM_ERR_BR_TYPE;
+    }
+    return rtnl_link_add(socket.get(), link.get(), NLM_F_CREATE) < 0 ? NM_ERR_BR_ADD : NM_OK;
+}
+
+int br_delbr(const char* name) {
+    if (is_missing(name)) {
+        return NM_ERR_BR_ARG;
+    }
+    nm::NlSocket socket;
+    const int ret = nm::connect_route_socket(socket, kConnect);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const nm::RtnlLink link = nm::named_link(name);
+    if (link == nullptr) {
+        return NM_ERR_BR_LINK;
+    }
+    return rtnl_link_delete(socket.get(), link.get()) < 0 ? NM_ERR_BR_DELETE : NM_OK;
+}
+
+int br_addif(const char* bridge, const char* port) {
+    return change_port(kEnslave, bridge, port);
+}
+
+int br_delif(const char* bridge, const char* port) {
+    return change_port(kRelease, bridge, port);
+}
+
+int br_stp(const std::string& bridge, int on) {
+    if (bridge.empty()) {
+        return NM_ERR_BR_ARG;
+    }
+    if (on != 0 && on != 1) {
+        return NM_ERR_BR_TYPE;
+    }
+    if (nm::leaves_directory(bridge)) {
+        return NM_ERR_BR_SYSFS;
+    }
+    const std::string path = "/sys/devices/virtual/net/" + bridge + "/bridge/stp_state";
+    return writeValue(path, std::to_string(on), false) == NM_OK ? NM_OK : NM_ERR_BR_SYSFS;
+}
+
+std::vector<std::string> get_bridge_slaves(std::string bridge) {
+    if (nm::leaves_directory(bridge)) {
+        return {};
+    }
+    return scandir_filter(("/sys/class/net/" + bridge + "/brif").c_str(), nullptr);
+}

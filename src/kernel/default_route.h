@@ -1,0 +1,14 @@
+// The default routes of all uplinks, which share one table and differ in device and metric. What went wrong
+// is told on standard error.
+#pragma once
+
+namespace nm {
+
+/// Adds the uplink's default route; `gw` is the text of an address of either family. NM_ERR_NULL_ARG without
+/// a gateway; NM_ERR_BAD_FORMAT for no address; set_route()'s codes.
+int add_default_route(unsigned int ifindex, const char* gw, unsigned int metric);
+
+/// Removes one default route of the uplink. set_route()'s codes.
+int delete_default_route(unsigned int ifindex, unsigned char family);
+
+}  // namespace nm

@@ -1,0 +1,160 @@
+// Single routes, by libnl's route objects.
+#include "kernel/route.h"
+
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <utility>
+
+#include "kernel/link.h"
+#include "kernel/policy_netlink.h"
+#include "result_codes.h"
+
+namespace {
+
+constexpr nm::PolicyTable kRoutes{"route", RTM_GETROUTE};
+
+/// The one way of a route to the kernel.
+int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop nexthop,
+                unsigned char protocol, unsigned char scope, unsigned int metric, unsigned int mtu,
+                unsigned int lock, unsigned char add) {
+    if (nm::family_bits(family) == 0) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    if (dst == nullptr || (add != 0 && nexthop == nullptr)) {
+        return NM_ERR_NULL_ARG;
+    }
+    const nm::RtnlRoute route(rtnl_route_alloc());
+    nm::NlSocket socket;
+    const int ret = nm::open_policy_socket(__func__, "socket/route", route != nullptr, socket);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    rtnl_route_set_table(route.get(), table);
+    (void)rtnl_route_set_family(route.get(), family);  // refuses only families that got no further than here
+    (void)rtnl_route_set_dst(route.get(), dst);
+    rtnl_route_set_scope(route.get(), scope);
+    if (add != 0 && protocol != 0) {
+        rtnl_route_set_protocol(route.get(), protocol);
+    }
+    if (add != 0 && metric != 0) {
+        rtnl_route_set_priority(route.get(), metric);
+    }
+    for (const auto& [id, value] : {std::pair(RTAX_MTU, mtu), std::pair(RTAX_LOCK, lock)}) {
+        if (value != 0) {
+            (void)rtnl_route_set_metric(route.get(), id, value);  // both ids are in range
+        }
+    }
+    if (nexthop != nullptr) {
+        rtnl_route_add_nexthop(route.get(), nexthop.release());
+    }
+    const auto request = add != 0 ? rtnl_route_add : rtnl_route_delete;
+    const int error = request(socket.get(), route.get(), 0);
+    if (error == 0) {
+        return NM_OK;
+    }
+    fprintf(stderr, "%s IPv%hhu %s route in table %hhu: %s\n", add != 0 ? "Add" : "Delete",
+            nm::family_version(family), nl_addr_get_len(dst) == 0 ? "default" : "static",
+            static_cast<unsigned char>(table), nl_geterror(error));
+    return add != 0 ? NM_ERR_NL_ROUTE_ADD : NM_ERR_NL_ROUTE_DELETE;
+}
+
+/// The destination of a route. The kernel refuses a network with host bits set.
+nm::NlAddr destination(unsigned char family, const void* bytes, unsigned char prefix) {
+    if (bytes == nullptr || prefix == 0) {
+        return nm::raw_address(family, bytes);
+    }
+    std::array<uint8_t, sizeof(in6_addr)> network{};
+    std::copy_n(static_cast<const uint8_t*>(bytes), nm::family_bits(family) / 8, network.begin());
+    for (size_t i = 0; i < network.size(); ++i) {
+        const int bits = std::clamp(prefix - static_cast<int>(i) * 8, 0, 8);
+        network[i] &= static_cast<uint8_t>(0xff << (8 - bits));
+    }
+    nm::NlAddr address = nm::raw_address(family, network.data());
+    if (address != nullptr) {
+        nl_addr_set_prefixlen(address.get(), prefix);
+    }
+    return address;
+}
+
+/// The next hop; null if memory runs out. libnl keeps a reference to the gateway.
+nm::RtnlNextHop make_next_hop(unsigned char family, const void* gw, unsigned int ifindex) {
+    nm::RtnlNextHop hop(rtnl_route_nh_alloc());
+    if (hop == nullptr) {
+        return nullptr;
+    }
+    if (ifindex != 0) {
+        rtnl_route_nh_set_ifindex(hop.get(), static_cast<int>(ifindex));
+    }
+    if (gw == nullptr) {
+        return hop;
+    }
+    const nm::NlAddr gateway = nm::raw_address(family, gw);
+    if (gateway == nullptr) {
+        return nullptr;
+    }
+    rtnl_route_nh_set_gateway(hop.get(), gateway.get());
+    return hop;
+}
+
+/// MTU of the device, 0 if it is not known.
+unsigned int device_mtu(unsigned int ifindex) {
+    std::array<char, IFNAMSIZ> ifname{};
+    int mtu = 0;
+    if (if_indextoname(ifindex, ifname.data()) == nullptr || get_iface_mtu(ifname.data(), &mtu) != NM_OK) {
+        return 0;
+    }
+    return static_cast<unsigned int>(mtu);
+}
+
+/// Exceptions that path MTU discovery or redirects hung onto an IPv6 route. They are dumped behind it and go
+/// with it.
+bool is_cached(rtnl_route* route) {
+    return (rtnl_route_get_flags(route) & RTM_F_CLONED) != 0;
+}
+
+}  // namespace
+
+int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix, void* gw,
+              unsigned int ifindex, unsigned char protocol, unsigned char scope, unsigned int metric,
+              unsigned char add) {
+    const unsigned int bits = nm::family_bits(family);
+    if (bits == 0 || prefix > bits) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    nm::RtnlNextHop hop = make_next_hop(family, gw, ifindex);
+    const nm::NlAddr address = destination(family, dst, prefix);
+    if (hop == nullptr || address == nullptr) {
+        fprintf(stderr, "Alloc memory fail in set_route!\n");
+        return NM_ERR_NOMEM;
+    }
+    const bool new_default = dst == nullptr && add != 0;
+    const unsigned int mtu = new_default ? device_mtu(ifindex) : 0;
+    const unsigned int lock = mtu != 0 ? 1U << RTAX_MTU : 0;
+    return __set_route(table, family, address.get(), std::move(hop), protocol, scope, metric, mtu, lock, add);
+}
+
+int flush_route_table(unsigned char family, RT_ID table) {
+    nm::NlSocket socket;
+    nm::PolicyObjects routes;
+    const int ret = nm::read_policy(__func__, kRoutes, family, socket, routes);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    for (const auto& object : routes) {
+        auto* route = reinterpret_cast<rtnl_route*>(object.get());
+        if (rtnl_route_get_table(route) != table || is_cached(route)) {
+            continue;
+        }
+        const int error = rtnl_route_delete(socket.get(), route, 0);
+        if (error != 0) {
+            return error;
+        }
+    }
+    return NM_OK;
+}

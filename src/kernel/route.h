@@ -1,0 +1,34 @@
+// Single routes of the kernel's routing tables, IPv4 and IPv6 (rtnetlink(7)).
+//
+// The family is AF_INET or AF_INET6; addresses are raw bytes in network order, 4 or 16 of them by family.
+// Every call has its own socket. What went wrong is told on standard error.
+#pragma once
+
+#include "kernel/route_table.h"
+
+#pragma GCC visibility push(default)
+
+/// Adds (`add` non-zero) or deletes a route of `table`.
+///
+/// dst       null for the default route. With a `prefix` the host bits are cleared; with prefix 0 the route
+///           leads to this one host, not anywhere.
+/// gw        next hop, null for an on-link route
+/// ifindex   output device, 0 to leave it to the kernel
+/// protocol  who made it (RTPROT_STATIC); looked at when adding only: a delete hits static routes alone
+/// scope     RT_SCOPE_UNIVERSE or RT_SCOPE_LINK
+/// metric    priority, looked at when adding only; 0 is the family's default
+///
+/// A default route that is added carries the MTU of its device, locked, so that path MTU discovery doesn't
+/// lower it. NM_ERR_BAD_FORMAT for another family or a prefix beyond its length; NM_ERR_NOMEM;
+/// NM_ERR_NL_CONNECT; NM_ERR_NL_ROUTE_ADD, also for a route that exists; NM_ERR_NL_ROUTE_DELETE, also for
+/// one that does not.
+int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix, void* gw,
+              unsigned int ifindex, unsigned char protocol, unsigned char scope, unsigned int metric,
+              unsigned char add);
+
+/// Deletes all routes of the table, whoever made them; stops at the first that the kernel keeps and returns
+/// libnl's (negative, small) error then. NM_ERR_BAD_FORMAT for another family; NM_ERR_NOMEM;
+/// NM_ERR_NL_CONNECT.
+int flush_route_table(unsigned char family, RT_ID table);
+
+#pragma GCC visibility pop

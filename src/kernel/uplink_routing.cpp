@@ -1,0 +1,371 @@
+// Policy routing of an uplink: texts and indexes become tables, priorities and raw addresses.
+#include "kernel/uplink_routing.h"
+
+#include <arpa/inet.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <initializer_list>
+#include <string>
+
+#include "kernel/link.h"
+#include "kernel/link_state.h"
+#include "kernel/policy_netlink.h"
+#include "kernel/route.h"
+#include "kernel/rule.h"
+#include "kernel/utils/device_facts.h"
+#include "log.h"
+#include "result_codes.h"
+
+namespace {
+
+/// An address given as text, or none.
+class TextAddress {
+public:
+    explicit TextAddress(const char* text) : text_(text), present_(text != nullptr && *text != '\0') {}
+
+    bool present() const { return present_; }
+
+    /// Reads the text, if there is one. `label` tells the log which argument it is.
+    int parse(unsigned char family, const char* label) {
+        if (!present_ || inet_pton(family, text_, bytes_.data()) == 1) {
+            return NM_OK;
+        }
+        NM_LOG(Error) << "The value of " << (family == AF_INET ? "ipv4" : "ipv6") << " address is wrong. "
+                      << label << text_;
+        return NM_ERR_BAD_IP;
+    }
+
+    void* raw() { return present_ ? bytes_.data() : nullptr; }
+
+    /// The bytes, null for zeroes. That IPv6 is judged by its first byte is what callers rely on: no uplink
+    /// has such an address, and the peers write "::" and "::1" for "none".
+    void* raw_unless_zero(unsigned char family) {
+        const auto end = bytes_.begin() + (family == AF_INET ? sizeof(in_addr) : 1);
+        return std::any_of(bytes_.begin(), end, [](uint8_t byte) { return byte != 0; }) ? raw() : nullptr;
+    }
+
+private:
+    const char* text_;
+    bool present_;
+    std::array<uint8_t, sizeof(in6_addr)> bytes_{};
+};
+
+/// A device and the numbers that are in force for it.
+struct Uplink {
+    std::string ifname;
+    RT_ID table = 0;
+    unsigned int rule_base = 0;
+};
+
+int find_name(unsigned int ifindex, std::string& ifname) {
+    std::array<char, IFNAMSIZ> name{};
+    if (if_indextoname(ifindex, name.data()) == nullptr) {
+        NM_LOG(Error) << "Error: Can't get ifname for ifindex " << ifindex;
+        return NM_ERR_NO_IFACE;
+    }
+    ifname = name.data();
+    return NM_OK;
+}
+
+/// Stores the numbers of `owner`, the index that counts for the device.
+template <class Label>
+int number_uplink(unsigned int owner, const Label& label, Uplink& uplink) {
+    uplink.table = nm::uplink_table(owner);
+    uplink.rule_base = nm::uplink_rule_base(owner);
+    if (uplink.table != 0) {
+        return NM_OK;
+    }
+    NM_LOG(Error) << "Error: ifindex has exceeded allowed range for RT_ID! " << label;
+    return NM_ERR_BAD_FORMAT;
+}
+
+/// The numbers of a device, which a VLAN device has from its parent.
+int find_uplink(unsigned int ifindex, Uplink& uplink) {
+    const int ret = find_name(ifindex, uplink.ifname);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const std::string owner = get_pure_ifname(uplink.ifname);
+    const int owner_index = get_iface_index(owner.c_str());
+    if (owner_index == 0) {
+        NM_LOG(Error) << "Error: Can't get ifindex for ifname " << owner;
+        return NM_ERR_NO_IFACE;
+    }
+    return number_uplink(static_cast<unsigned int>(owner_index), owner, uplink);
+}
+
+/// The first result that is no success.
+int first_failure(std::initializer_list<int> results) {
+    const auto* failure = std::find_if(results.begin(), results.end(), [](int ret) { return ret != NM_OK; });
+    return failure != results.end() ? *failure : NM_OK;
+}
+
+int change_rule(unsigned int ifindex, unsigned char family, const char* ip, uint8_t act, int mark,
+                const char* ifname) {
+    TextAddress address(ip);
+    if (ifindex == 0 || (act == RTM_NEWRULE && !address.present())) {
+        NM_LOG(Error) << "NO input ifindex or from_ip address.";
+        return NM_ERR_NULL_ARG;
+    }
+    if (act != RTM_NEWRULE && act != RTM_DELRULE) {
+        NM_LOG(Error) << "The value of ip rule action is wrong. act: " << static_cast<int>(act);
+        return NM_ERR_BAD_FORMAT;
+    }
+    Uplink uplink;
+    int ret = address.parse(family, "ip_addr: ");
+    if (ret != NM_OK || (ret = find_uplink(ifindex, uplink)) != NM_OK) {
+        return ret;
+    }
+    const int add = act == RTM_NEWRULE ? 1 : 0;
+    return set_source_rule(ifindex, family, address.raw_unless_zero(family), 0, add, mark, ifname,
+                           uplink.table, uplink.rule_base);
+}
+
+int change_route(unsigned int ifindex, unsigned char family, const char* ip, uint8_t prefix, const char* gw,
+                 unsigned int metric, uint8_t act) {
+    TextAddress address(ip);
+    TextAddress gateway(gw);
+    if (ifindex == 0 || (act == RTM_NEWROUTE && (!address.present() || prefix == 0))) {
+        NM_LOG(Error) << "NO input ifindex or ip_addr or ip_prefix";
+        return NM_ERR_NULL_ARG;
+    }
+    if (act != RTM_NEWROUTE && act != RTM_DELROUTE) {
+        NM_LOG(Error) << "The value of ip route action is wrong. act: " << static_cast<int>(act);
+        return NM_ERR_BAD_FORMAT;
+    }
+    int ret = address.parse(family, "ip_addr: ");
+    if (ret != NM_OK || (ret = gateway.parse(family, "def_gw : ")) != NM_OK) {
+        return ret;
+    }
+    if (prefix > (family == AF_INET ? 32 : 128)) {
+        NM_LOG(Error) << "Bad prefix.";
+        return NM_ERR_BAD_PREFIX;
+    }
+    Uplink uplink;
+    ret = find_uplink(ifindex, uplink);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const int add = act == RTM_NEWROUTE ? 1 : 0;
+    ret = set_source_route(ifindex, family, address.raw_unless_zero(family), prefix,
+                           gateway.raw_unless_zero(family), metric, add, uplink.table);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Set ip source route fail. Ifindex : " << ifindex;
+    }
+    return ret;
+}
+
+/// The checks of a LAN-side prefix, all before anything is changed.
+int check_downlink(unsigned int ifindex, unsigned int prefix, unsigned char act, TextAddress& address,
+                   TextAddress& gateway, Uplink& downlink) {
+    if (ifindex == 0 || (act == 1 && (!address.present() || prefix == 0))) {
+        NM_LOG(Error) << "NO input ifindex or ip6_addr or ip6_prefix";
+        return NM_ERR_NULL_ARG;
+    }
+    if (act > 1) {
+        NM_LOG(Error) << "The value of ip route action is wrong. act: " << static_cast<int>(act);
+        return NM_ERR_BAD_FORMAT;
+    }
+    int ret = address.parse(AF_INET6, "ip6_addr: ");
+    if (ret != NM_OK || (ret = gateway.parse(AF_INET6, "ip6_gw : ")) != NM_OK) {
+        return ret;
+    }
+    if (prefix > 128) {
+        NM_LOG(Error) << "Bad prefix.";
+        return NM_ERR_BAD_PREFIX;
+    }
+    ret = find_name(ifindex, downlink.ifname);
+    return ret != NM_OK ? ret : number_uplink(ifindex, ifindex, downlink);
+}
+
+int change_downlink(unsigned int ifindex, unsigned int oif_ifindex, const char* ip, unsigned int prefix,
+                    const char* gw, unsigned char act, int mark) {
+    TextAddress address(ip);
+    TextAddress gateway(gw);
+    Uplink downlink;
+    const int ret = check_downlink(ifindex, prefix, act, address, gateway, downlink);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const char* ifname = downlink.ifname.c_str();
+    const auto length = static_cast<unsigned char>(prefix);
+    const bool add = act == 1;
+    (void)delete_routerule(ifname, static_cast<int>(ifindex), AF_INET6);  // mostly there is nothing to wipe
+
+    const auto set_rules = [&] {
+        const int rules = set_source_rule(ifindex, AF_INET6, address.raw(), length, add ? 1 : 0, mark, ifname,
+                                          downlink.table, downlink.rule_base);
+        if (rules != NM_OK) {
+            NM_LOG(Error) << (add ? "Failed to setup IPv6 rule!" : "Failed to delete IPv6 rule!");
+        }
+        return rules;
+    };
+    const auto set_routes = [&] {
+        const int routes =
+            add ? set_ip6_oif_route(ifindex, address.raw(), length, oif_ifindex, gateway.raw(), 1)
+                : set_ip6_oif_route(ifindex, nullptr, 0, 0, nullptr, 0);
+        if (routes != NM_OK) {
+            NM_LOG(Error) << (add ? "Failed to setup IPv6 radvd route!"
+                                  : "Failed to delete IPv6 radvd route!");
+        }
+        return routes;
+    };
+    // Braced lists are evaluated from left to right: rules before routes, and the other way round to undo.
+    return add ? first_failure({set_rules(), set_routes()}) : first_failure({set_routes(), set_rules()});
+}
+
+}  // namespace
+
+int set_source_rule(unsigned int ifindex, unsigned char family, void* addr, unsigned char prefix, int add,
+                    int mark, const char* ifname, RT_ID table, unsigned int pref_base) {
+    std::array<char, IFNAMSIZ> own_name{};
+    const char* name = ifname != nullptr ? ifname : if_indextoname(ifindex, own_name.data());
+    if (name == nullptr) {
+        fprintf(stderr, "Error: Can't get ifname for ifindex %u\n", ifindex);
+        return NM_ERR_NO_IFACE;
+    }
+    if (add != 1) {
+        return del_rules_by_rt(family, table);
+    }
+    using nm::RuleSlot;
+    const auto priority = [pref_base](RuleSlot slot) { return nm::rule_priority(pref_base, slot); };
+    const unsigned char version = nm::family_version(family);
+    const int source = set_rule_by_src(priority(RuleSlot::Source), family, addr, prefix, table, mark);
+    if (source != NM_OK) {
+        fprintf(stderr, "Set source rule fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
+    }
+    const int oif = set_rule_by_oif(priority(RuleSlot::Oif), family, name, table, mark);
+    if (oif != NM_OK) {
+        fprintf(stderr, "Set oif rule fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
+    }
+    const int port = get_port_num(name);
+    if (port == 0) {
+        return first_failure({source, oif});
+    }
+    const int dnat = mark != 0 ? set_rule_dnat(priority(RuleSlot::Dnat), family, port, table) : NM_OK;
+    if (dnat != NM_OK) {
+        fprintf(stderr, "Set dnat rule fail. Ifindex: %u, Port: %d (IPv%hhu)\n", ifindex, port, version);
+    }
+    const int lan_to_wan = set_rule_lan2wan(priority(RuleSlot::LanToWan), family, port, table);
+    if (lan_to_wan != NM_OK) {
+        fprintf(stderr, "Set lan to wan rule fail. Ifindex: %u, Port: %d (IPv%hhu)\n", ifindex, port,
+                version);
+    }
+    return first_failure({source, oif, dnat, lan_to_wan});
+}
+
+int set_source_route(unsigned int ifindex, unsigned char family, void* addr, unsigned char prefix, void* gw,
+                     unsigned int metric, int add, RT_ID table) {
+    const unsigned int bits = nm::family_bits(family);
+    if (ifindex == 0 || bits == 0 || prefix > bits) {
+        fprintf(stderr, "Error: Invalid family %hhu for ifindex %u\n", family, ifindex);
+        return NM_ERR_BAD_FORMAT;
+    }
+    if (add == 0) {
+        return flush_route_table(family, table);
+    }
+    if (addr == nullptr) {
+        NM_LOG(Error) << "Error: Add source route but no addr for ifindex " << ifindex;
+        return NM_ERR_NULL_ARG;
+    }
+    const unsigned char version = nm::family_version(family);
+    int by_gateway = NM_OK;
+    if (gw == nullptr) {
+        fprintf(stderr, "Notice: Skip add default source route for ifindex: %u (IPv%hhu)\n", ifindex,
+                version);
+    } else {
+        by_gateway =
+            set_route(table, family, nullptr, 0, gw, ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, metric, 1);
+    }
+    if (by_gateway != NM_OK) {
+        fprintf(stderr, "Error : Set default source route fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
+    }
+    const int network =
+        set_route(table, family, addr, prefix, nullptr, ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, metric, 1);
+    if (network != NM_OK) {
+        fprintf(stderr, "Error : Set WAN static source route fail. Ifindex: %u (IPv%hhu)\n", ifindex,
+                version);
+    }
+    return first_failure({network, by_gateway});
+}
+
+int set_ip6_oif_route(unsigned int ifindex, void* addr, unsigned char prefix, unsigned int oif_ifindex,
+                      void* gw, int add) {
+    const RT_ID table = nm::uplink_table(ifindex);
+    if (table == 0) {
+        fprintf(stderr, "Error: ifindex has exceeded allowed range for RT_ID! %u\n", ifindex);
+        return NM_ERR_BAD_FORMAT;
+    }
+    // A table that is given up must not get a route again.
+    if (add == 0) {
+        return flush_route_table(AF_INET6, table);
+    }
+    const int on_link =
+        set_route(table, AF_INET6, addr, prefix, nullptr, ifindex, RTPROT_STATIC, RT_SCOPE_LINK, 0, 1);
+    if (on_link != NM_OK) {
+        fprintf(stderr, "Set ip6 link scope route fail. Ifindex: %u\n", ifindex);
+    }
+    if (gw == nullptr) {
+        return on_link;
+    }
+    const int by_gateway =
+        set_route(table, AF_INET6, nullptr, 0, gw, oif_ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, 0, 1);
+    if (by_gateway != NM_OK) {
+        fprintf(stderr, "Set ip6 universe scope route fail. Ifindex: %u\n", ifindex);
+    }
+    return first_failure({on_link, by_gateway});
+}
+
+int set_ip_rule(unsigned int ifindex, unsigned char family, const char* ip, uint8_t act, int mark,
+                const char* ifname) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(change_rule(ifindex, family, ip, act, mark, ifname));
+}
+
+int set_ip_route(unsigned int ifindex, unsigned char family, const char* ip, uint8_t prefix, const char* gw,
+                 unsigned int metric, uint8_t act) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(change_route(ifindex, family, ip, prefix, gw, metric, act));
+}
+
+int set_ip4_rule(unsigned int ifindex, const char* ip, unsigned char act, int mark) {
+    return set_ip_rule(ifindex, AF_INET, ip, act, mark, nullptr);
+}
+
+int set_ip6_rule(unsigned int ifindex, const char* ip, unsigned char act, int mark, const char* ifname) {
+    return set_ip_rule(ifindex, AF_INET6, ip, act, mark, ifname);
+}
+
+int set_ip4_route(unsigned int ifindex, const char* ip, unsigned char prefix, const char* gw,
+                  unsigned char act) {
+    return set_ip_route(ifindex, AF_INET, ip, prefix, gw, 0, act);
+}
+
+int set_ip6_route(unsigned int ifindex, const char* ip, unsigned char prefix, const char* gw,
+                  unsigned int metric, unsigned char act) {
+    return set_ip_route(ifindex, AF_INET6, ip, prefix, gw, metric, act);
+}
+
+int delete_routerule(const char* ifname, int ifindex, unsigned char family) {
+    NM_LOG(Debug) << "Enter";
+    const auto index = static_cast<unsigned int>(ifindex);
+    const char* label = ifname != nullptr ? ifname : "";
+    if (set_ip_route(index, family, nullptr, 0, nullptr, 0, RTM_DELROUTE) != NM_OK) {
+        NM_LOG(Error) << "Delete IP gateway fail. Interface : " << label;
+    }
+    const int ret = set_ip_rule(index, family, nullptr, RTM_DELRULE, 0, ifname);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Delete IP rule fail. Interface : " << label;
+    }
+    return NM_EXIT(ret);
+}
+
+int set_ip6_routerule_by_oifindex(unsigned int ifindex, unsigned int oif_ifindex, const char* ip,
+                                  unsigned int prefix, const char* gw, unsigned char act, int mark) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(change_downlink(ifindex, oif_ifindex, ip, prefix, gw, act, mark));
+}
