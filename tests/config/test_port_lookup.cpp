@@ -1,0 +1,136 @@
+// Lookups between port, interface, role and kind, and the defaults of what is not in the documents.
+#include <net/if.h>
+
+#include <sstream>
+
+#include "config/port_lookup.h"
+#include "config/schema.h"
+#include "config/tcp_window.h"
+#include "result_codes.h"
+#include "sandbox_fixture.h"
+
+using namespace fixture;
+using namespace std::string_literals;
+
+namespace {
+
+constexpr const char* kHwPorts = "/etc/networkmanagement/hw_port_info.json";
+const std::string kPath = "/etc/networkmanagement/lookup.json";
+
+const std::string kDocument = quoted(R"({'dbversion':'1.0.2', 'EXTRA_PORT':{'PORT9':{'INTERFACE':'swdev9'}},
+    'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'}, 'PORT10':{'INTERFACE':'swdev10'}, 'PORT7':{'INTERFACE':'both'},
+                'PORT8':{}},
+    'PRIVATE_PORT':{'PORT2':{'INTERFACE':'swdev2'}, 'PORT7':{'INTERFACE':'private7'}},
+    'RGLINK_PORT':{'PORT3':{'INTERFACE':'swdev3'}, 'PORT6':{'INTERFACE':'swdev6'}},
+    'LAN_PORT':{'PORT4':{'INTERFACE':'swdev4'}, 'PORT5':{'INTERFACE':'both'}, 'PORT7':{'INTERFACE':'lan7'}},
+    'WAN_IFACE_INFO':{'swdev1':{'ID':'5','IP4_TYPE':'PPPOE'}, 'swdev10':{'ID':'0'}, 'both':{}},
+    'PRIVATE_IFACE_INFO':{'swdev2':{'IP4_TYPE':'PPPOE'}}, 'RGLINK_IFACE_INFO':{'swdev3':{'IP4_TYPE':'PPPOE'}},
+    'LAN_IFACE_INFO':{'swdev4':{'IP4_TYPE':'PPPOE'}}, 'NONE_IFACE_INFO':{'nothing':{}}})");
+
+struct Lookup : testing::Test {
+    File file{kPath, kDocument};
+    Json::Value root = json(kDocument);
+
+    /// Rows of key, expected name and expected result. A name "-" stands for none.
+    template <class Function>
+    void check(const char* table, Function look_up) {
+        std::istringstream rows(table);
+        std::string key;
+        std::string expected;
+        for (int code = 0; rows >> key >> expected >> code;) {
+            std::string found = "-";
+            EXPECT_EQ(look_up(key, root, found), code) << key;
+            EXPECT_EQ(found, expected) << key;
+            EXPECT_EQ(look_up(key, kPath, found), code) << key;
+        }
+    }
+};
+
+TEST_F(Lookup, NamesAreFoundByNames) {
+    check("PORT1 WAN 0 PORT2 PRIVATE 0 PORT3 RGLINK 0 PORT4 LAN 0 PORT9 - -1 PORT - -1",
+          [](auto& port, auto& from, auto& out) { return get_port_role(port, from, out); });
+    check("swdev1 PORT1 0 ppp-swdev1 PORT1 0 both PORT7 0 swdev4 PORT4 0 swdev2 - -1002 swdev - -1002",
+          [](auto& ifname, auto& from, auto& out) { return get_portname_by_ifname(ifname, from, out); });
+    check("swdev1 - 1 swdev2 - 2 swdev3 - 3 swdev4 - 4 swdev9 - 0 nothing - 0",
+          [](auto& ifname, auto& from, auto&) { return get_ifacetype_by_ifname(ifname, from); });
+    // The mode stands before the port.
+    check(
+        "0PORT1 ppp-swdev1 0  0PORT10 swdev10 0  0PORT2 swdev2 0  0PORT4 swdev4 0  0PORT3 ppp-swdev3 0 "
+        "0PORT6 swdev6 0  0PORT7 both 0  1PORT7 both 0  2PORT7 lan7 0  4PORT7 private7 0  5PORT7 - -1002 "
+        "3PORT7 - -1002  2PORT1 - -1002  0PORT9 - -1002  5PORT3 ppp-swdev3 0  0 - -1022",
+        [](auto& key, auto& from, auto& out) {
+            return get_ifname_by_portname(key.substr(1), from, out, key[0] - '0');
+        });
+}
+
+TEST_F(Lookup, PairsAreThePortsOfOneKind) {
+    std::map<std::string, std::string> pairs;
+    EXPECT_EQ(get_portname_ifname_pair_list_by_path(pairs, kPath, 4), 0);
+    EXPECT_EQ(pairs, (decltype(pairs){{"PORT4", "swdev4"}, {"PORT5", "both"}, {"PORT7", "lan7"}}));
+    EXPECT_EQ(get_portname_ifname_pair_list_by_path(pairs, kPath, 2), NM_ERR_BAD_TYPE);
+}
+
+TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
+    const std::map<std::string, int> ids{{"swdev1", 5}, {"ppp-swdev1", 5}, {"both", 7}, {"swdev2", 0}};
+    for (const auto& [ifname, expected] : ids) {
+        uint8_t id = 0;
+        EXPECT_EQ(get_id_by_wan_ifname(ifname, id, kPath), expected == 0 ? NM_ERR_NO_IFACE : 0) << ifname;
+        EXPECT_EQ(id, expected) << ifname;
+    }
+}
+
+TEST(HwPorts, AreRenamedUntilOneFails) {
+    Device first("eth91", false, "far1");
+    const Device third("eth93", false, "far3");
+    const File ports(kHwPorts, quoted("{'META':{'HW_PORT':'eth93','INTERFACE':'meta'},"
+                                      "'PORT1':{'HW_PORT':'eth91','INTERFACE':'swdev91'},"
+                                      "'PORT2':{'HW_PORT':'eth92','INTERFACE':'swdev92'},"
+                                      "'PORT3':{'HW_PORT':'eth93','INTERFACE':'swdev93'}}"));
+    EXPECT_EQ(set_hw_port(nullptr), NM_ERR_IOCTL);
+    first.name = "swdev91";
+    EXPECT_EQ(std::stoul(fact("swdev91", "flags"), nullptr, 16) & IFF_UP, 1U);
+    EXPECT_NE(fact("eth93", "mtu"), "") << "the walk ends with the failure";
+}
+
+TEST(TcpWindow, IsATenthOfTheSummedRates) {
+    const std::string text =
+        "{'WAN_PORT':{'P':{'RX_RATE':'1000000','TX_RATE':'2000000'},'Q':{'ISP_BW':'4000000'},"
+        "'R':{'ISP_BW':7000000,'TX_RATE':'0100009 bit/s'},'S':{'ISP_BW':'800000','RX_RATE':1,'TX_RATE':null},"
+        "'T':7},'PRIVATE_PORT':{'U':{'ISP_BW':'500000','TX_RATE':'700000'}},"
+        "'RGLINK_PORT':{'V':{'ISP_BW':'90000000'}},'LAN_PORT':{'W':{'ISP_BW':'90000000'}}}";
+    for (const auto& [document, code] : {std::pair(quoted(text), 0), std::pair("{"s, NM_ERR_PARSE)}) {
+        const File file(kPath, document);
+        EXPECT_EQ(scale_tcp_window(kPath), code);
+        EXPECT_EQ(slurp("/proc/sys/net/ipv4/tcp_rmem"), "4096\t87380\t630000\n");
+        EXPECT_EQ(slurp("/proc/sys/net/ipv4/tcp_wmem"), "4096\t87380\t760000\n");
+    }
+}
+
+TEST(Templates, OverrideTheBaseOnTheirOwn) {
+    const std::string script = "/etc/avahi/if_avahi_autoipd.action";
+    EXPECT_EQ(get_default_tmpl("ethernet").size(), 43U);
+    EXPECT_EQ(get_default_tmpl("vaport")["subnet_mask"], "255.255.255.248");
+    EXPECT_EQ(get_default_tmpl("bond")["max_mtu"] + get_default_tmpl("bond")["ip4_type"], "DISABLED");
+    EXPECT_EQ(get_default_tmpl("vlan")["autoipd"], script);
+    EXPECT_EQ(get_default_tmpl("virtio")["autoipd"], "/usr/lib/networkmanagement" + script);
+    EXPECT_TRUE(get_default_tmpl("base").empty()) << "it is no type of its own";
+}
+
+TEST(NewWanPort, HasTheDefaultsOfItsModel) {
+    const File ports(kHwPorts, R"({"META":{},"PORT12":{"HW_PORT":"eth7","INTERFACE":"swdev7"}})");
+    const std::map<std::string, std::string> models{
+        {"SOLA_301W", "'DEV_TYPE':'ethernet','SPEED':'AUTO'"},
+        {"VSola-322", "'DEV_TYPE':'ethernet','SPEED':'AUTO'"},
+        {"VM", "'DEV_TYPE':'virtio'"},
+        {"KERO_201", "'DEV_TYPE':'ethernet','EDMA_BMP':'4','EDMA_VLAN_TAG':'4093'"}};
+    for (const auto& [model, own] : models) {
+        const std::string common =
+            "{'ISP_BW':'1000000000','RX_RATE':'1000000000','TX_RATE':'1000000000','MTU':'1500',"
+            "'PRIO':'12','INTERFACE':'swdev7',";
+        EXPECT_EQ(generate_default_wan_port("PORT12", model), json(common + own + "}")) << model;
+    }
+    EXPECT_EQ(generate_default_wan_port("PORT3", "VM")["INTERFACE"], "NONE");
+    EXPECT_TRUE(generate_default_wan_port("PORT12", "vm").empty());
+}
+
+}  // namespace

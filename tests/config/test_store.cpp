@@ -1,0 +1,123 @@
+// The document store: which route serves a call, what a write leaves behind, documents at their limits. And
+// the small formats beside it: key=value files and families of rotated files.
+#include <sys/mount.h>
+
+#include <limits>
+#include <tuple>
+#include <unordered_map>
+
+#include "config/nmconfig.h"
+#include "fake_service.h"
+#include "result_codes.h"
+#include "sandbox_fixture.h"
+
+using namespace fixture;
+using namespace std::string_literals;
+
+namespace {
+
+const std::string kPath = "/etc/networkmanagement/doc%n.json";
+
+TEST(Store, ServiceComesFirstAndTheFileIsTheFallback) {
+    const std::string served = R"({"error":0,"data":{"from":"service"}})";
+    const std::string refused = R"({"error":4,"data":"refused"})";
+    const std::string written = "{\"from\":\"caller\"}\n";
+    const std::string write = R"(ncaas.write_json {"data":{"from":"caller"},"path":")" + kPath + "\"}";
+    const std::string read = "ncaas.read_json {\"path\": \"" + kPath + "\"}";
+    const std::tuple<bool, bool, std::string, std::string, const char*, Calls> cases[] = {
+        {false, false, served, written, "caller", {}},
+        {true, false, served, "old", "service", {write, read}},
+        {true, true, served, written, "service", {read}},
+        {true, false, "[]", written, "caller", {write, read}},
+        {true, false, refused, written, "caller", {write, read}}};
+    for (const auto& [has_service, force_file, reply, text, from, calls] : cases) {
+        const FakeService ncaas("ncaas", {{"write_json", reply}, {"read_json", reply}});
+        const File file(kPath, "old");
+        const File marker(has_service ? "/usr/bin/python" : "/tmp/no-marker");
+        Json::Value document = json("{'from':'caller'}");
+        EXPECT_EQ(json_mem_to_file(kPath, document, force_file), 0);
+        EXPECT_EQ(slurp(kPath), text) << has_service << force_file << reply;
+        document = "before";
+        EXPECT_EQ(json_file_to_mem(kPath, document), 0);
+        EXPECT_EQ(document["from"], from) << has_service << force_file << reply;
+        EXPECT_EQ(FakeService::take_calls(), calls) << has_service << force_file << reply;
+    }
+}
+
+TEST(Store, DocumentReadsBackEqual) {
+    Json::Value document = json("{'kinds':[{}, [], null, true, -1, '', 0.1, 1e300, -2.5], '':''}");
+    document["key \"\n"s + '\0' + "\xc3\xa9"] = "\" \\ / \t\n \xf0\x9f\x98\x80 NUL "s + '\0' + " $(`;";
+    document["smallest"] = std::numeric_limits<Json::Int64>::min();
+    document["largest"] = std::numeric_limits<Json::UInt64>::max();
+    document["big"] = std::string(10 << 20, 'x');
+    const std::ptrdiff_t before = open_descriptors();
+    ASSERT_EQ(json_mem_to_file(kPath, document, false), 0);
+    Json::Value read;
+    ASSERT_EQ(json_file_to_mem(kPath, read), 0);
+    EXPECT_TRUE(read == document);
+    EXPECT_EQ(open_descriptors(), before);
+    for (const std::string& text : {nested(5000), nested(10 << 20), "{"s, "\0"s}) {
+        const File file(kPath, text);
+        EXPECT_EQ(json_file_to_mem(kPath, read), NM_ERR_PARSE) << text.substr(0, 20);
+    }
+}
+
+// The release of the lock decides the result, so the files and the log are all that tells.
+TEST(Store, WriteThatFailsLeavesTheOldDocument) {
+    const std::string path = "/run/small/doc.json";
+    put(path, "");
+    ASSERT_EQ(mount("small", "/run/small", "tmpfs", 0, "size=64k"), 0);
+    put(path, "old");
+    Json::Value small("new");
+    Json::Value large(std::string(200000, 'x'));
+    const LogTail log;
+    EXPECT_EQ(json_mem_to_file(path, large, false), 0);
+    EXPECT_EQ(slurp(path), "old");
+    EXPECT_TRUE(log.has("Save JSON into file failed.") && is_lock_free("doc.json"));
+    EXPECT_EQ(json_mem_to_file(path, small, false), 0);
+    EXPECT_EQ(slurp(path), "\"new\"\n") << "what a failed write left behind is in the way";
+    ASSERT_EQ(umount("/run/small"), 0);
+}
+
+using Pairs = std::unordered_map<std::string, std::string>;
+
+TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
+    const std::map<std::string, Pairs> cases{
+        {"url=http://x/?q=1=2\r\na=1\n\na=3", {{"url", "http://x/?q=1=2\r"}, {"a", "3"}}},
+        {" a = 1 \n#b=2\n[s]\n=v\nempty=\n", {{" a ", " 1 "}, {"#b", "2"}, {"", "v"}, {"empty", ""}}},
+        {"no sign at all\n", {}},
+        {"", {{"before", ""}}},
+        {{"a=x\0y=z\n", 8}, {{"a", {"x\0y=z", 5}}}}};
+    for (const auto& [text, expected] : cases) {
+        const File file("/tmp/ini/conf", text);
+        Pairs out{{"before", ""}};
+        EXPECT_EQ(ini_conf_read(file.path, out), 0) << text;
+        EXPECT_EQ(out, expected) << text;
+    }
+    Pairs pairs{{"", "no key"}, {"none", ""}, {"sign", "=a=b="}, {" blank ", "\t\r"}};
+    EXPECT_EQ(ini_conf_read("/tmp/ini", pairs), NM_ERR_NOT_FOUND) << "a directory is no file";
+    const File file("/tmp/ini/conf", std::string(1 << 20, 'x'));
+    EXPECT_EQ(ini_conf_write(file.path, pairs), 0);
+    Pairs read;
+    EXPECT_EQ(ini_conf_read(file.path, read), 0);
+    EXPECT_EQ(read, pairs);
+}
+
+TEST(Rotation, KeepsTheTenHighestNamesAndPassesOverWhatStays) {
+    const fs::path dir = "/tmp/rotation";
+    for (const auto& [last, lowest] : std::map<int, int>{{18, 10}, {20, 11}, {34, 25}}) {
+        put(dir / "config.09/inside", "keeps the directory from being removed");
+        put(dir / "config", "the family's name is longer");
+        for (int i = 10; i <= last; ++i) {
+            put(dir / ("config." + std::to_string(i)), "");
+        }
+        EXPECT_EQ(rotate_config(dir.c_str(), "config."), 0);
+        EXPECT_TRUE(fs::exists(dir / "config"));
+        for (int i = 10; i <= last; ++i) {
+            EXPECT_EQ(fs::exists(dir / ("config." + std::to_string(i))), i >= lowest) << last << " " << i;
+        }
+        fs::remove_all(dir);
+    }
+}
+
+}  // namespace

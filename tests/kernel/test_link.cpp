@@ -1,0 +1,183 @@
+// Devices as the kernel has them after each link operation; sysfs is asked what became of them.
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netpacket/packet.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <tuple>
+
+#include "kernel/link.h"
+#include "kernel/link_state.h"
+#include "result_codes.h"
+#include "sandbox_fixture.h"
+
+using namespace fixture;
+using namespace std::string_literals;
+
+namespace {
+
+const std::string kAbsent = "absent0";
+
+unsigned int flags_of(const std::string& ifname) {
+    return static_cast<unsigned int>(std::stoul(fact(ifname, "flags"), nullptr, 16));
+}
+
+/// No call leaves a descriptor behind.
+struct Link : testing::Test {
+    const std::ptrdiff_t before = open_descriptors();
+    void TearDown() override { EXPECT_EQ(open_descriptors(), before); }
+};
+
+TEST_F(Link, OnlyTheFlagsOfTheMaskChange) {
+    const char* const ifname = "swdev1234567890";
+    const Device device(ifname);
+    const unsigned int old = flags_of(ifname);
+    const std::tuple<int (*)(const char*, unsigned int), unsigned int, unsigned int> cases[] = {
+        {set_iface_flags, IFF_UP | IFF_NOMULTIPATH | IFF_NOARP, old | IFF_NOARP | IFF_UP},
+        {unset_iface_flags, IFF_NOARP, old | IFF_UP},
+        {unset_iface_flags, IFF_UP, old}};
+    for (const auto& [change, mask, expected] : cases) {
+        unsigned int flags = 0;
+        EXPECT_EQ(change(ifname, mask) + get_iface_flags(ifname, &flags), 0) << std::hex << mask;
+        EXPECT_EQ(flags & expected, expected) << std::hex << mask;
+        EXPECT_EQ(change(ifname, 0), NM_ERR_EMPTY);
+        // Names that no device can have must not be cut to the device's own.
+        for (const std::string& nobody : {kAbsent, ifname + "1"s, ifname + std::string(100000, '1')}) {
+            int mtu = 7;
+            EXPECT_EQ(change(nobody.c_str(), IFF_UP | IFF_DEBUG), NM_ERR_IOCTL);
+            EXPECT_EQ(get_iface_flags(nobody.c_str(), &flags) + get_iface_mtu(nobody.c_str(), &mtu), 0);
+            EXPECT_EQ(flags + mtu + get_iface_index(nobody.c_str()) + is_iface_up(nobody), 0U);
+        }
+        EXPECT_EQ(flags_of(ifname), expected) << std::hex << mask;
+    }
+}
+
+TEST_F(Link, MtuIsSetOnlyWhereItDiffers) {
+    const Device device("swdev1");
+    const std::tuple<std::string, int, int, std::string, const char*> cases[] = {
+        {"swdev1", 1400, 0, "1400", "Set MTU[1400] OK, Interface : swdev1"},
+        {"swdev1", 1400, 0, "1400", "MTU are the same, don't set MTU. Interface : swdev1   MTU  :1400"},
+        {"swdev1", -1, NM_ERR_IOCTL, "1400", "Set MTU[-1] failed, Interface : swdev1"},
+        {kAbsent, 1400, NM_ERR_IOCTL, "", "Set MTU[1400] failed, Interface : absent0"},
+        // What is not there has the MTU 0 already, and it succeeds: the kernel is not asked.
+        {kAbsent, 0, 0, "", "MTU are the same"}};
+    for (auto [ifname, wanted, code, left, words] : cases) {
+        const LogTail log;
+        int mtu = -7;
+        EXPECT_EQ(set_if_mtu(ifname.data(), wanted), code) << words;
+        EXPECT_EQ(fact(ifname, "mtu"), left) << words;
+        EXPECT_EQ(get_if_mtu(ifname.c_str(), &mtu), 0) << words;
+        EXPECT_EQ(mtu, std::atoi(left.c_str())) << words;
+        EXPECT_TRUE(log.has(words)) << words;
+    }
+}
+
+TEST_F(Link, RenamedDeviceIsDownUnlessTold) {
+    Device device("eth91", true);
+    const Device other("taken", true, "far2");
+    const std::tuple<const char*, const char*, unsigned int, int, const char*, bool> cases[] = {
+        {"eth91", "swdev1", 0, 0, "swdev1", false},
+        {"swdev1", "eth91", 1, 0, "eth91", true},
+        {"eth91", "swdev1", 2, 0, "swdev1", false},
+        {"swdev1", "taken", 0, 0, "swdev1", false},
+        {"absent0", "swdev1", 1, NM_ERR_IOCTL, "swdev1", false}};
+    for (const auto& [from, to, up, code, name, is_up] : cases) {
+        EXPECT_EQ(link_rename(from, to, up), code) << name;
+        device.name = name;
+        EXPECT_EQ((flags_of(name) & IFF_UP) != 0, is_up) << name << up;
+    }
+    EXPECT_NE(flags_of("taken") & IFF_UP, 0U) << "the name's owner is not concerned";
+    EXPECT_EQ(set_iface_alias("swdev1", "uplink"), 0);
+    EXPECT_EQ(fact("swdev1", "ifalias"), "") << "an alias is never sent";
+}
+
+/// Frames of a protocol that nobody takes in, so the far end counts them as dropped.
+void send_frames(const char* ifname, int count, std::size_t size) {
+    const int fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_ll to{
+        AF_PACKET, htons(0x88b5), get_iface_index(ifname), 0, 0, 6, {255, 255, 255, 255, 255, 255}};
+    const std::string frame(size, 'x');
+    for (int i = 0; i < count; ++i) {
+        EXPECT_GT(sendto(fd, frame.data(), size, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)), 0);
+    }
+    close(fd);
+}
+
+TEST_F(Link, CountersAreTheKernelsInTheirOrder) {
+    const Device device("swdev1", true);
+    send_frames("swdev1", 7, 100);
+    send_frames("far", 3, 500);
+    std::array<uint64_t, 8> counters{};
+    std::size_t next = 0;
+    EXPECT_EQ(get_iface_rxtx_stats("far", counters.data()), 0);
+    EXPECT_EQ(get_iface_rxtx_stats("absent0", counters.data()), 0);
+    for (const std::string file : {"rx_packets", "tx_packets", "rx_bytes", "tx_bytes", "rx_errors",
+                                   "tx_errors", "rx_dropped", "tx_dropped"}) {
+        EXPECT_EQ(std::to_string(counters[next++]), fact("far", "statistics/" + file)) << file;
+    }
+    EXPECT_EQ(counters[6], 7U) << "without dropped frames the order of the last counters is not seen";
+}
+
+TEST_F(Link, TableOfThousandsIsReadToItsEndWhileItChanges) {
+    run("seq 1001 2000 | sed 's/.*/link add far& group 42 type veth peer name lan&/' | ip -batch -");
+    run("ip link set lan2000 mtu 1300 up");
+    std::atomic<bool> over{false};
+    std::thread churn([&over] {
+        while (!over) {
+            run("ip link add busy type veth && ip link del busy");
+        }
+    });
+    for (int i = 0; i < 30; ++i) {
+        int mtu = 0;
+        unsigned int flags = 0;
+        EXPECT_EQ(get_iface_mtu("lan2000", &mtu) + get_iface_flags("lan2000", &flags) + mtu, 1300);
+        EXPECT_NE(flags & IFF_UP, 0U);
+    }
+    over = true;
+    churn.join();
+    EXPECT_EQ(link_rename("lan2000", "last", 0), 0);
+    EXPECT_EQ(fact("last", "mtu"), "1300");
+    run("ip link del group 42");
+}
+
+/// sysfs with devices of any state.
+struct ScriptedState : testing::Test {
+    void SetUp() override { ASSERT_EQ(mount("states", "/sys/class/net", "tmpfs", 0, ""), 0); }
+    void TearDown() override { EXPECT_EQ(umount("/sys/class/net"), 0); }
+
+    static void set(const std::string& name, const std::string& operstate, const std::string& carrier) {
+        put("/sys/class/net/" + name + "/operstate", operstate + "\n");
+        put("/sys/class/net/" + name + "/carrier", carrier + "\n");
+    }
+};
+
+TEST_F(ScriptedState, UpIsByStateOrCarrierAndTheParentsForSwitchPorts) {
+    const std::tuple<std::string, const char*, const char*, int> devices[] = {
+        {"swdev3", "up", "0", 1},   {"swdev3.100", "down", "0", 1},  {"swdev4.100", "up", "1", 0},
+        {"eth0", "unknown", "", 0}, {"eth0.100", "dormant", "1", 1}, {"ppp-swdev3", "down", "0", 1}};
+    for (const auto& [ifname, operstate, carrier, up] : devices) {
+        set(ifname, operstate, carrier);
+        EXPECT_EQ(is_iface_up(ifname), up) << ifname;
+        EXPECT_EQ(is_interface_link_up(ifname, "ethernet"), up) << ifname;
+        EXPECT_EQ(is_interface_link_up(ifname, "virtio") + is_interface_link_up(ifname, ""), 2) << ifname;
+    }
+}
+
+TEST_F(ScriptedState, WaitEndsWhenTheDeviceIsUp) {
+    set("eth0", "down", "0");
+    std::thread later([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        set("eth0", "up", "1");
+    });
+    EXPECT_EQ(is_iface_up("eth0"), 0);
+    EXPECT_EQ(wait_for_iface_up("eth0"), 0);
+    EXPECT_EQ(is_iface_up("eth0"), 1);
+    later.join();
+}
+
+}  // namespace

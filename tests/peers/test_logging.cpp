@@ -1,0 +1,270 @@
+// The log as an operator finds it: statements are written through the library in a child process, and
+// the files, the standard streams and the calls of the compression script are read back.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <regex>
+
+#include "log.h"
+#include "peers/logging.h"
+#include "sandbox_fixture.h"
+
+namespace {
+
+using namespace fixture;
+
+const fs::path kLogs = "/var/log/network";
+const fs::path kSettings = "/tmp/log_config";
+const fs::path kRollouts = "/run/network/rollouts";
+const fs::path kScratch = "/run/network/scratch";
+const std::string kLineStart = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \d+ )";
+const std::string kPlace = R"(\[[^\]]*test_logging\.cpp:\d+\] .*speak\(.*\) >>> )";
+const std::string kBuiltInText = "bare\n" + kLineStart + "ERROR " + kPlace + "failed -3\n" + kLineStart +
+                                 "DEBUG " + kPlace + "Exit -1015\n";
+
+std::string names_in(const fs::path& directory) {
+    std::string names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names += entry.path().filename().string() + " ";
+    }
+    return names;
+}
+
+/// A configuration file that differs from the built-in one in format, file and limit.
+std::string settings_for(const fs::path& log) {
+    return "## written by hand\n* GLOBAL:\n  FORMAT = \"conf %level %msg\"\n  FILENAME = \"" + log.string() +
+           "\"\n  TO_STANDARD_OUTPUT = false\n  MAX_LOG_FILE_SIZE = 300\n  LOG_FLUSH_THRESHOLD = 1\n";
+}
+
+void speak() {
+    NM_LOG(Info) << "bare";
+    NM_LOG(Error) << "failed " << -3;
+    (void)NM_EXIT(-1015);
+}
+
+void initialize_and_speak(const char* category) {
+    INITIALIZE_LOG(category);
+    speak();
+}
+
+/// Runs in a process of its own, because loggers are of a whole process. What that prints must be `output`,
+/// its status 0, and its directory stay empty.
+void in_child(const std::function<void()>& body, const std::string& output = "") {
+    fs::remove_all(kScratch);
+    fs::create_directories(kScratch / "cwd");
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)!freopen((kScratch / "output").c_str(), "w", stdout);
+        dup2(STDOUT_FILENO, STDERR_FILENO);
+        fs::current_path(kScratch / "cwd");
+        [&]() noexcept { body(); }();  // an exception must not lead back into the test program
+        fflush(nullptr);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(slurp(kScratch / "output") + names_in(kScratch / "cwd"), output);
+    EXPECT_EQ(status, 0);
+}
+
+void expect_text(const fs::path& log, const std::string& pattern) {
+    const std::string text = slurp(log);
+    EXPECT_TRUE(std::regex_match(text, std::regex(pattern))) << log << ":\n" << text;
+}
+
+class Logging : public testing::Test {
+protected:
+    void SetUp() override {
+        run("cd /run/network && rm -rf /var/log/network /tmp/log_config rollouts .boot_fin .reboot "
+            ".poweroff");
+        fs::create_directories(kLogs);
+        // Journal of one line per call: argument count, path, size of the file at that moment.
+        put("/usr/sbin/log_compress.sh",
+            "#!/bin/sh\necho \"$#|$1|$(wc -c <\"$1\")\" >>" + kRollouts.string() + "\n");
+        fs::permissions("/usr/sbin/log_compress.sh", fs::perms(0755));
+    }
+    void TearDown() override { SetUp(); }
+};
+
+TEST_F(Logging, EveryCategoryHasItsFileFormatLimitAndSettings) {
+    const struct {
+        const char* category;
+        std::string markers, settings, log;
+        std::size_t limit;
+    } cases[] = {
+        {"MAIN", ".reboot .poweroff", "bootup.conf", "bootup.log", 0},
+        {"MAIN", ".boot_fin .reboot", "shutdown.conf", "shutdown.log", 0},
+        {"MAIN", ".boot_fin .poweroff", "shutdown.conf", "shutdown.log", 0},
+        {"MAIN", ".boot_fin", "main.conf", "main.log", 524288},
+        {"API", ".boot_fin .reboot", "api.conf", "api.log", 102400},
+        {"TEST", ".boot_fin", "test.conf", "test.log", 102400},
+        {"VPPPOE", ".boot_fin", "vpppoe.conf", "default.log", 102400},
+        {"WANIPD", ".boot_fin", "wanipd.conf", "wanipd.log", 102400},
+        {"RESSD", ".boot_fin", "ressd.conf", "ressd.log", 102400},
+        {"NCSID", ".boot_fin", "ncsid.conf", "ncsid.log", 102400},
+        {"DNSMASQMGR", ".boot_fin", "dnsmasq_mgr.conf", "dnsmasq_mgr.log", 102400},
+        {"RMGMTD", ".boot_fin", "rmgmtd.conf", "rmgmtd.log", 102400},
+        {"NCAAS", ".boot_fin", "ncaas.conf", "ncaas.log", 102400},
+        {"DAS", ".boot_fin", "das.conf", "das.log", 102400},
+        {"MAPED", ".reboot", "maped.conf", "maped.log", 102400},
+        {"a-wrapper-b", ".reboot", "default.conf", "a-wrapper-b.log", 102400},
+        {"MAINS", ".reboot", "default.conf", "default.log", 102400},
+        {nullptr, ".boot_fin", "default.conf", "default.log", 102400},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.log + " " + row.markers);
+        SetUp();
+        run("cd /run/network && touch " + row.markers);
+        in_child([&] { initialize_and_speak(row.category); });
+        expect_text(kLogs / row.log, kBuiltInText);
+        EXPECT_EQ(names_in(kLogs), row.log + " ");
+
+        const std::size_t almost = (row.limit != 0 ? row.limit : 2097152) - 5;
+        put(kLogs / row.log, std::string(almost, 'x'));
+        in_child([&] { INITIALIZE_LOG(row.category), NM_LOG(Info) << "123", NM_LOG(Info) << ""; });
+        EXPECT_EQ(fs::file_size(kLogs / row.log), row.limit == 0 ? almost + 5 : 0);
+        const std::string rollout = "1|" + (kLogs / row.log).string() + "|" + std::to_string(row.limit);
+        EXPECT_EQ(slurp(kRollouts), row.limit == 0 ? "" : rollout + "\n");
+
+        put(kSettings / row.settings, settings_for(kLogs / "by_conf.log"));
+        in_child([&] { initialize_and_speak(row.category); });
+        expect_text(kLogs / (row.log == "a-wrapper-b.log" ? row.log : "by_conf.log"),
+                    "conf INFO bare\nconf ERROR failed -3\nconf DEBUG Exit -1015\n");
+    }
+}
+
+TEST_F(Logging, IsSilentUntilInitialized) {
+    in_child(speak);
+    EXPECT_EQ(names_in(kLogs), "");
+}
+
+TEST_F(Logging, NalogOverridesAllAndCallByNmlogShortensTheRest) {
+    const std::string brief =
+        kLineStart + "INFO bare\n" + kLineStart + "ERROR failed -3\n" + kLineStart + "DEBUG Exit -1015\n";
+    const auto with_either = [] {
+        INITIALIZE_LOG("API");
+        setenv("NALOG", "", 1);
+        setenv("CALL_BY_NMLOG", "", 1);
+        NM_LOG(Error) << "logger `other` has no file yet";
+        initialize_and_speak("x-wrapper");
+        unsetenv("NALOG");
+        NM_LOG(Info) << "to the category";
+        initialize_and_speak("TEST");
+    };
+    put(kLogs / "default.log", std::string(102400, 'x'));  // full at the start
+    in_child(with_either);
+    EXPECT_EQ(slurp(kRollouts), "1|/var/log/network/default.log|102400\n");
+    expect_text(kLogs / "default.log", kBuiltInText);
+    EXPECT_EQ(slurp(kLogs / "api.log"), "to the category\n");
+    expect_text(kLogs / "test.log", brief);
+    put(kSettings / "default.conf", settings_for(kLogs / "by_default.log"));
+    put(kSettings / "test.conf", settings_for(kLogs / "by_test.log"));
+    in_child(with_either);
+    expect_text(kLogs / "by_default.log", "conf INFO bare\n(conf .*\n){2}");
+    expect_text(kLogs / "by_test.log", brief);
+}
+
+TEST_F(Logging, DebugNaMovesStandardError) {
+    const auto complain = [] {
+        INITIALIZE_LOG("API");
+        (void)!system("echo oops >&2");
+    };
+    const fs::path err_log = kLogs / "err_log";
+    put(err_log, "old\n");
+    for (const char* value : {"2", "", "11", " 1", "1"}) {
+        SCOPED_TRACE(value);
+        setenv("DEBUG_NA", value, 1);
+        in_child(complain, std::string(value) == "1" ? "" : "oops\n");
+    }
+    EXPECT_EQ(slurp(err_log), "old\noops\n");
+    fs::remove(err_log);
+    fs::create_directories(err_log);  // cannot be opened
+    in_child(complain, "oops\n");
+    unsetenv("DEBUG_NA");
+}
+
+TEST_F(Logging, UnusableConfigurationIsReplacedAsAWhole) {
+    const std::string good = "* GLOBAL:\n FORMAT = \"conf %msg\"\n";
+    for (const std::string& text :
+         {std::string("garbage\n"), std::string(), good + "nonsense\n* INFO:\n FORMAT = \"%msg\"\n",
+          good + " COLOUR = \"1\"\n", "* LOUD:\n FORMAT = \"conf\"\n" + good,
+          good + " FILENAME = \"here.log\"\n", good + " MAX_LOG_FILE_SIZE = 9k\n", std::string(64, '\0')}) {
+        SCOPED_TRACE(text);
+        fs::remove_all(kLogs);
+        put(kSettings / "api.conf", text);
+        in_child([] { initialize_and_speak("API"); });
+        expect_text(kLogs / "api.log", kBuiltInText);
+    }
+}
+
+TEST_F(Logging, LaterCallsMoveTheLoggerForgetTheFormerSettingsAndLeakNothing) {
+    put(kSettings / "bootup.conf", settings_for(kLogs / "boot.log") + "* INFO:\n ENABLED = false\n");
+    in_child([] {
+        initialize_and_speak("MAIN");
+        const auto descriptors = open_descriptors();
+        put("/run/network/.boot_fin", "");
+        for (int i = 0; i < 1000; ++i) {
+            INITIALIZE_LOG(i % 2 == 0 ? "API" : "MAIN");
+        }
+        speak();
+        _exit(open_descriptors() != descriptors);
+    });
+    expect_text(kLogs / "boot.log", "conf ERROR failed -3\nconf DEBUG Exit -1015\n");
+    expect_text(kLogs / "main.log", kBuiltInText);
+}
+
+TEST_F(Logging, RolloutHandlerTakesAnyPath) {
+    const fs::path hostile = kLogs / "a 'b' \"$(touch pwned)\";`touch pwned`.log";
+    put(hostile, "12345");
+    fs::create_symlink(hostile, kLogs / "link");
+    in_child([&] {
+        for (const fs::path& path : {hostile, kLogs / "link", kLogs, kLogs / "absent"}) {
+            rolloutHandler(path.c_str(), 0);
+        }
+    });
+    EXPECT_EQ(slurp(kRollouts), "1|" + hostile.string() + "|5\n1|" + hostile.string() + "|5\n");
+}
+
+TEST_F(Logging, DetachedLogIsTruncatedUncompressedThoughFlushedLater) {
+    put(kSettings / "api.conf", settings_for(kLogs / "api.log") + " LOG_FLUSH_THRESHOLD = 1000\n");
+    put(kLogs / "api.log", std::string(299, 'x'));
+    in_child([] { INITIALIZE_LOG("API"), DETACH_LOG(), NM_LOG(Info) << "a", NM_LOG(Info) << "b"; });
+    EXPECT_EQ(slurp(kRollouts) + slurp(kLogs / "api.log"), "");
+}
+
+TEST_F(Logging, RolledFileIsSharedWithOthersAndKeptFromChildren) {
+    const std::string message = "%msg %datetime %%level 'a' $(b)\n" + SEPARATE_LINE;
+    put(kSettings / "api.conf", settings_for(kLogs / "api.log"));
+    in_child([&] {
+        INITIALIZE_LOG("API");
+        NM_LOG(Info) << std::string(400, 'x');
+        NM_LOG(Info) << message;
+        (void)!system("echo theirs >>/var/log/network/api.log; ls -l /proc/self/fd | grep /var/log");
+        NM_LOG(Info) << "mine";
+    });
+    EXPECT_EQ(slurp(kLogs / "api.log"), "conf INFO " + message + "\ntheirs\nconf INFO mine\n");
+}
+
+TEST_F(Logging, FullDiskAndMissingDirectoryHarmNobody) {
+    put(kSettings / "test.conf", settings_for("/dev/full"));
+    fs::remove_all(kLogs);
+    put(kLogs, "in the way");
+    in_child([] {
+        initialize_and_speak("API");
+        INITIALIZE_LOG("TEST");
+        errno = ENOTTY;
+        NM_LOG(Error) << "lost";
+        const bool keeps_errno = errno == ENOTTY;
+        fs::remove_all(kLogs);
+        initialize_and_speak("API");
+        _exit(keeps_errno ? 0 : 1);
+    });
+    expect_text(kLogs / "api.log", kBuiltInText);  // the logging library makes the directory
+}
+
+}  // namespace

@@ -1,0 +1,85 @@
+#!/bin/bash
+# The two commands of an operator: nm_bin for the library's entries and vsh for the service bus. Their
+# sources of text, output, exit status, manual pages and completion.
+set -euo pipefail
+
+# shellcheck source=tests/support/world.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+
+readonly SOME=/etc/networkmanagement/some.json
+
+# Nothing may be written where the caller happens to stand.
+mkdir "$scratch/here"
+cd "$scratch/here"
+: >/run/network/.boot_fin
+printf 'model=VM\ndevid=4711\n' >/etc/networkmanagement/ncaas.conf
+echo '{"a":1}' >"$SOME"
+
+matches() {
+    [[ $2 =~ ^$1$ ]]
+}
+
+# runs NAME PATTERN COMMAND [ARG]...: exit status, output and, in brackets, complaints match as a whole.
+runs() {
+    local status=0 output
+    output=$("${@:3}" 2>"$scratch/complaint") || status=$?
+    check "$1" matches "$2" "$status ${output}[$(<"$scratch/complaint")]"
+}
+
+# misused PROGRAM [ARG]...: wrong usage ends with 2, prints nothing and says why.
+misused() {
+    runs "usage: $*" "2 \[$1: .+]" "$@"
+}
+
+check_nm_bin() {
+    runs "nm_bin --version" '0 nm_bin [0-9]+\.[0-9]+\.[0-9]+\[]' nm_bin --version
+    misused nm_bin Setup_wanif
+    misused nm_bin Setup_nothing '{}'
+    misused nm_bin --nonsense Setup_wanif '{}'
+    misused nm_bin Setup_wanif @/none
+    check "a misused nm_bin leaves no log" test ! -s "$MAIN_LOG"
+    runs "text as an argument" "1 -1032 NM_ERR_PARSE the text is not valid JSON\[]" nm_bin Setup_wanif '['
+    echo '[]' >"$scratch/array"
+    runs "text in a file" "1 -1012 NM_ERR_BAD_FORMAT the text has the wrong form\[]" \
+        nm_bin Setup_wanif "@$scratch/array"
+    same "--json is for machines" '[-1032,"NM_ERR_PARSE","the text is not valid JSON"]' \
+        "$(nm_bin --json Setup_wanif '[' | jq -c '[.code, .name, .meaning]')"
+}
+
+check_vsh() {
+    serve ncaas ncaas
+    runs "vsh without a request" '0 \{"data":"VM","error":0\}\[]' vsh ncaas.get_model
+    runs "vsh with text" '0 \{"data":\{"a":1\},"error":0\}\[]' vsh ncaas.read_json "{\"path\":\"$SOME\"}"
+    echo "{\"path\":\"$SOME\",\"data\":{\"a\":\"é\\u0007\"}}" >"$scratch/request"
+    runs "vsh with a file" '0 .*\[]' vsh ncaas.write_json "@$scratch/request"
+    same "what was sent arrives" '{"a":"é\u0007"}' "$(jq -c . "$SOME")"
+    same "vsh with standard input" '"é\u0007"' "$(vsh ncaas.read_json - <"$scratch/request" | jq .data.a)"
+    runs "an error reply" '1 \{.*"error":-1.*]' vsh ncaas.read_json '{"path":"/etc/passwd"}'
+    runs "a service that is not there" '1 \[vsh: nobody\.get_model: No such file.*]' vsh nobody.get_model
+    misused vsh ncaas.
+    misused vsh --timeout 0 ncaas.get_model
+}
+
+# completes EXPECTED PROGRAM WORD...: what completing the last word offers.
+completes() {
+    # shellcheck disable=SC2016  # the inner shell expands it
+    same "${*:2} is completed" "$1" "$(bash -c 'source "/usr/share/bash-completion/completions/$1"
+        COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+        "_$1"; echo "${COMPREPLY[@]}"' -- "${@:2}" 2>&1)"
+}
+
+check_nm_bin
+check_vsh
+completes Setup_wanif nm_bin Set
+completes @/etc/networkmanagement/some.json nm_bin Setup_wanif @/etc/networkmanagement/so
+completes ncaas. vsh nc
+for page in man8/nm_bin.8 man1/vsh.1; do
+    if command -v man >/dev/null; then
+        same "$page renders without warnings" "" \
+            "$(MANWIDTH=80 man --warnings -l "/usr/share/man/$page" 2>&1 >/dev/null)"
+    else
+        skip "$page renders without warnings" "man is not installed"
+    fi
+done
+same "no file appears in the current directory" "" "$(ls -A)"
+finish

@@ -1,0 +1,59 @@
+#!/bin/bash
+# What a caller of the installed library gets: a program of a dozen lines builds in both usual ways, at the
+# real prefix and staged elsewhere, and the library exports what its headers promise and nothing else.
+set -euo pipefail
+
+# shellcheck source=tests/support/world.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+
+source_dir=$(cd "$support_dir/../.." && pwd -P)
+readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
+readonly CONSUMER=$source_dir/tests/system/consumer
+readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
+# The exported entries: they have C linkage, so that callers find them by name.
+readonly ENTRIES=(Setup_wanif)
+
+: >/run/network/.boot_fin
+
+by_cmake() {
+    cmake -S "$CONSUMER" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$1" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" &&
+        cmake --build "$2"
+}
+
+by_pkg_config() {
+    local flags
+    mkdir "$2"
+    read -r -a flags < <(PKG_CONFIG_PATH=$1/lib/pkgconfig pkg-config --cflags --libs networkinterface)
+    g++ -std=c++17 -Wall -Wextra -Werror -o "$2/consumer" "$CONSUMER/main.cpp" "${flags[@]}"
+}
+
+# try PREFIX WAY: builds the caller one way and runs it.
+try() {
+    local dir=$scratch/$2${1//\//_}
+    check "$1, $2: builds" "$2" "$1" "$dir"
+    same "$1, $2: runs" "-1012 NM_ERR_BAD_FORMAT" "$(LD_LIBRARY_PATH=$1/lib "$dir/consumer" 2>&1)"
+    same "$1, $2: needs the library by its soname" libnetworkinterface.so.1 \
+        "$(objdump -p "$dir/consumer" 2>&1 | awk '$1 == "NEEDED" && /networkinterface/ {print $2}')"
+}
+
+try /usr by_cmake
+try /usr by_pkg_config
+# The real prefix must not help out.
+find /usr -xdev \( -path '*/include/networkinterface' -o -path '*/cmake/networkinterface' -o -name vservice.h \
+    -o -name vpppoe.h -o -name networkinterface.pc -o -name 'libnetworkinterface*' -o -name 'libv[sp]*.so*' \) \
+    -not -path "$source_dir/*" -exec rm -rf {} +
+cmake --install "$BUILD" --prefix /opt/stage >/dev/null
+try /opt/stage by_cmake
+try /opt/stage by_pkg_config
+same "installed files do not name the build machine's directories" "" \
+    "$(grep -rlF -e "$source_dir" -e "$BUILD" /opt/stage || true)"
+
+same "the names with C linkage are the entries" "${ENTRIES[*]}" \
+    "$(nm -D --defined-only "$LIBRARY" | awk '$3 !~ /^_Z/ {print $3}' | sort | xargs)"
+same "nm_bin has a command for each entry" "${ENTRIES[*]}" \
+    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Za-z_]*\) .*/\1/p' | sort | xargs)"
+same "nothing of the logging library is exported" "" \
+    "$(nm -DC --defined-only "$LIBRARY" | grep -E '(^|[^A-Za-z0-9_])el::' | cut -c 18-120 || true)"
+same "no function outside of a namespace stays inside" "" "$(nm -C --defined-only "$LIBRARY" |
+    sed -n 's/^[0-9a-f]* t \([A-Za-z_].*(.*)\)$/\1/p' | grep -vE '::|^_' || true)"
+finish

@@ -1,0 +1,219 @@
+#!/bin/bash
+# WAN ports set up through nm_bin on a real kernel: what reaches the interfaces and the peers, what bad input
+# does (nothing), and how two callers keep out of each other's way.
+set -euo pipefail
+
+# shellcheck source=tests/support/world.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+
+readonly NCAAS_CONF=/etc/networkmanagement/ncaas.conf
+readonly LOCK=/var/lock/network/swdev1.lck
+readonly JOURNAL=$scratch/journal
+
+make_world() {
+    local n
+    ip netns add isp
+    for n in 1 2; do
+        ip link add "swdev$n" type veth peer name "far$n" netns isp
+        ip link set "swdev$n" up
+        ip -n isp link set "far$n" up
+    done
+    eventually 30 grep -q up /sys/class/net/swdev1/operstate
+    eventually 30 grep -q up /sys/class/net/swdev2/operstate
+    : >/run/network/.boot_fin
+    build scripted_peer vservice
+    device_id 0
+    serve ncaas ncaas
+}
+
+device_id() {
+    printf 'model=VM\ndevid=%s\n' "$1" >"$NCAAS_CONF"
+}
+
+# document FILE [FILTER]: two WAN ports, changed by a jq filter.
+document() {
+    jq -n '{WAN_PORT: ({} |
+        .PORT1 = {DEV_TYPE: "virtio", INTERFACE: "swdev1", MTU: "1500", PRIO: "1",
+                  RX_RATE: "300000000", TX_RATE: "200000000"} |
+        .PORT2 = (.PORT1 + {INTERFACE: "swdev2"}))} | '"${2:-.}" >"$1"
+}
+
+# port N OPS ACT [PATH]: one member of a request.
+port() {
+    echo "\"PORT$1\":{\"ops\":$2,\"act\":$3,\"path\":\"${4:-$DEVICE_INFO}\"}"
+}
+
+mtu() {
+    ip -j link show "$1" | jq '.[0].mtu'
+}
+
+lock_is_free() {
+    flock --nonblock "$LOCK" true
+}
+
+# --- Changes reach the kernel
+
+# sets NAME EXPECTED REQUEST [FILTER]: the code, and the MTU of both ports afterwards.
+sets() {
+    document "$DEVICE_INFO" "${4:-.}"
+    setup "$3"
+    same "$1" "$2" "$result $(mtu swdev1) $(mtu swdev2)"
+}
+
+check_changes() {
+    local missing='.WAN_PORT.PORT1.INTERFACE = "swdev9"'
+    sets "alter sets the MTU" "0 1400 1500" "{$(port 1 4 3)}" '.WAN_PORT.PORT1.MTU = "1400"'
+    same "the result is told in words" "NM_OK success" "${line#* }"
+    check "the log names the change" grep -q 'Set MTU\[1400\] OK, Interface : swdev1' "$MAIN_LOG"
+    sets "a mask without the link bit leaves it" "0 1400 1500" "{$(port 1 3 3)}"
+    sets "a VLAN of a port stands for the port" "0 1500 1500" "{$(port 1.100 4 3)}"
+    sets "add on a missing device" "-1002 1500 1500" "{$(port 1 4 1)}" "$missing"
+    logged "add on a missing device: log" 'swdev9 does not exist'
+    sets "two ports, the first fails" "0 1500 1300" "{$(port 1 4 1),$(port 2 4 3)}" \
+        "$missing | .WAN_PORT.PORT2.MTU = \"1300\""
+    logged "two ports, the first fails: log" 'swdev9 does not exist'
+    sets "two ports, the last fails" "-1007 1350 1300" "{$(port 1 4 3),$(port 2 4 3)}" \
+        '.WAN_PORT.PORT1.MTU = "1350" | .WAN_PORT.PORT2.MTU = "10"'
+}
+
+# --- Peers and TCP windows
+
+# tells NAME EXPECTED REQUEST: the code, and the calls that the peers saw.
+tells() {
+    rm -f "$JOURNAL"
+    setup "$3"
+    same "$1" "$2" "$result $(cat "$JOURNAL" 2>/dev/null)"
+}
+
+check_peers() {
+    local answer='{"error":0,"data":{"error":0,"result":""}}' new=$scratch/new.json
+    local qos="Setup_QOS {\"conf\":\"$DEVICE_INFO\",\"dev\":\"swdev1\",\"op\":\"2\"}"
+    local bandwidth='Reset_iface_bandwidth {"bandwidth":"200000000","ifname":"swdev1"}'
+    serve VelanWsd.service "$scratch/scripted_peer" VelanWsd.service Setup_QOS "$JOURNAL" "$answer"
+    serve VelanWmd "$scratch/scripted_peer" VelanWmd Reset_iface_bandwidth "$JOURNAL" "$answer"
+    document "$DEVICE_INFO"
+    tells "no device id: the bandwidth is reset, QoS left alone" "0 $bandwidth" "{$(port 1 16 3)}"
+    device_id 4711
+    tells "rates: QoS restarts, then the bandwidth is reset" "0 $qos"$'\n'"$bandwidth" "{$(port 1 16 3)}"
+    tells "a plain alteration calls no peer" "0 " "{$(port 1 4 3)}"
+    tells "add starts QoS" "0 $qos" "{$(port 1 4 1)}"
+    document "$new" '.WAN_PORT.PORT1.INTERFACE = "swdev2"'
+    tells "delete works on the stored document, not on the request's" "0 $qos" "{$(port 1 4 2 "$new")}"
+    document "$DEVICE_INFO" 'del(.WAN_PORT.PORT1)'
+    tells "delete of a port that the stored document lacks" "-1003 " "{$(port 1 4 2 "$new")}"
+    device_id 0
+}
+
+check_tcp_windows() {
+    document "$DEVICE_INFO"
+    setup "{$(port 1 0 1)}"
+    same "an add scales the TCP windows to a tenth of all uplinks' rates" \
+        $'4096 87380 60000000\n4096 87380 40000000' "$(sed -s 's/\t/ /g' /proc/sys/net/ipv4/tcp_{r,w}mem)"
+}
+
+# --- Bad input
+
+# What no refused request may change.
+world_state() {
+    ip -j -d link
+    ip -n isp -j link
+    find /etc/networkmanagement -type f -exec sha256sum {} + | sort
+}
+
+# bad NAME CODE PATTERN REQUEST [FILTER]: the code, an error line and nothing that changed. The stored document
+# asks for another MTU, so that a request that is worked after all shows.
+bad() {
+    local before
+    document "$DEVICE_INFO" ".WAN_PORT[].MTU = \"1234\" | ${5:-.}"
+    before=$(world_state)
+    setup "$4"
+    same "$1: result" "$2 1" "$result $status"
+    logged "$1: log" "$3"
+    same "$1: nothing changed" "$before" "$(world_state)"
+}
+
+check_bad_requests() {
+    : >/tmp/empty.json
+    echo '{"WAN_PORT":' >/tmp/torn.json
+    bad "not JSON" -1032 'Json parse failed\.' '{"PORT1":'
+    bad "10 MB of rubbish" -1032 'Json parse failed\.' "$(head -c 10000000 /dev/zero | tr '\0' x)"
+    bad "root an array" -1012 'root is not valid format' "[{$(port 1 4 3)}]"
+    bad "no members" -1020 ' is not found' '{}'
+    bad "path missing" -1020 ' is not found' '{"PORT1":{"ops":4,"act":3}}'
+    bad "path absent" -1020 '/tmp/none\.json is not found' "{$(port 1 4 3 /tmp/none.json)}"
+    bad "path empty" -1020 '/tmp/empty\.json is not found' "{$(port 1 4 3 /tmp/empty.json)}"
+    bad "path not JSON" -1032 'Json reader parse fail!' "{$(port 1 4 3 /tmp/torn.json)}"
+    bad "path a number" -1012 '\[PORT1\].*path' '{"PORT1":{"ops":4,"act":3,"path":5}}'
+    bad "unknown port" -1003 "Cannot find \[PORT9\]'s configuration\." "{$(port 9 4 3)}"
+    bad "member a number" -1012 '\[PORT1\]' '{"PORT1":5}'
+    bad "second member a text" -1012 '\[PORT2\]' "{$(port 1 0 3),\"PORT2\":\"alter\"}"
+    bad "ops a text" -1012 '\[PORT1\].*ops' "{$(port 1 '"4"' 3)}"
+    bad "ops beyond 32 bits" -1012 '\[PORT1\].*ops' "{$(port 1 4294967300 3)}"
+    bad "act an object" -1012 '\[PORT1\].*act' "{$(port 1 4 '{}')}"
+    rm -f "$LOCK"
+    bad "act 7" -1001 'Unknown act: 7' "{$(port 1 4 7)}"
+    check "act 7: the lock was taken" test -e "$LOCK"
+    check "act 7: the lock is free again" lock_is_free
+}
+
+check_bad_documents() {
+    local request name
+    request="{$(port 1 4 3)}"
+    while read -r name; do
+        bad "INTERFACE $name" -1002 'does not exist' "$request" ".WAN_PORT.PORT1.INTERFACE = $name"
+    done <<'NAMES'
+"swdev1aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
+"swdev1/../swdev1"
+"swdev1'\";touch /pwned;$(touch /pwned)`touch /pwned`"
+""
+NAMES
+    same "no name was run by a shell" "" "$(ls /pwned 2>/dev/null || true)"
+    bad "INTERFACE of two lines" -1002 'swdev1$' "$request" '.WAN_PORT.PORT1.INTERFACE = "swdev1\nswdev2"'
+    bad "INTERFACE an object" -1012 PORT1 "$request" '.WAN_PORT.PORT1.INTERFACE = {}'
+    bad "port entry a text" -1012 PORT1 "$request" '.WAN_PORT.PORT1 = "swdev1"'
+    bad "MTU 10" -1007 'Set MTU\[10\] failed, Interface : swdev1' "$request" '.WAN_PORT.PORT1.MTU = "10"'
+    check "the lock is free after all of this" lock_is_free
+    same "nothing was printed besides results" "" "$(cat "$scratch/stderr")"
+}
+
+# --- Locks
+
+# timed FILE REQUEST: the milliseconds of one call and the printed line.
+timed() {
+    local begin=${EPOCHREALTIME/./} printed
+    printed=$(nm_bin Setup_wanif "$2" 2>&1) || true
+    echo "$(((${EPOCHREALTIME/./} - begin) / 1000)) $printed" >"$1"
+}
+
+check_locks() {
+    local before elapsed printed waiter
+    document "$DEVICE_INFO" '.WAN_PORT[].MTU = "1333"'
+    before=$(mtu swdev1)
+    flock "$LOCK" sleep 12 &
+    daemons+=($!)
+    eventually 30 bash -c "! flock --nonblock $LOCK true"
+    : >"$MAIN_LOG"
+    timed "$scratch/waiting" "{$(port 1 4 3)}" &
+    waiter=$!
+    timed "$scratch/beside" "{$(port 2 4 3)}"
+    read -r elapsed printed <"$scratch/beside"
+    same "another port is set up meanwhile" "0 NM_OK success 1333" "$printed $(mtu swdev2)"
+    check "another port does not wait: $elapsed ms" test "$elapsed" -lt 5000
+    wait "$waiter"
+    read -r elapsed printed <"$scratch/waiting"
+    same "a held lock: result" "-1015 NM_ERR_LOCK the lock was not obtained" "$printed"
+    check "a held lock: ten tries, $elapsed ms" test "$elapsed" -ge 9500 -a "$elapsed" -le 11500
+    same "a held lock: the interface is untouched" "$before" "$(mtu swdev1)"
+    logged "a held lock: log" 'Get LOCK failed: swdev1, pid: [0-9]+'
+    wait "${daemons[-1]}"
+    sets "once it is released, the setup works" "0 1333 1333" "{$(port 1 4 3)}" '.WAN_PORT[].MTU = "1333"'
+}
+
+make_world
+check_changes
+check_peers
+check_tcp_windows
+check_bad_requests
+check_bad_documents
+check_locks
+finish
