@@ -40,7 +40,9 @@ fails "a missing command" 127 inside /no/such/command
 fails "no command is a wrong usage" 2 scripts/sandbox
 fails "refused namespaces" 77 env PATH="$shared:$PATH" scripts/sandbox true
 fails "a refused mount" 77 inside --tmpfs-size nonsense true
-fails "not root" 77 setpriv --reuid 65534 --clear-groups bash scripts/sandbox true
+# Wherever the tree lies, the other user has to be able to read the script.
+fails "not root" 77 setpriv --reuid 65534 --clear-groups --inh-caps +dac_read_search \
+    --ambient-caps +dac_read_search bash scripts/sandbox true
 
 for signal in TERM KILL; do
     sleeper="sleep 1000.$RANDOM$RANDOM"
