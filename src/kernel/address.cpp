@@ -6,10 +6,12 @@
 #include <netlink/route/rtnl.h>
 #include <netlink/utils.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <utility>
 
 #include "kernel/netlink.h"
@@ -186,10 +188,8 @@ void append_device_name(nl_object* object, void* argument) {
     }
     std::array<char, IFNAMSIZ> name{};
     if (rtnl_link_i2name(links, ifindex, name.data(), name.size()) != nullptr) {
-        if (*names != '\0') {
-            strcat(names, " ");
-        }
-        strcat(names, name.data());
+        const std::string appended = (*names != '\0' ? " " : "") + std::string(name.data());
+        std::copy_n(appended.c_str(), appended.size() + 1, names + strlen(names));
     }
     nl_cache_put(links);
 }

@@ -68,7 +68,7 @@ public:
 
 private:
     static constexpr size_t kHeadWords = sizeof(ethtool_link_settings) / sizeof(uint32_t);
-    std::array<uint32_t, kHeadWords + 3 * LINK_MODE_WORDS> words_{};
+    std::array<uint32_t, kHeadWords + std::size_t{3} * LINK_MODE_WORDS> words_{};
 };
 
 /// The settings of a device and the request that brought them, which a change goes back in, so that all that
@@ -357,7 +357,7 @@ int get_iface_driver(char* ifname, char* driver) {
         return NM_EXIT(ret);
     }
     info.driver[sizeof(info.driver) - 1] = '\0';
-    strcpy(driver, info.driver);
+    std::copy_n(info.driver, strlen(info.driver) + 1, driver);
     NM_LOG(Debug) << "Interface: " << ifname << ", driver: " << driver;
     return NM_EXIT(NM_OK);
 }

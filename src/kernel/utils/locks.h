@@ -5,9 +5,9 @@
 
 // A lock handle is an open descriptor (0 or greater), or a negative result code. The lock file is
 // "/var/lock/network/<base>.lck", cut to 63 characters, where <base> is what follows the last "/" of the
-// path; two files named alike in two directories therefore exclude each other, deliberately. From 44 characters
-// on a name and its own ".tmp" share one lock file, from 46 on all names that begin alike: keep names short. The
-// directory must exist.
+// path; two files named alike in two directories therefore exclude each other, deliberately. From 44
+// characters on a name and its own ".tmp" share one lock file, from 46 on all names that begin alike: keep
+// names short. The directory must exist.
 //
 // A lock is tried ten times, one second apart, then NM_ERR_LOCK; NM_ERR_LOCK_MEM at once if the kernel
 // has no room for lock records. Two locks of one process exclude each other as well.
