@@ -1,7 +1,10 @@
 // Bridge devices, by libnl's link objects; the spanning tree by sysfs.
 #include "kernel/bridge.h"
 
+#include <net/if.h>
 #include <netlink/route/link/bridge.h>
+
+#include <cstring>
 
 #include "kernel/device_path.h"
 #include "kernel/netlink.h"
@@ -16,6 +19,11 @@ constexpr nm::ConnectCodes kConnect{NM_ERR_BR_SOCKET, NM_ERR_BR_CONNECT};
 bool is_missing(const char* name) {
     // An empty name would make the kernel choose one.
     return name == nullptr || *name == '\0';
+}
+
+/// libnl would cut such a name, and the request would reach another device.
+bool is_too_long(const char* name) {
+    return strlen(name) >= IFNAMSIZ;
 }
 
 /// What is done to a port, and the code of its failure.
@@ -59,6 +67,9 @@ int br_addbr(const char* name) {
     if (is_missing(name)) {
         return NM_ERR_BR_ARG;
     }
+    if (is_too_long(name)) {
+        return NM_ERR_BR_ADD;
+    }
     nm::NlSocket socket;
     const int ret = nm::connect_route_socket(socket, kConnect);
     if (ret != NM_OK) {
@@ -81,6 +92,9 @@ int br_addbr(const char* name) {
 int br_delbr(const char* name) {
     if (is_missing(name)) {
         return NM_ERR_BR_ARG;
+    }
+    if (is_too_long(name)) {
+        return NM_ERR_BR_DELETE;
     }
     nm::NlSocket socket;
     const int ret = nm::connect_route_socket(socket, kConnect);

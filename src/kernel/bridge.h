@@ -1,7 +1,7 @@
 // Bridge devices: creating and deleting them, their ports and their spanning tree.
 //
 // Nothing here logs: the caller knows what the bridge is for, and tells. Names are at most 15 characters; a
-// longer one is cut by br_addbr() and br_delbr(), and is no device's for br_addif() and br_delif().
+// longer one is refused, since cutting it could hit another device.
 //
 // Codes: NM_ERR_BR_ARG for a null or empty name; NM_ERR_BR_SOCKET, NM_ERR_BR_CONNECT, NM_ERR_BR_CACHE and
 // NM_ERR_BR_LINK when the kernel can't be asked; the others by function.

@@ -185,6 +185,11 @@ void keep_supported(const uint32_t* supported, uint32_t* advertised) {
 /// A datagram socket and the device for one request. 0 or NM_ERR_SOCKET.
 template <class Request>
 int with_device(const char* ifname, Request request) {
+    // A name that does not fit belongs to no device. Cutting it could hit another one.
+    if (strlen(ifname) >= IFNAMSIZ) {
+        NM_LOG(Error) << "ioctl(ethtool) fail. Interface: " << ifname;
+        return NM_ERR_IOCTL;
+    }
     const nm::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!socket) {
         NM_LOG(Error) << "Socket open failed.";
@@ -233,7 +238,7 @@ int physical_info(const char* ifname, physical_status* status) {
 
 }  // namespace
 
-int dump_link_usettings(const char* ifname, const ethtool_link_usettings* settings, physical_status* status) {
+int dump_link_usettings(const char* ifname, ethtool_link_usettings* settings, physical_status* status) {
     NM_LOG(Debug) << ifname << " auto-negotiation: " << (settings->autoneg == AUTONEG_ENABLE ? "on" : "off");
     *status = {};
     status->autoneg = settings->autoneg == AUTONEG_ENABLE ? 1 : 0;
@@ -267,7 +272,9 @@ int check_physical_setting(int speed, int duplex, uint32_t* advertised, bool fir
     NM_LOG(Debug) << "Check Speed/Duplex: " << key;
     std::fill_n(advertised, LINK_MODE_WORDS, 0);
     const auto* row = std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [=](const SpeedRow& candidate) {
-        return candidate.speed == speed && candidate.duplex == duplex && speed != kNotSettable;
+        return candidate.speed == speed &&
+               candidate.duplex == (duplex == DUPLEX_FULL ? DUPLEX_FULL : DUPLEX_HALF) &&
+               speed != kNotSettable;
     });
     const uint64_t wanted = row != std::end(kSpeeds) ? row->modes : 0;
     advertised[0] = static_cast<uint32_t>(wanted);
@@ -340,7 +347,9 @@ int reset_ethernet_physical(const char* ifname) {
     constexpr unsigned int kSettleSeconds = 3;
     NM_LOG(Debug) << "Enter";
     const int ret = set_physical_info(ifname, 0, 0, 1);
-    sleep(kSettleSeconds);
+    for (unsigned int left = kSettleSeconds; left != 0;) {
+        left = sleep(left);  // a signal ends a sleep early
+    }
     return NM_EXIT(ret);
 }
 

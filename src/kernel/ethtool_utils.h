@@ -72,7 +72,7 @@ int do_gset(cmd_ctx* ctx, physical_status* status);
 int do_sset(cmd_ctx* ctx, int speed, int duplex);
 
 /// Stores the settings; speed and duplex only of a device that is running. 0.
-int dump_link_usettings(const char* ifname, const ethtool_link_usettings* settings, physical_status* status);
+int dump_link_usettings(const char* ifname, ethtool_link_usettings* settings, physical_status* status);
 
 /// Stores in `advertised` (LINK_MODE_WORDS words) the link modes of the pair; with `first_word` only those
 /// that the old request can carry. 0, or NM_ERR_BAD_FORMAT if there are none.

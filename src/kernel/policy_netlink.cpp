@@ -67,12 +67,13 @@ int read_policy(const char* function, const PolicyTable& table, unsigned char fa
         return ret;
     }
     (void)nl_socket_modify_cb(socket.get(), NL_CB_VALID, NL_CB_CUSTOM, collect_objects, &objects);
-    int error = 0;
-    do {
+    constexpr int kTries = 5;
+    int error = -NLE_DUMP_INTR;  // what a table that changes under the dump gives
+    for (int attempt = 0; attempt < kTries && error == -NLE_DUMP_INTR; ++attempt) {
         objects.clear();
         error = nl_rtgen_request(socket.get(), table.request, family, NLM_F_DUMP);
         error = error < 0 ? error : nl_recvmsgs_default(socket.get());
-    } while (error == -NLE_DUMP_INTR);  // the table changed under the dump
+    }
     if (error < 0) {
         fprintf(stderr, "%s: Cannot allocate %s cache\n", function, table.name);
         return NM_ERR_NOMEM;

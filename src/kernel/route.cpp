@@ -32,6 +32,9 @@ int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop
     const nm::RtnlRoute route(rtnl_route_alloc());
     nm::NlSocket socket;
     const int ret = nm::open_policy_socket(__func__, "socket/route", route != nullptr, socket);
+    if (ret == NM_ERR_NOMEM) {
+        fprintf(stderr, "Alloc memory fail in set_route!\n");
+    }
     if (ret != NM_OK) {
         return ret;
     }
@@ -135,7 +138,7 @@ int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix
     }
     const bool new_default = dst == nullptr && add != 0;
     const unsigned int mtu = new_default ? device_mtu(ifindex) : 0;
-    const unsigned int lock = mtu != 0 ? 1U << RTAX_MTU : 0;
+    const unsigned int lock = new_default ? 1U << RTAX_MTU : 0;
     return __set_route(table, family, address.get(), std::move(hop), protocol, scope, metric, mtu, lock, add);
 }
 
@@ -152,7 +155,8 @@ int flush_route_table(unsigned char family, RT_ID table) {
             continue;
         }
         const int error = rtnl_route_delete(socket.get(), route, 0);
-        if (error != 0) {
+        // A route that is gone already, with its device or its lifetime, is what was wanted.
+        if (error != 0 && error != -NLE_OBJ_NOTFOUND) {
             return error;
         }
     }

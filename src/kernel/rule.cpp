@@ -6,13 +6,12 @@
 
 #include <cstdio>
 
+#include "kernel/marks.h"
 #include "kernel/policy_netlink.h"
 #include "result_codes.h"
 
 namespace {
 
-constexpr unsigned int kDnatMask = FW_MARK_DNAT | FW_MARK_PORT_MASK;
-constexpr unsigned int kLanToWanMask = FW_MARK_LAN_TO_WAN | FW_MARK_PORT_MASK;
 constexpr nm::PolicyTable kRules{"rule", RTM_GETRULE};
 
 /// What a rule goes by, for messages.
@@ -23,10 +22,10 @@ const char* rule_kind(const nl_addr* src, const char* oif, unsigned int mask) {
     if (oif != nullptr) {
         return "oif";
     }
-    if (mask == kDnatMask) {
+    if (mask == nm::kDnatReplyMask) {
         return "dnat";
     }
-    return mask == kLanToWanMask ? "lan to wan" : "table";
+    return mask == nm::kLanToWanMask ? "lan to wan" : "table";
 }
 
 /// The one way of a rule to the kernel. A mark of zero need not be sent: a mask alone means mark 0.
@@ -77,7 +76,7 @@ int __set_rule(unsigned int priority, unsigned char family, nl_addr* src, const 
 
 /// Marked uplinks leave packets alone that a mark assigns to an uplink.
 unsigned int unassigned_mask(int mark) {
-    return mark != 0 ? FW_MARK_PORT_MASK : 0;
+    return mark != 0 ? nm::kEgressPort.mask : 0;
 }
 
 /// Whether a purge takes the rules of this table.
@@ -107,20 +106,21 @@ int set_rule_by_src(unsigned int priority, unsigned char family, void* addr, uns
 }
 
 int set_rule_by_oif(unsigned int priority, unsigned char family, const char* name, RT_ID table, int mark) {
-    if (name == nullptr) {
+    // The kernel takes an empty name for a device that is not there yet: a rule that serves nobody.
+    if (name == nullptr || *name == '\0') {
         return NM_ERR_BAD_FORMAT;
     }
     return __set_rule(priority, family, nullptr, name, table, 0, unassigned_mask(mark));
 }
 
 int set_rule_dnat(unsigned int priority, unsigned char family, int port, RT_ID table) {
-    const unsigned int mark = static_cast<unsigned int>(port) + FW_MARK_DNAT;
-    return __set_rule(priority, family, nullptr, nullptr, table, mark, kDnatMask);
+    const unsigned int mark = static_cast<unsigned int>(port) + nm::kDnatReply;
+    return __set_rule(priority, family, nullptr, nullptr, table, mark, nm::kDnatReplyMask);
 }
 
 int set_rule_lan2wan(unsigned int priority, unsigned char family, int port, RT_ID table) {
-    const unsigned int mark = static_cast<unsigned int>(port) + FW_MARK_LAN_TO_WAN;
-    return __set_rule(priority, family, nullptr, nullptr, table, mark, kLanToWanMask);
+    const unsigned int mark = static_cast<unsigned int>(port) + nm::kLanToWan;
+    return __set_rule(priority, family, nullptr, nullptr, table, mark, nm::kLanToWanMask);
 }
 
 int set_rule_table(unsigned int priority, RT_ID table) {

@@ -11,12 +11,6 @@
 
 #pragma GCC visibility push(default)
 
-/// The low four bits of a firewall mark hold the port number of the uplink that a packet is assigned to.
-/// Two bits above them tell answers to destination-NAT traffic and LAN traffic from all other.
-constexpr unsigned int FW_MARK_PORT_MASK = 0xf;
-constexpr unsigned int FW_MARK_DNAT = 0x1000;
-constexpr unsigned int FW_MARK_LAN_TO_WAN = 0x2000;
-
 /// Packets from `addr` (4 or 16 raw bytes; null: from anywhere). Prefix 0 means this one address. With
 /// `mark` the rule serves only packets whose mark assigns them to no uplink. NM_ERR_BAD_FORMAT also for a
 /// prefix beyond the family's length.

@@ -195,6 +195,11 @@ int change_downlink(unsigned int ifindex, unsigned int oif_ifindex, const char* 
     const auto length = static_cast<unsigned char>(prefix);
     const bool add = act == 1;
     (void)delete_routerule(ifname, static_cast<int>(ifindex), AF_INET6);  // mostly there is nothing to wipe
+    if (get_pure_ifname(downlink.ifname) != downlink.ifname) {
+        // That was the parent's table. A VLAN device's own one has to be wiped as well.
+        (void)flush_route_table(AF_INET6, downlink.table);
+        (void)del_rules_by_rt(AF_INET6, downlink.table);
+    }
 
     const auto set_rules = [&] {
         const int rules = set_source_rule(ifindex, AF_INET6, address.raw(), length, add ? 1 : 0, mark, ifname,
@@ -223,7 +228,8 @@ int change_downlink(unsigned int ifindex, unsigned int oif_ifindex, const char* 
 int set_source_rule(unsigned int ifindex, unsigned char family, void* addr, unsigned char prefix, int add,
                     int mark, const char* ifname, RT_ID table, unsigned int pref_base) {
     std::array<char, IFNAMSIZ> own_name{};
-    const char* name = ifname != nullptr ? ifname : if_indextoname(ifindex, own_name.data());
+    const bool named = ifname != nullptr && *ifname != '\0';
+    const char* name = named ? ifname : if_indextoname(ifindex, own_name.data());
     if (name == nullptr) {
         fprintf(stderr, "Error: Can't get ifname for ifindex %u\n", ifindex);
         return NM_ERR_NO_IFACE;

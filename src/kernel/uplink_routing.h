@@ -46,8 +46,9 @@ int set_ip_route(unsigned int ifindex, unsigned char family, const char* ip, uin
 int delete_routerule(const char* ifname, int ifindex, unsigned char family);
 
 /// Table and rules of a LAN-side IPv6 prefix whose traffic leaves by another interface: wipes what `ifindex`
-/// has, and with `act` 1 writes its rules, the on-link route to ip/prefix, and the default route by `gw` on
-/// `oif_ifindex`; `act` 0 leaves it at the wiping. The numbers are those of `ifindex` itself.
+/// has (and, for a VLAN device on a switch port, what its parent has), and with `act` 1 writes its rules, the
+/// on-link route to ip/prefix, and the default route by `gw` on `oif_ifindex`; `act` 0 leaves it at the
+/// wiping. The numbers are those of `ifindex` itself.
 int set_ip6_routerule_by_oifindex(unsigned int ifindex, unsigned int oif_ifindex, const char* ip,
                                   unsigned int prefix, const char* gw, unsigned char act, int mark);
 

@@ -70,8 +70,9 @@ private:
         close(socket);
         return result;
     }
-    static constexpr std::array<vs_method, 5> kMethods{serve<0>, serve<1>, serve<2>, serve<3>, serve<4>};
-    inline static std::array<std::pair<std::string, std::string>, 5> slots;
+    static constexpr std::array<vs_method, 8> kMethods{serve<0>, serve<1>, serve<2>, serve<3>,
+                                                       serve<4>, serve<5>, serve<6>, serve<7>};
+    inline static std::array<std::pair<std::string, std::string>, 9> slots;
     inline static Calls journal;
     inline static std::mutex mutex;
 

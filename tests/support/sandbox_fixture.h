@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -43,6 +44,20 @@ struct File {
     explicit File(fs::path name, const std::string& text = "") : path(std::move(name)) { put(path, text); }
     ~File() { fs::remove(path); }
     fs::path path;
+};
+
+/// A directory for one test, gone with the object.
+class Scratch {
+public:
+    Scratch() {
+        char name[] = "/tmp/unit-XXXXXX";
+        root_ = mkdtemp(name);
+    }
+    ~Scratch() { fs::remove_all(root_); }
+    std::string operator/(const std::string& name) const { return root_ / name; }
+
+private:
+    fs::path root_;
 };
 
 inline void run(const std::string& command) {

@@ -11,7 +11,7 @@ readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
 readonly CONSUMER=$source_dir/tests/system/consumer
 readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # The exported entries: they have C linkage, so that callers find them by name.
-readonly ENTRIES=(Setup_wanif)
+readonly ENTRIES=(Add_hosts Del_hosts Reload_tcpmss Setup_wanif)
 
 : >/run/network/.boot_fin
 
@@ -49,7 +49,7 @@ same "installed files do not name the build machine's directories" "" \
     "$(grep -rlF -e "$source_dir" -e "$BUILD" /opt/stage || true)"
 
 same "the names with C linkage are the entries" "${ENTRIES[*]}" \
-    "$(nm -D --defined-only "$LIBRARY" | awk '$3 !~ /^_Z/ {print $3}' | sort | xargs)"
+    "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
 same "nm_bin has a command for each entry" "${ENTRIES[*]}" \
     "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Za-z_]*\) .*/\1/p' | sort | xargs)"
 same "nothing of the logging library is exported" "" \

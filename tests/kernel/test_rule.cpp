@@ -1,0 +1,129 @@
+// Rules and uplinks' rule blocks as the kernel has them afterwards.
+#include <linux/rtnetlink.h>
+
+#include "kernel/rule.h"
+#include "kernel/uplink_routing.h"
+#include "kernel_world.h"
+
+using namespace kernel_world;
+using testing::ElementsAre;
+using testing::UnorderedElementsAreArray;
+
+namespace {
+
+const std::string kForeign = "113: from all oif eth0 999";
+
+/// The rules of a family without the kernel's own three: "113: from 10.3.0.1 fwmark 0/0xf 263".
+Lines rules(const std::string& family) {
+    return lines_of("ip " + family + " rule | sed '/lookup [a-z]/d; s/ lookup//; s/ .detached.//; s/\t/ /'");
+}
+
+/// Devices with chosen indexes, and rules of others.
+struct Rule : testing::Test {
+    void SetUp() override {
+        run("set -e; for d in swdev3:7 swdev3.100:107 eth0:9 nwlast:65279 nwpast:65280; do "
+            "ip link add ${d%:*} index ${d#*:} up type bridge; done; "
+            "for f in -4 -6; do ip $f rule add oif eth0 pref 113 table 999; done");
+    }
+    void TearDown() override {
+        for (const std::string family : {"-4", "-6"}) {
+            EXPECT_THAT(rules(family), ElementsAre(kForeign));
+            run("ip " + family + " rule del pref 113 table 999");
+        }
+        run("for d in swdev3 swdev3.100 eth0 nwlast nwpast; do ip link del $d; done");
+    }
+};
+
+TEST_F(Rule, BlockFollowsFromIndexNameAndMark) {
+    struct Case {
+        unsigned int ifindex;
+        int mark;
+        const char* ifname;
+        Lines block;  // @ is the address
+    };
+    const std::string lan = "116: from all fwmark 0x2003/0x200f 263";
+    const Lines marked{"113: from @ fwmark 0/0xf 263", "114: from all fwmark 0/0xf oif swdev3 263",
+                       "115: from all fwmark 0x1003/0x100f 263", lan};
+    const Lines dial_up{"113: from @ 263", "114: from all oif ppp-swdev4 263",
+                        "116: from all fwmark 0x2004/0x200f 263"};
+    for (const Case& c : std::initializer_list<Case>{
+             {7, 1, nullptr, marked},
+             {7, 0, nullptr, {"113: from @ 263", "114: from all oif swdev3 263", lan}},
+             {107, 0, nullptr, {"113: from @ 263", "114: from all oif swdev3.100 263", lan}},
+             {7, 0, "ppp-swdev4", dial_up},
+             {9, 1, nullptr, {"145: from @ fwmark 0/0xf 265", "146: from all fwmark 0/0xf oif eth0 265"}},
+             {65279, 0, nullptr, {"1044465: from @ 65535", "1044466: from all oif nwlast 65535"}},
+         }) {
+        for (const auto& [family, option, address] :
+             {std::tuple(AF_INET, "-4", "10.3.0.1"), std::tuple(AF_INET6, "-6", "2001:db8::1")}) {
+            Lines expected = c.block;
+            expected[0].replace(expected[0].find('@'), 1, address);
+            expected.push_back(kForeign);
+            EXPECT_EQ(set_ip_rule(c.ifindex, family, address, RTM_NEWRULE, c.mark, c.ifname), 0);
+            EXPECT_THAT(rules(option), UnorderedElementsAreArray(expected));
+            EXPECT_EQ(delete_routerule("x", static_cast<int>(c.ifindex), family), 0);
+            EXPECT_THAT(rules(option), ElementsAre(kForeign));
+        }
+    }
+}
+
+TEST_F(Rule, WithWrongArgumentsIsRefused) {
+    EXPECT_EQ(set_ip4_rule(7, "", 32, 1), -1005);
+    EXPECT_EQ(set_ip4_rule(7, "10.3.0.1", 24, 1), -1012);
+    EXPECT_EQ(set_ip6_rule(7, "10.3.0.1", 32, 1, nullptr), -1009);
+    EXPECT_EQ(set_ip4_rule(65280, nullptr, 33, 1), -1012);
+    EXPECT_EQ(set_rule_by_src(1, AF_INET, nullptr, 33, 263, 0), -1012);
+    EXPECT_EQ(set_rule_dnat(1, AF_UNSPEC, 3, 263), -1012);
+    EXPECT_EQ(without(its_sockets, [] { return del_rules_by_rt(AF_INET, 999); }), -1304);
+    const Outcome added([] { return set_ip4_rule(7, "10.3.0.1", 32, 1); }, its_rights);
+    EXPECT_EQ(added.result, -1308);
+    EXPECT_THAT(
+        added.err,
+        testing::AllOf(testing::StartsWith(
+                           "Add IPv4 rule priority 113: source route in table 7: Operation not permitted\n"
+                           "Set source rule fail. Ifindex: 7 (IPv4)\n"),
+                       testing::EndsWith("Set lan to wan rule fail. Ifindex: 7, Port: 3 (IPv4)\n")))
+        << "all are tried";
+}
+
+TEST_F(Rule, OfOnePriorityLeadsToATableForBothFamilies) {
+    EXPECT_EQ(set_rule_table(77, 300), 0);
+    EXPECT_THAT(rules("-4"), ElementsAre("77: from all 300", kForeign));
+    EXPECT_EQ(rules("-6"), rules("-4"));
+    run("ip rule del pref 77");
+    const Outcome half([] { return set_rule_table(77, 0); });
+    EXPECT_EQ(half.result, -1309) << "IPv4's failure, though IPv6 had its rule";
+    EXPECT_EQ(half.err, "Delete IPv4 rule priority 77: table route in table 0: Object not found\n");
+}
+
+TEST_F(Rule, IsDeletedByItsTable) {
+    // Twins, rules of others, and the edges of the range that a purge takes.
+    run("for f in -4 -6; do for t in 254 255 256 65534 65535; do ip $f rule add pref 200 table $t; done; "
+        "done");
+    EXPECT_EQ(set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 0) | set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 0), 0);
+    EXPECT_EQ(del_rules_by_rt(AF_INET, 263), 0);
+    EXPECT_THAT(rules("-4"),
+                ElementsAre(kForeign, "200: from all 256", "200: from all 65534", "200: from all 65535"));
+    EXPECT_EQ(del_rules_by_rt(AF_INET, 0), 0);
+    EXPECT_THAT(lines_of("ip rule | tr '\t' ' '"),
+                ElementsAre("200: from all lookup main", "200: from all lookup 65535",
+                            "32766: from all lookup main", "32767: from all lookup default"));
+    EXPECT_EQ(rules("-6").size(), 4U) << "the other family stays";
+    run("ip rule add pref 0 table local; ip rule add oif eth0 pref 113 table 999; "
+        "for f in -4 -6; do while ip $f rule del pref 200 2>/dev/null; do :; done; done");
+}
+
+TEST_F(Rule, DeletionTellsTheRulesResultOnlyAndCallsLeaveNothing) {
+    run("ip route add blackhole default table 263");
+    const LogTail log;
+    EXPECT_EQ(without(its_rights, [] { return delete_routerule("swdev3", 7, AF_INET); }), 0);
+    EXPECT_TRUE(log.has("Delete IP gateway fail. Interface : swdev3"));
+    expect_nothing_is_left(1250, [] {
+        EXPECT_EQ(set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 1), geteuid() == 0 ? 0 : -1308);
+        (void)(set_ip4_rule(7, "x", RTM_NEWRULE, 1) + set_rule_table(78, 0));
+        (void)delete_routerule("swdev3", 7, AF_INET);
+    });
+    EXPECT_THAT(lines_of("ip route show table 263"), ElementsAre());
+}
+
+}  // namespace
