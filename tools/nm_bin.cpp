@@ -4,6 +4,7 @@
 #include <networkinterface.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -19,18 +20,37 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
+using Arguments = std::vector<std::string>;
+
+/// An entry, the words behind its name, and whether the first of them is a request (text, @FILE or -).
 struct Command {
     std::string_view name;
-    int (*run)(char* json);
+    std::string_view arguments;
+    size_t count;
+    bool takes_request;
+    int (*run)(Arguments& words);
     std::string_view help;
 };
 
+template <int (*entry)(char*)>
+int run_with_text(Arguments& words) {
+    return entry(words[0].data());
+}
+
 constexpr std::array kCommands{
-    Command{"Setup_wanif", Setup_wanif, "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
+    Command{"Setup_wanif", "REQUEST", 1, true, run_with_text<Setup_wanif>,
+            "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
+    Command{"Add_hosts", "ADDRESS IFNAME", 2, false,
+            [](Arguments& words) { return Add_hosts(words[0].data(), words[1].data()); },
+            "add the host line of an interface's address"},
+    Command{"Del_hosts", "IFNAME", 1, false, run_with_text<Del_hosts>,
+            "delete the host lines of an interface's IPv4 addresses"},
+    Command{"Reload_tcpmss", "REQUEST", 1, true, run_with_text<Reload_tcpmss>,
+            "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
 };
 
 void print_usage(std::ostream& out) {
-    out << "usage: nm_bin [--json] COMMAND JSON|@FILE|-\n"
+    out << "usage: nm_bin [--json] COMMAND ARGUMENT...\n"
            "       nm_bin --help | --version\n"
            "\n"
            "Runs one entry of the network configuration library. The request is given as text, as the name "
@@ -44,7 +64,7 @@ void print_usage(std::ostream& out) {
            "\n"
            "commands:\n";
     for (const Command& command : kCommands) {
-        out << "  " << command.name << "  " << command.help << "\n";
+        out << "  " << command.name << " " << command.arguments << "\n      " << command.help << "\n";
     }
     out << "\noptions:\n"
            "  --json     print the result as a JSON object\n"
@@ -89,20 +109,22 @@ void print_result(int code, bool as_json) {
     std::cout << code << " " << result.name << " " << result.meaning << "\n";
 }
 
-int run_command(const std::string& name, const std::string& argument, bool as_json) {
-    for (const Command& command : kCommands) {
-        if (command.name != name) {
-            continue;
-        }
-        std::string text;
-        if (!read_request(argument, text)) {
-            return usage_error("cannot read " + argument.substr(1));
-        }
-        const int code = command.run(text.data());
-        print_result(code, as_json);
-        return code >= 0 ? kExitOk : kExitFailed;
+int run_command(const std::string& name, Arguments words, bool as_json) {
+    const auto* const command = std::find_if(kCommands.begin(), kCommands.end(),
+                                             [&name](const Command& row) { return row.name == name; });
+    if (command == kCommands.end()) {
+        return usage_error("unknown command: " + name);
     }
-    return usage_error("unknown command: " + name);
+    if (words.size() != command->count) {
+        return usage_error(name + " takes " + std::string(command->arguments));
+    }
+    const std::string given = words[0];
+    if (command->takes_request && !read_request(given, words[0])) {
+        return usage_error("cannot read " + given.substr(1));
+    }
+    const int code = command->run(words);
+    print_result(code, as_json);
+    return code >= 0 ? kExitOk : kExitFailed;
 }
 
 /// The library's lock of a port is a descriptor that has to be above 0, and children of the library write to
@@ -144,9 +166,8 @@ int main(int argc, char** argv) {
                 return usage_error("unknown option: " + std::string(argv[optind - 1]));
         }
     }
-    const std::vector<std::string> words(argv + optind, argv + argc);
-    if (words.size() != 2) {
-        return usage_error(words.empty() ? "no command given" : "a command takes one request");
+    if (optind == argc) {
+        return usage_error("no command given");
     }
-    return run_command(words[0], words[1], as_json);
+    return run_command(argv[optind], Arguments(argv + optind + 1, argv + argc), as_json);
 }

@@ -281,9 +281,7 @@ int get_id_by_wan_ifname(std::string ifname, uint8_t& id, std::string path) {
         if (name.empty() || ifname.find(name) == std::string::npos) {
             continue;
         }
-        const int stored = atoi(nm::json_string_or(*info, "ID", "0").c_str());
-        const std::string port = nm::find_port_of_ifname(nm::json_member(root, "WAN_PORT"), name);
-        id = static_cast<uint8_t>(stored != 0 ? stored : nm::port_index(port));
+        id = static_cast<uint8_t>(nm::wan_id_of(root, *info, name));
         return NM_OK;
     }
     return NM_ERR_NO_IFACE;
@@ -311,6 +309,11 @@ std::string find_port_of_ifname(const Json::Value& ports, const std::string& ifn
         }
     }
     return by_prefix;
+}
+
+int wan_id_of(const Json::Value& root, const Json::Value& info, const std::string& ifname) {
+    const int stored = atoi(json_string_or(info, "ID", "0").c_str());
+    return stored != 0 ? stored : port_index(find_port_of_ifname(json_member(root, "WAN_PORT"), ifname));
 }
 
 std::string ppp_ifname(const std::string& name) {

@@ -15,6 +15,9 @@ int port_index(const std::string& portname);
 /// if there is none.
 std::string find_port_of_ifname(const Json::Value& ports, const std::string& ifname);
 
+/// The id of the WAN record `info` of `ifname`: its own `ID`, without one the number of its port.
+int wan_id_of(const Json::Value& root, const Json::Value& info, const std::string& ifname);
+
 /// `name` as PPPoE traffic runs on it.
 std::string ppp_ifname(const std::string& name);
 

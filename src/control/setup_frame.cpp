@@ -134,12 +134,12 @@ int run_request(const char* json, const RequestFamily& family) {
     return ret;
 }
 
-int run_entry(const char* signature, int (*request)(char* json), char* json) {
+int run_entry(const char* signature, const std::function<int()>& request) {
     return shielded([&] {
         INITIALIZE_LOG("MAIN");
         LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << SEPARATE_LINE;
         LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
-        const int ret = shielded([&] { return request(json); });
+        const int ret = shielded(request);
         return log_exit(ret, __FILE__, __LINE__, signature);
     });
 }

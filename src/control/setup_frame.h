@@ -6,14 +6,15 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "config/actions.h"
 #include "config/nmconfig.h"
-#include "interfaces/actions.h"
 #include "kernel/utils/handles.h"
 #include "log.h"
 #include "result_codes.h"
@@ -118,6 +119,6 @@ int run_request(const char* json, const RequestFamily& family);
 
 /// The entry layer: sets up the log and keeps exceptions inside. `signature` is the entry's
 /// __PRETTY_FUNCTION__.
-int run_entry(const char* signature, int (*request)(char* json), char* json);
+int run_entry(const char* signature, const std::function<int()>& request);
 
 }  // namespace nm

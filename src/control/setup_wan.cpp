@@ -23,5 +23,5 @@ int setup_wanif(char* json) {
 }
 
 int Setup_wanif(char* json) {
-    return nm::run_entry(__PRETTY_FUNCTION__, setup_wanif, json);
+    return nm::run_entry(__PRETTY_FUNCTION__, [json] { return setup_wanif(json); });
 }

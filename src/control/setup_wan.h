@@ -5,7 +5,7 @@
 //     {"PORT1": {"ops": 4, "act": 3, "path": "/etc/networkmanagement/device_info.json"}}
 //
 //   act   1 adds the port, 2 deletes it, 3 alters it
-//   ops   mask of what changed: 0x04 MTU and link, 0x10 rates, ... (interfaces/actions.h)
+//   ops   mask of what changed: 0x04 MTU and link, 0x10 rates, ... (config/actions.h)
 //   path  document that holds the new state; that of the first member serves for all
 //
 // The members are worked in the order of their keys. A failing member does not stop the others, and the

@@ -5,9 +5,9 @@
 #include <map>
 #include <utility>
 
+#include "config/actions.h"
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
-#include "interfaces/actions.h"
 #include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"

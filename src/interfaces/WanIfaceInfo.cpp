@@ -1,7 +1,7 @@
 // The addressing side of a WAN port, as far as the device side has to know it.
 #include "interfaces/WanIfaceInfo.h"
 
-#include "interfaces/actions.h"
+#include "config/actions.h"
 #include "kernel/link_state.h"
 #include "log.h"
 #include "result_codes.h"

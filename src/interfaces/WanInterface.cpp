@@ -5,8 +5,8 @@
 
 #include <utility>
 
+#include "config/actions.h"
 #include "config/nmconfig.h"
-#include "interfaces/actions.h"
 #include "interfaces/factory.h"
 #include "kernel/if_utils.h"
 #include "kernel/utils/json_text.h"

@@ -115,7 +115,8 @@ TEST(Entry, LetsNothingButACodeOut) {
         {[](char*) { return -48; }, -48}};
     for (const auto& [request, code] : cases) {
         const LogTail log;
-        EXPECT_EQ(nm::run_entry("int Setup_it(char*)", request, nullptr), code);
+        EXPECT_EQ(nm::run_entry("int Setup_it(char*)", [request = request] { return request(nullptr); }),
+                  code);
         EXPECT_TRUE(log.has(SEPARATE_LINE)) << code;
         EXPECT_TRUE(log.has("int Setup_it(char*) >>> Exit " + std::to_string(code)));
     }

@@ -3,9 +3,9 @@
 #include <optional>
 #include <tuple>
 
+#include "config/actions.h"
 #include "fake_service.h"
 #include "interfaces/WanInterface.h"
-#include "interfaces/actions.h"
 #include "policy/qos_rate.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"

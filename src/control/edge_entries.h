@@ -1,0 +1,17 @@
+// Entries of the small reloads: host names and the TCP MSS of the uplinks. They set up the log, and no
+// exception leaves them.
+#pragma once
+
+#pragma GCC visibility push(default)
+
+/// add_hosts() for an address of an interface. 0 or its codes; NM_ERR_EMPTY also for null.
+extern "C" int Add_hosts(char* ip, char* ifname);
+
+/// del_hosts() for the IPv4 addresses of an interface. 0 or its codes; NM_ERR_EMPTY also for null.
+extern "C" int Del_hosts(char* ifname);
+
+/// set_tcp_mss() for the document at `path` of a JSON object, which may be left out: the stored device
+/// document. 0 or its codes; NM_ERR_NULL_ARG; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
+extern "C" int Reload_tcpmss(char* args);
+
+#pragma GCC visibility pop

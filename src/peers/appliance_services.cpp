@@ -1,0 +1,94 @@
+// Calls to the appliance's services.
+#include "peers/appliance_services.h"
+
+#include "kernel/utils/json_text.h"
+#include "log.h"
+#include "peers/bus_exchange.h"
+#include "peers/service_bus.h"
+#include "result_codes.h"
+
+namespace {
+
+/// A call whose `data` is the answer.
+int call(const std::string& service, const std::string& method, std::string request, std::string& output) {
+    const int ret = vservice_call(service, method, request, output, false);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vsh " << service << "." << method << " failed, ret: " << ret;
+    }
+    return ret;
+}
+
+int call(const std::string& service, const std::string& method, const Json::Value& request) {
+    std::string output;
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(call(service, method, nm::write_compact_json(request), output));
+}
+
+/// The services write a flag as boolean, number or text.
+bool is_set(const Json::Value& flag) {
+    if (flag.isString()) {
+        const std::string text = flag.asString();
+        return text == "1" || text == "true";
+    }
+    return flag.isBool() ? flag.asBool() : flag.isNumeric() && flag.asDouble() != 0;
+}
+
+}  // namespace
+
+int get_license_info(Json::Value& info) {
+    std::string output;
+    const int ret = call("license", "GetLicenseInfo", "", output);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    Json::Value state;
+    if (!nm::parse_json(output, state) || !state.isObject()) {
+        NM_LOG(Error) << "Json reader parse failed!, data: " << output;
+        return NM_ERR_PARSE;
+    }
+    info = state;
+    return NM_OK;
+}
+
+bool is_license_expired() {
+    Json::Value info;
+    return get_license_info(info) == NM_OK && is_set(nm::json_member(info, "expired"));
+}
+
+bool is_local_mgmt() {
+    std::string output;
+    Json::Value answer;
+    return call("ncaas", "get_local_mgmt", "", output) == NM_OK && nm::parse_json(output, answer) &&
+           is_set(answer);
+}
+
+int setup_velan_deamons(std::string local_mgmt, std::string dev_id) {
+    Json::Value request;
+    request["local_mgmt"] = local_mgmt;
+    request["dev_id"] = dev_id;
+    return call("das", "apply_devid_mgmt", request);
+}
+
+int Setup_vbelt_server(std::string type, std::string path, int force) {
+    Json::Value request;
+    request["type"] = type;
+    request["path"] = path;
+    request["force"] = force;
+    return call("VelanWsd.service", "Setup_vbelt_server", request);
+}
+
+int update_network_info(int timeout_seconds) {
+    NM_LOG(Debug) << "Enter";
+    std::string text;
+    int ret = nm::exchange("nm-hmgr", "UpdateLansInfo", nm::write_compact_json(Json::objectValue),
+                           timeout_seconds, text);
+    Json::Value reply;
+    int error = NM_OK;
+    if (ret == NM_OK) {
+        ret = nm::read_envelope(text, reply, error) ? error : NM_ERR_PARSE;
+    }
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vsh nm-hmgr.UpdateLansInfo failed, ret: " << ret;
+    }
+    return NM_EXIT(ret);
+}
