@@ -103,21 +103,4 @@ TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
     EXPECT_EQ(read, pairs);
 }
 
-TEST(Rotation, KeepsTheTenHighestNamesAndPassesOverWhatStays) {
-    const fs::path dir = "/tmp/rotation";
-    for (const auto& [last, lowest] : std::map<int, int>{{18, 10}, {20, 11}, {34, 25}}) {
-        put(dir / "config.09/inside", "keeps the directory from being removed");
-        put(dir / "config", "the family's name is longer");
-        for (int i = 10; i <= last; ++i) {
-            put(dir / ("config." + std::to_string(i)), "");
-        }
-        EXPECT_EQ(rotate_config(dir.c_str(), "config."), 0);
-        EXPECT_TRUE(fs::exists(dir / "config"));
-        for (int i = 10; i <= last; ++i) {
-            EXPECT_EQ(fs::exists(dir / ("config." + std::to_string(i))), i >= lowest) << last << " " << i;
-        }
-        fs::remove_all(dir);
-    }
-}
-
 }  // namespace

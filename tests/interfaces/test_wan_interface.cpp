@@ -81,20 +81,6 @@ TEST(WanFactory, TurnsEveryFailureIntoItsCode) {
     }
 }
 
-TEST(RateRepair, FillsWhatIsNoTextFromTheLineSpeed) {
-    Json::Value root =
-        json("{'W':{'A':{'ISP_BW':'7','RX_RATE':9},'B':{'ISP_BW':7,'RX_RATE':''},'C':'text'},'V':{'P':{}}}");
-    const Json::Value repaired = json(
-        "{'W':{'A':{'ISP_BW':'7','RX_RATE':'7','TX_RATE':'7'},"
-        "'B':{'ISP_BW':7,'RX_RATE':'','TX_RATE':'1000000000'},'C':'text'},'V':{'P':{}}}");
-    for (const bool is_broken : {true, false}) {
-        bool changed = false;
-        EXPECT_EQ(check_base_wan_interface_format("W", root, changed), 0);
-        EXPECT_EQ(root, repaired);
-        EXPECT_EQ(changed, is_broken);
-    }
-}
-
 TEST(WanPort, IsToldToTheServicesWhateverBecomesOfItsDevice) {
     const std::string fine = R"({"error":0,"data":{"error":0}})";
     const FakeService qos("VelanWsd.service", {{"Setup_QOS", fine}});

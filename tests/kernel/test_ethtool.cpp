@@ -112,27 +112,6 @@ struct Ethtool : Devices {
     char name[8] = "nw0", none[8] = "nw-none", name2[8] = "nw2", driver_name[32] = "";
 };
 
-TEST_F(Ethtool, ReadsTheKernelsOwnDevices) {
-    EXPECT_EQ(read("nw0"), (State{10000, 1, 0}));
-    EXPECT_EQ(get_iface_driver(name, driver_name) | get_eth_max_speed(name), 0);
-    EXPECT_STREQ(driver_name, "veth");
-    run("ip link set nw1 down");
-    settle("nw0", "lowerlayerdown");
-    EXPECT_EQ(read("nw0"), (State{0, 0, 0})) << "up, but without a link";
-    for (const int result :
-         {get_physical_info("lo", &status), set_physical_info("nw0", 10000, 1, 1),
-          get_iface_driver(none, driver_name), get_eth_max_speed(none), set_eth_gro(none, 1)}) {
-        EXPECT_EQ(result, -1007);
-    }
-    EXPECT_EQ(get_physical_info("nw0", nullptr), -1005);
-    EXPECT_EQ(set_physical_info("", 100, 1, 1), -1005);
-    EXPECT_EQ(without(its_sockets, [&] { return get_physical_info("nw0", &status); }), -1006);
-    for (const int on : {1, 0, 1}) {
-        EXPECT_EQ(set_eth_gro("nw0", on), 0);
-        EXPECT_EQ(lines_of("ethtool -k nw0 | grep 'generic-receive-offload: on'").size(), on + 0U);
-    }
-}
-
 TEST_F(Ethtool, WritesByTheGenerationThatItReadsBy) {
     (void)play(true, {40, 23, 90});
     EXPECT_EQ(get_eth_max_speed(name2), 50000);

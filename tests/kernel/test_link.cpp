@@ -96,33 +96,6 @@ TEST_F(Link, RenamedDeviceIsDownUnlessTold) {
     EXPECT_EQ(fact("swdev1", "ifalias"), "") << "an alias is never sent";
 }
 
-/// Frames of a protocol that nobody takes in, so the far end counts them as dropped.
-void send_frames(const char* ifname, int count, std::size_t size) {
-    const int fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_ll to{
-        AF_PACKET, htons(0x88b5), get_iface_index(ifname), 0, 0, 6, {255, 255, 255, 255, 255, 255}};
-    const std::string frame(size, 'x');
-    for (int i = 0; i < count; ++i) {
-        EXPECT_GT(sendto(fd, frame.data(), size, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)), 0);
-    }
-    close(fd);
-}
-
-TEST_F(Link, CountersAreTheKernelsInTheirOrder) {
-    const Device device("swdev1", true);
-    send_frames("swdev1", 7, 100);
-    send_frames("far", 3, 500);
-    std::array<uint64_t, 8> counters{};
-    std::size_t next = 0;
-    EXPECT_EQ(get_iface_rxtx_stats("far", counters.data()), 0);
-    EXPECT_EQ(get_iface_rxtx_stats("absent0", counters.data()), 0);
-    for (const std::string file : {"rx_packets", "tx_packets", "rx_bytes", "tx_bytes", "rx_errors",
-                                   "tx_errors", "rx_dropped", "tx_dropped"}) {
-        EXPECT_EQ(std::to_string(counters[next++]), fact("far", "statistics/" + file)) << file;
-    }
-    EXPECT_EQ(counters[6], 7U) << "without dropped frames the order of the last counters is not seen";
-}
-
 TEST_F(Link, TableOfThousandsIsReadToItsEndWhileItChanges) {
     run("seq 1001 2000 | sed 's/.*/link add far& group 42 type veth peer name lan&/' | ip -batch -");
     run("ip link set lan2000 mtu 1300 up");

@@ -91,20 +91,6 @@ TEST(UtilsFiles, CopyPassesTheContentAndHidesItsFailures) {
     EXPECT_EQ(copy_file(dir / "swfrom", "/dev/full"), 0);
 }
 
-TEST(UtilsDirectories, ListingAndEmptying) {
-    const ScratchDir dir;
-    for (const char* name : {"b.conf", "a.conf.old", ".conf", "c.conf", "other", ".hid", "d.conf/inner"}) {
-        put(dir / name, "");
-    }
-    const char* path = dir.path.c_str();
-    EXPECT_EQ(scandir_filter(path, nullptr), (Texts{"a.conf.old", "b.conf", "c.conf", "d.conf", "other"}));
-    EXPECT_EQ(get_cfgs_name_in_dir(path, ".conf"), "a b c");
-    EXPECT_EQ(remove_files_in_folder(path), 0);
-    EXPECT_EQ(scandir_filter(path, nullptr), Texts{"d.conf"});
-    EXPECT_FALSE(fs::exists(dir / ".hid"));
-    EXPECT_EQ(remove_files_in_folder((dir / "none").c_str()), NM_ERR_NULL_ARG);
-}
-
 TEST(UtilsFiles, NameServersOfTheResolver) {
     fs::remove("/etc/resolv.conf");
     put("/etc/resolv.conf",

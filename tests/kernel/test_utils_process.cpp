@@ -131,15 +131,6 @@ TEST(UtilsProcLookup, PidFilesTellHowFarTheCheckGot) {
     EXPECT_EQ(getProcIdByCmdArgs("sleep", {"2s", "1s"}), -1);
 }
 
-TEST(UtilsProcLookup, AddressDaemonOfAnInterface) {
-    const Sleeper callout({"avahi-autoipd: [swdev7] callout dispatcher", "600"});
-    const Sleeper other({"avahi-autoipd:x [swdev7]", "600"});
-    EXPECT_EQ(get_avahiProcId("swdev7"), -1);
-    const Sleeper daemon({"avahi-autoipd: [swdev7] bound 169.254.7.7", "600"});
-    EXPECT_EQ(get_avahiProcId("swdev7"), daemon.pid);
-    EXPECT_EQ(get_avahiProcId("swdev8"), -1);
-}
-
 // What takes seconds on the fastest machine comes last, and all at once.
 template <class Work>
 auto start(Work work) {

@@ -8,12 +8,6 @@ using namespace fixture;
 
 namespace {
 
-in6_addr ip6(const char* text) {
-    in6_addr address = {};
-    EXPECT_EQ(inet_pton(AF_INET6, text, &address), 1) << text;
-    return address;
-}
-
 TEST(UtilsIp, MasksAndPrefixes) {
     for (int prefix = 1; prefix <= 32; ++prefix) {
         in_addr mask = {static_cast<in_addr_t>(prefix_to_network(static_cast<unsigned char>(prefix)))};
@@ -43,24 +37,6 @@ TEST(UtilsIp, NetworksAndTheirRanges) {
         EXPECT_FALSE(is_ip_in_netaddr(outside, ip, mask)) << outside;
     }
     EXPECT_TRUE(is_ip_in_netaddr("255.255.255.255", "0.0.0.0", "0.0.0.0"));
-}
-
-TEST(UtilsIp, Ip6MasksAndSubnets) {
-    in6_addr ones = ip6("ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff");
-    for (int prefix = 0; prefix <= 128; ++prefix) {
-        in6_addr mask = ip6("1::1");
-        get_ip6_subnet(mask, &ones, prefix);
-        EXPECT_EQ(ip6_masklen(mask), prefix);
-    }
-    EXPECT_EQ(ip6_masklen(ip6("4000::")), 2) << "counted down to the last bit of the byte";
-    const std::pair<int, const char*> subnets[] = {
-        {-1, "::"}, {63, "ffff:db8:1:2::"}, {62, "ffff:db8:1::"}, {127, "ffff:db8:1:2::fffe"}, {129, "::"}};
-    for (const auto& [prefix, subnet] : subnets) {
-        in6_addr address = ip6("ffff:db8:1:2::ffff");
-        get_ip6_subnet(address, &address, prefix);
-        const in6_addr expected = ip6(subnet);
-        EXPECT_TRUE(IN6_ARE_ADDR_EQUAL(&address, &expected)) << prefix;
-    }
 }
 
 TEST(UtilsContainers, JoiningSplittingComparing) {

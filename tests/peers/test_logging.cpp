@@ -188,20 +188,6 @@ TEST_F(Logging, DebugNaMovesStandardError) {
     unsetenv("DEBUG_NA");
 }
 
-TEST_F(Logging, UnusableConfigurationIsReplacedAsAWhole) {
-    const std::string good = "* GLOBAL:\n FORMAT = \"conf %msg\"\n";
-    for (const std::string& text :
-         {std::string("garbage\n"), std::string(), good + "nonsense\n* INFO:\n FORMAT = \"%msg\"\n",
-          good + " COLOUR = \"1\"\n", "* LOUD:\n FORMAT = \"conf\"\n" + good,
-          good + " FILENAME = \"here.log\"\n", good + " MAX_LOG_FILE_SIZE = 9k\n", std::string(64, '\0')}) {
-        SCOPED_TRACE(text);
-        fs::remove_all(kLogs);
-        put(kSettings / "api.conf", text);
-        in_child([] { initialize_and_speak("API"); });
-        expect_text(kLogs / "api.log", kBuiltInText);
-    }
-}
-
 TEST_F(Logging, LaterCallsMoveTheLoggerForgetTheFormerSettingsAndLeakNothing) {
     put(kSettings / "bootup.conf", settings_for(kLogs / "boot.log") + "* INFO:\n ENABLED = false\n");
     in_child([] {

@@ -101,28 +101,6 @@ TEST(UnixCli, ProcessesTalkToAPeerOneAtATime) {
     EXPECT_TRUE(was_alone);
 }
 
-TEST(UnixCli, AClientOwnsNoMoreThanItOpened) {
-    const fixture::Scratch scratch;
-    const std::string path = scratch / std::string(107 - (scratch / "").size(), 's');
-    const Listener peer(answering(kFine), path);
-    std::string beyond = path + "beyond";
-    std::string lock = "unix_cli_test";
-    unix_cli* cli = nullptr;
-    ASSERT_EQ(create_unix_cli(&cli, lock.data(), beyond.data(), true), 0);
-    const std::unique_ptr<unix_cli> first(cli);
-    EXPECT_EQ(create_unix_cli(&cli, lock.data(), beyond.data(), true), NM_ERR_NOT_NULL);
-    EXPECT_EQ(cli->send_to_server(Json::Value(1)), NM_ERR_SEND);
-    EXPECT_EQ(cli->done(), 0);
-    EXPECT_GE(fcntl(STDIN_FILENO, F_GETFD), 0);
-    EXPECT_TRUE(fixture::is_lock_free(lock));
-    Json::Value reply;
-    EXPECT_EQ(cli->init(), 0) << "the path is cut at 107 bytes";
-    EXPECT_EQ(cli->send_to_server(Json::Value(1)), 0);
-    EXPECT_EQ(cli->read_from_server(reply), 0);
-    EXPECT_EQ(reply, fixture::json("{'ret':0}"));
-    EXPECT_EQ(cli->send_to_server(Json::Value(1)), NM_ERR_SEND) << "the peer has gone";
-}
-
 TEST(PeerCommands, EachReachesItsPeer) {
     const std::string doc = "/tmp/devices.json";
     const fixture::File document(doc, R"({

@@ -200,27 +200,6 @@ TEST(Bus, BadCallersAreDroppedAndDelayNobody) {
     }
 }
 
-TEST(Bus, StopAnswersWhatIsInWorkAndFreesTheName) {
-    std::optional<Service> service(std::in_place);
-    const FileDescriptor stalled = raw_socket("unit.test", connect);
-    std::vector<std::future<Outcome>> in_work;
-    for (int i = 0; i < 20; ++i) {
-        in_work.push_back(std::async(std::launch::async, call, "unit.test", "ipsec.echo", "slow", 5));
-    }
-    std::this_thread::sleep_for(milliseconds(100));
-    const auto start = steady_clock::now();
-    service.reset();
-    EXPECT_LT(steady_clock::now() - start, milliseconds(1500))
-        << "a stalled caller, or calls one after the other";
-    for (auto& outcome : in_work) {
-        EXPECT_EQ(outcome.get().text, "slow");
-    }
-    EXPECT_EQ(call("unit.test", "ipsec.echo", "").result, -ENOENT);
-    (void)raw_socket("unit.test", bind);  // what a server that was killed leaves behind
-    service.emplace();
-    EXPECT_EQ(call("unit.test", "ipsec.echo", "again").text, "again");
-}
-
 TEST(Bus, OnlyRootIsServedAndBelieved) {
     const fixture::fs::path socket = "/var/run/vservice/unit.test.sock";
     const Service service;

@@ -146,14 +146,6 @@ TEST(TcpMss, ClampsEachUplinkToItsDevice) {
               "iptables <-t> <mangle> <-F> <WAN_MSS>\nip6tables <-t> <mangle> <-F> <WAN_MSS>\n");
 }
 
-TEST(Alg, LoadsWhatIsSetAndUnloadsTheRest) {
-    const StandIn modprobe("/usr/sbin/modprobe", 1);
-    EXPECT_EQ(setup_alg(1 | 8 | 32), 0);
-    EXPECT_EQ(StandIn::take(),
-              "modprobe <nf_nat_ftp>\nmodprobe <-r> <nf_nat_h323>\nmodprobe <-r> <nf_nat_pptp>\n"
-              "modprobe <nf_nat_sip>\nmodprobe <-r> <nf_nat_proto_esp>\n");
-}
-
 TEST(Ipset, EditsThroughTheScripts) {
     const StandIn script("/usr/sbin/firewall.sh"), script6("/usr/sbin/firewall6.sh", 4);
     EXPECT_EQ(edit_ipset("add", "lan", "192.0.2.0/24,swdev1"), 0);

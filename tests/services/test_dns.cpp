@@ -93,38 +93,4 @@ TEST(Dns, ServesTheDocument) {
     EXPECT_EQ(slurp(kFile), swapped);
 }
 
-TEST(HostnameIpset, HoldsOnlyLinesThatDnsmasqReads) {
-    using Map = std::unordered_map<std::string, std::string>;
-    const std::string path = "/var/run/network/dnsmasq.d/ipset.conf";
-    const Map good{{"a.example", "HOSTNAME0"}, {"b.example", "HOSTNAME1"}};
-    Map hostile = good;
-    hostile.insert(
-        {{"x\nserver=6.6.6.6", "S"}, {"x/y", "S"}, {"\"", "S"}, {"", "S"}, {"x", "S conf-file=/x"}});
-    EXPECT_EQ(write_hostname_ipset_map(hostile), 0);
-    const std::string text = slurp(path);
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
-    Map map{{"stale", "S"}};
-    EXPECT_EQ(read_hostname_ipset_map(map), 0);
-    EXPECT_EQ(map, good);
-    put(path, "ipset=/a\n# ipset=/b/S\nipset=/c/S/T\nipset =/d/S\nipset=//e//S");
-    EXPECT_EQ(read_hostname_ipset_map(map), 0);
-    EXPECT_EQ(map, (Map{{"c", "S"}, {"e", "S"}}));
-    run("ipset create 'a;$(b)' hash:net && ipset add 'a;$(b)' 192.0.2.0/24");
-    EXPECT_EQ(dnsmasq_add_ipset("c.example", "a;$(b)"), 0);
-    EXPECT_EQ(slurp("/var/run/network/dnsmasq.d/a;$(b)"), "ipset=/c.example/a;$(b)");
-    run("test \"$(ipset list 'a;$(b)' | grep -c 192.0.2)\" = 0 && ipset destroy 'a;$(b)'");
-    EXPECT_EQ(dnsmasq_add_ipset("a\nb", "S") + dnsmasq_add_ipset("a", "../S") + dnsmasq_add_ipset("a", ""),
-              -3);
-}
-
-TEST(LanDnsmasq, AsksTheManager) {
-    const FakeService manager(
-        "DnsmasqMgr", {{"Add_addr", R"({"error":0,"data":""})"}, {"Del_addr", R"({"error":-7,"data":"x"})"}});
-    FakeService::take_calls();
-    EXPECT_EQ(setup_lan_dnsmasq(1, "192.0.2.1"), 0);
-    EXPECT_EQ(setup_lan_dnsmasq(0, "\",\"x"), -7);
-    EXPECT_EQ(FakeService::take_calls(), (Texts{R"(DnsmasqMgr.Add_addr {"addr":"192.0.2.1"})",
-                                                R"(DnsmasqMgr.Del_addr {"addr":"\",\"x"})"}));
-}
-
 }  // namespace

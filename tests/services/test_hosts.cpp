@@ -121,22 +121,6 @@ TEST(FullDisk, LeavesTheOldFilesWhole) {
     }
 }
 
-TEST_F(Hosts, HeldLockIsTheResultOfAll) {
-    put(kHosts, kOwn);
-    put(nm::kNameServersPath, "");
-    const nm::LockGuard hosts("hostslock"), servers("dnsresolvlock");
-    const auto descriptors = open_descriptors();
-    const auto start = [](const Operation& operation) { return std::async(std::launch::async, operation); };
-    std::future<int> results[] = {start(kAdd), start(kDel), start(write_hosts),
-                                  start([] { return insert_dns_server({"192.0.2.53"}, "x"); }),
-                                  start([] { return remove_dns_server("x", 2); })};
-    for (auto& result : results) {
-        EXPECT_EQ(result.get(), NM_ERR_LOCK);
-    }
-    EXPECT_EQ(slurp(kHosts) + slurp(nm::kNameServersPath), kOwn);
-    EXPECT_EQ(open_descriptors(), descriptors);
-}
-
 TEST_F(Hosts, TwentyProcessesLoseNoLine) {
     put(kHosts, kForeign);
     std::set<std::string> expected{"127.0.0.1\tlocalhost #swdev1", "# note\xff\r", " \t"};

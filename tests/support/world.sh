@@ -9,6 +9,9 @@ source "$support_dir/tap.sh"
 
 [[ -e /run/network/.sandbox ]] || exec "$support_dir/../../scripts/sandbox" "$(readlink -f "$0")" "$@"
 
+# What is installed comes first; kernel_call is not.
+PATH=$PATH:$(cd "${NM_BUILD_DIR:-build}/bin" && pwd -P)
+
 readonly DEVICE_INFO=/etc/networkmanagement/device_info.json
 readonly MAIN_LOG=/var/log/network/main.log
 scratch=$(mktemp -d)

@@ -6,7 +6,7 @@ source "$(dirname "$0")/../support/world.sh"
 
 # call EXPECTED FUNCTION [ARG]...: its result, then the values of its output parameters.
 call() {
-    same "${*:2}" "$1" "$("$scratch/kernel_call" "${@:2}" 2>>"$scratch/stderr" | xargs)"
+    same "${*:2}" "$1" "$(kernel_call "${@:2}" 2>>"$scratch/stderr" | xargs)"
 }
 # "Speed Duplex Auto-negotiation" as the driver tells them.
 state() {
@@ -19,7 +19,6 @@ modes() {
     ethtool "$nic" | sed -n "/$1 link modes:/,/pause frame/p" | grep -o '[0-9]*base[^ ]*' | xargs
 }
 
-build kernel_call networkinterface
 nic=$(basename "$(dirname "$(dirname "$(grep -l DRIVER=e1000e /sys/class/net/*/device/uevent | head -n 1)")")")
 ip link set "$nic" up
 check "it negotiates at first" eventually 20 is_state "1000Mb/s Full on"

@@ -6,7 +6,7 @@ source "$(dirname "$0")/../support/world.sh"
 
 # call EXPECTED FUNCTION [ARG]...: its result; what it told on standard error is in $scratch/told.
 call() {
-    same "${*:2}" "$1" "$("$scratch/kernel_call" "${@:2}" 2>"$scratch/told")"
+    same "${*:2}" "$1" "$(kernel_call "${@:2}" 2>"$scratch/told")"
 }
 told() {
     same "it tells: $1" "$1" "$(<"$scratch/told")"
@@ -14,7 +14,6 @@ told() {
 link() {
     ip -j -d link show "$1" | jq -c ".[0] | [$2]"
 }
-build kernel_call networkinterface
 modprobe 8021q
 ip link add nw0 type veth peer name nw1
 ip link set nw0 up
