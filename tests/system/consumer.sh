@@ -51,7 +51,7 @@ same "installed files do not name the build machine's directories" "" \
 same "the names with C linkage are the entries" "${ENTRIES[*]}" \
     "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
 same "nm_bin has a command for each entry" "${ENTRIES[*]}" \
-    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Za-z_]*\) .*/\1/p' | sort | xargs)"
+    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z_]*\) .*/\1/p' | sort | xargs)"
 same "nothing of the logging library is exported" "" \
     "$(nm -DC --defined-only "$LIBRARY" | grep -E '(^|[^A-Za-z0-9_])el::' | cut -c 18-120 || true)"
 same "no function outside of a namespace stays inside" "" "$(nm -C --defined-only "$LIBRARY" |
