@@ -81,7 +81,8 @@ int read_first(const Selection& selection, std::string& out) {
 nm::NlAddr parse_address(const std::string& text, int family) {
     nl_addr* parsed = nullptr;
     nm::NlAddr address(nl_addr_parse(text.c_str(), family, &parsed) == 0 ? parsed : nullptr);
-    const bool fits = address != nullptr &&
+    // libnl reads "default" as an address without bytes.
+    const bool fits = address != nullptr && nl_addr_get_len(address.get()) != 0 &&
                       nl_addr_get_prefixlen(address.get()) <= std::numeric_limits<unsigned char>::max();
     return fits ? std::move(address) : nullptr;
 }

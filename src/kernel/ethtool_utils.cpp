@@ -129,7 +129,9 @@ bool read_old_settings(const cmd_ctx& ctx, DeviceSettings& settings) {
         return false;
     }
     settings.by_link_settings = false;
-    settings.values.speed = ethtool_cmd_speed(&command);
+    // Drivers that know only the lower half of the field say "unknown" in 16 bits.
+    const uint32_t speed = ethtool_cmd_speed(&command);
+    settings.values.speed = speed == UINT16_MAX ? static_cast<uint32_t>(SPEED_UNKNOWN) : speed;
     settings.values.duplex = command.duplex;
     settings.values.autoneg = command.autoneg;
     settings.values.supported[0] = command.supported;
@@ -250,10 +252,10 @@ int dump_link_usettings(const char* ifname, ethtool_link_usettings* settings, ph
     }
     if (!is_running(ifname)) {
         NM_LOG(Debug) << "Set speed = 0, duplex = 0";
-        return NM_OK;
+    } else {
+        status->speed = known ? static_cast<int>(settings->speed) : 0;
+        status->duplex = settings->duplex == DUPLEX_FULL ? 1 : 0;
     }
-    status->speed = known ? static_cast<int>(settings->speed) : 0;
-    status->duplex = settings->duplex == DUPLEX_FULL ? 1 : 0;
     NM_LOG(Debug) << ifname << " has speed: " << status->speed << ", duplex: " << duplex_name(status->duplex);
     return NM_OK;
 }

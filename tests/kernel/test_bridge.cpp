@@ -70,7 +70,7 @@ TEST_F(Bridge, SwitchesItsSpanningTreeAndLeavesNothing) {
     EXPECT_EQ(br_stp("nwbr", 0), 0);
     EXPECT_EQ(told("nwbr", "linkinfo.info_data.stp_state"), "0");
     EXPECT_EQ(br_stp("nw0", 1), -1112);
-    expect_nothing_is_left(600, [] {
+    expect_nothing_is_left(640, [] {
         (void)(br_addif("nwbr2", "nw0") + br_stp("nwbr2", 1) + br_delif("nwbr2", "nw0") + br_addbr("nwbr"));
         EXPECT_EQ(br_addbr("nw/br"), -1107);
         EXPECT_EQ(br_delbr("nw-none"), -1108);
