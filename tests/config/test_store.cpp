@@ -51,7 +51,10 @@ TEST(Store, DocumentReadsBackEqual) {
     document["largest"] = std::numeric_limits<Json::UInt64>::max();
     document["big"] = std::string(10 << 20, 'x');
     const std::ptrdiff_t before = open_descriptors();
+    const File secret(kPath, "{}");
+    fs::permissions(kPath, fs::perms::owner_read | fs::perms::owner_write);
     ASSERT_EQ(json_mem_to_file(kPath, document, false), 0);
+    EXPECT_EQ(fs::status(kPath).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     Json::Value read;
     ASSERT_EQ(json_file_to_mem(kPath, read), 0);
     EXPECT_TRUE(read == document);
@@ -101,6 +104,9 @@ TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
     Pairs read;
     EXPECT_EQ(ini_conf_read(file.path, read), 0);
     EXPECT_EQ(read, pairs);
+    pairs["key"] = "value\nforged=1";
+    EXPECT_EQ(ini_conf_write(file.path, pairs), NM_ERR_BAD_VALUE);
+    EXPECT_TRUE(ini_conf_read(file.path, pairs) == 0 && read == pairs) << "the file stays as it was";
 }
 
 }  // namespace
