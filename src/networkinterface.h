@@ -28,6 +28,7 @@
 #include "policy/edge_rules_attack_defense.h"
 #include "policy/edge_rules_tcp_mss.h"
 #include "policy/ipset.h"
+#include "policy/load_balance.h"
 #include "policy/qos_rate.h"
 #include "result_codes.h"
 #include "services/dns.h"

@@ -4,6 +4,7 @@
 #include "config/tcp_window.h"
 #include "control/setup_frame.h"
 #include "interfaces/WanInterface.h"
+#include "policy/load_balance.h"
 
 int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
     static const nm::Family<WanInterface> family{
@@ -18,7 +19,10 @@ int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path,
 }
 
 int setup_wanif(char* json) {
-    static const nm::RequestFamily family{_setup_wanif, {scale_tcp_window}};
+    static const nm::RequestFamily family{
+        _setup_wanif,
+        {scale_tcp_window, setup_site_to_site_load_balance, setup_lan_to_wan_load_balance,
+         setup_local_single_wan_nf_condiftion}};
     return nm::run_request(json, family);
 }
 

@@ -25,8 +25,8 @@
 /// NM_ERR_BAD_ACT.
 extern "C" int Setup_wanif(char* json);
 
-/// The request layer: parses, loads the document, works each port, then scales the TCP buffers if a port
-/// came, went or changed its rates. The log has to be set up already.
+/// The request layer: parses, loads the document, works each port, then scales the TCP buffers and balances
+/// the load anew if a port came, went or changed its rates. The log has to be set up already.
 int setup_wanif(char* json);
 
 /// The target layer: one port, under the lock of its interface. A delete reads the stored document in place

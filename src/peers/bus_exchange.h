@@ -15,9 +15,14 @@ int exchange(const std::string& service, const std::string& method, const std::s
 /// Parses a reply and reads its `error`, 0 if it has none. False for a text that is no such envelope.
 bool read_envelope(const std::string& text, Json::Value& reply, int& error);
 
-/// One request to a service that answers `{error, result}`: logs "vsh <service>.<method> failed.", "Json
-/// parse failed.", "Error: <result>" or "Unknown Error: ..." and returns the code; `missing_error` is the
-/// code of a reply that has no `error`.
+/// One request to a service that answers `{error, result}`; a null request is an empty argument. Logs "vsh
+/// <service>.<method> failed.", "Json parse failed.", "Error: <result>" or "Unknown Error: ...". The result
+/// is the code of the call or of parsing. `error` takes the reply's, and keeps what it is if the reply has
+/// none.
+int query_service(const std::string& service, const std::string& method, const Json::Value& request,
+                  int& error);
+
+/// query_service() where the reply's error is the result; `missing_error` is that of a reply without one.
 int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
                 int missing_error);
 

@@ -119,29 +119,37 @@ int get_model(std::string& model) {
 
 namespace nm {
 
-int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
-                int missing_error) {
-    std::string input = write_compact_json(request);
+int query_service(const std::string& service, const std::string& method, const Json::Value& request,
+                  int& error) {
+    std::string input = request.isNull() ? "" : write_compact_json(request);
     std::string output;
     const int ret = vservice_call(service, method, input, output, false);
     if (ret != NM_OK) {
         NM_LOG(Error) << "vsh " << service << "." << method << " failed.";
         return ret;
     }
+    NM_LOG(Debug) << "vsh " << service << "." << method << ": " << output;
     Json::Value reply;
     if (!parse_json(output, reply)) {
         NM_LOG(Error) << "Json parse failed.";
         return NM_ERR_PARSE;
     }
-    int error = 0;
-    if (!json_integer(reply, "error", missing_error, error)) {
+    if (!json_integer(reply, "error", error, error)) {
         NM_LOG(Error) << "Unknown Error: " << output;
         return NM_ERR_PARSE;
     }
     if (error != 0) {
-        NM_LOG(Error) << "Error: " << show_json(json_member(reply, "result"));
+        const Json::Value& result = json_member(reply, "result");
+        NM_LOG(Error) << "Error: " << (result.isNull() ? "Unknown Error." : show_json(result));
     }
-    return error;
+    return NM_OK;
+}
+
+int ask_service(const std::string& service, const std::string& method, const Json::Value& request,
+                int missing_error) {
+    int error = missing_error;
+    const int ret = query_service(service, method, request, error);
+    return ret != NM_OK ? ret : error;
 }
 
 }  // namespace nm

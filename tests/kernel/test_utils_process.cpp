@@ -74,8 +74,16 @@ TEST(UtilsShellText, HostileTextIsOneInertWord) {
         EXPECT_FALSE(nm::is_plain(text)) << text;
         const std::string word = nm::shell_word(text).value_or("refused");
         EXPECT_EQ(exec(("set -- " + word + "; printf '%s:%s' $# \"$1\"").c_str()), std::string("1:") + text);
+        // A comment is all of a rule that keeps any text; saved, its quotes and backslashes are escaped.
+        const std::string rule =
+            "-A OUTPUT -m comment --comment " + nm::restore_word(text).value_or("refused");
+        EXPECT_EQ(
+            system_cmd(("/bin/cat <<- EOF | iptables-restore\n*raw\n" + rule + "\nCOMMIT\nEOF").c_str()), 0);
+        const std::string kept = exec(
+            R"x(iptables-save -t raw | sed -n 's/.*--comment //; T; s/^"\(.*\)"$/\1/; s/\\\(.\)/\1/g; p')x");
+        EXPECT_EQ(kept, text + std::string("\n"));
     }
-    EXPECT_FALSE(nm::shell_word("a\nb"));
+    EXPECT_FALSE(nm::shell_word("a\nb") || nm::restore_word("a\nb"));
     EXPECT_FALSE(nm::shell_word(std::string("a\0b", 3)));
 }
 

@@ -2,41 +2,18 @@
 // The match on IP options is no part of stock iptables: its lines are compared with what reaches the restore
 // command, all others are loaded.
 #include "control/edge_entries.h"
-#include "kernel/utils/process.h"
 #include "policy/edge_rules_alg.h"
 #include "policy/edge_rules_attack_defense.h"
 #include "policy/edge_rules_tcp_mss.h"
 #include "policy/ipset.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
+#include "stand_in.h"
 
 using namespace fixture;
 using namespace std::string_literals;
 
 namespace {
-
-/// A command for the life of the object that records what it is asked and does nothing.
-class StandIn {
-public:
-    explicit StandIn(std::string path, int status = 0) : path_(std::move(path)) {
-        fs::rename(path_, path_ + ".real", absent_);
-        put(path_, R"(#!/bin/bash
-            { printf '%s' "${0##*/}"; printf ' <%s>' "$@"; echo; [[ ! -p /dev/stdin ]] || cat; } >>/tmp/stand_in
-            exit )" + std::to_string(status) +
-                       "\n");
-        fs::permissions(path_, fs::perms::all);
-    }
-    ~StandIn() {
-        fs::remove(path_);
-        fs::rename(path_ + ".real", path_, absent_);
-    }
-    /// All calls since the last, "command <word> <word>" with piped input below.
-    static std::string take() { return exec("cat /tmp/stand_in; rm -f /tmp/stand_in"); }
-
-private:
-    std::string path_;
-    std::error_code absent_;
-};
 
 const std::pair<uint32_t, std::string> kMatches[] = {
     {1, "-f"},
