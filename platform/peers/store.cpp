@@ -1,4 +1,4 @@
-// Reading and replacing the files of the configuration service.
+// Reading and replacing the files of the reference daemons.
 #include "store.h"
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 #include <sstream>
 #include <string_view>
 
-namespace ncaas {
+namespace peers {
 
 namespace {
 
@@ -154,4 +154,4 @@ std::map<std::string, std::string> read_pairs(const std::string& path) {
     return pairs;
 }
 
-}  // namespace ncaas
+}  // namespace peers

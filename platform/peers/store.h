@@ -1,4 +1,4 @@
-// Files behind the configuration service: JSON documents and key=value files by absolute path.
+// Files behind the reference daemons: JSON documents and key=value files by absolute path.
 #pragma once
 
 #include <json/json.h>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace ncaas {
+namespace peers {
 
 /// Why a request is not served, in words for its caller.
 struct Refusal : std::runtime_error {
@@ -33,4 +33,4 @@ void replace_file(const std::string& path, const std::string& text);
 /// the last of equal keys wins. Throws Refusal.
 std::map<std::string, std::string> read_pairs(const std::string& path);
 
-}  // namespace ncaas
+}  // namespace peers
