@@ -1,7 +1,8 @@
 // HTTP clients of the library: synchronous, with retries and a time limit. Only http and https URLs are
 // served, so that a configured URL cannot name a local file.
 //
-// Calls may run in any number of threads. What libcurl keeps for the whole process is set up by the first
+// libcurl is loaded by the first call; without the package that holds it (Debian's libcurl4) every call fails
+// with NM_ERR_HTTP_INIT and says so in the log. Calls may run in any number of threads. What libcurl keeps for the whole process is set up by the first
 // call and stays until the process ends: taking it down after a call would pull it from under a call in
 // another thread, or from under a caller that uses libcurl itself. What a call allocates is freed when it
 // returns.
@@ -15,7 +16,8 @@
 #pragma GCC visibility push(default)
 
 /// Runs the transfer up to `tries` times until one succeeds and sleeps `delay` seconds (3 if it is 0) between
-/// two tries, not after the last. The code of the last try; CURLE_FAILED_INIT for no try at all.
+/// two tries, not after the last. The code of the last try; CURLE_FAILED_INIT for no try at all, or without
+/// libcurl.
 CURLcode nm_curl_perform(CURL* handle, uint16_t tries, uint16_t delay);
 
 /// GET of `url`. Any answer of the server is a success, also an HTTP error: its body goes into `response` in

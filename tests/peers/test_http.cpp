@@ -1,5 +1,6 @@
 // HTTP calls against a server on loopback, and the calls to services of the bus beside them.
 #include <gmock/gmock.h>
+#include <malloc.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,8 +13,12 @@
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 
+/// Known where the sanitizers keep the heap, which mallinfo2() knows nothing of then.
+extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
+
 namespace {
 
+namespace fs = std::filesystem;
 using fixture::hear;
 using testing::HasSubstr;
 
@@ -40,6 +45,44 @@ struct Server {
     int flaky = 0;
     fixture::Listener listener{[this](int client) { answer(client); }};
 };
+
+/// The first test: what has been loaded stays.
+TEST(Http, WorksOnceItsLibraryIsThere) {
+    const Server server;
+    const fixture::LogTail log;
+    std::string response;
+    for (const auto& dir : fs::directory_iterator("/usr/lib")) {
+        const fs::path library = dir.path() / "libcurl.so.4";
+        if (fs::exists(library)) {
+            fs::rename(library, dir.path() / "hidden");
+            EXPECT_EQ(nm_curl_get(server.at("/200"), response, 5, 1, 1), NM_ERR_HTTP_INIT);
+            EXPECT_EQ(nm_curl_perform(nullptr, 1, 1), CURLE_FAILED_INIT);
+            fs::rename(dir.path() / "hidden", library);
+        }
+    }
+    EXPECT_TRUE(log.has("libcurl.so.4 cannot be loaded: libcurl.so.4: "));
+    EXPECT_EQ(nm_curl_get(server.at("/200"), response, 5, 1, 1), 0);
+}
+
+TEST(Http, ThousandCallsLeaveNothing) {
+    const Server server;
+    const auto kept = [] {
+        const bool sanitized = __sanitizer_get_current_allocated_bytes != nullptr;
+        return sanitized ? __sanitizer_get_current_allocated_bytes() : mallinfo2().uordblks;
+    };
+    std::string response;
+    std::size_t bytes = 0;
+    std::ptrdiff_t descriptors = 0;
+    for (int call = 0; call <= 1000; ++call) {
+        (void)nm_curl_get(server.at("/200"), response, 5, 1, 1);
+        (void)nm_curl_post(call % 2 == 0 ? "http://127.0.0.1:1/" : server.at("/x"), "end-of-body", 5, 1, 1,
+                           response);
+        bytes = call == 100 ? kept() : bytes;
+        descriptors = call == 100 ? fixture::open_descriptors() : descriptors;
+    }
+    EXPECT_LT(kept(), bytes + 4096);  // 900 calls of even 5 bytes each are more
+    EXPECT_EQ(fixture::open_descriptors(), descriptors);
+}
 
 TEST(Http, AnswersRetriesAndLimits) {
     const Server server;

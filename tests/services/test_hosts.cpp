@@ -121,12 +121,12 @@ TEST(FullDisk, LeavesTheOldFilesWhole) {
     }
 }
 
-TEST_F(Hosts, TwentyProcessesLoseNoLine) {
+TEST_F(Hosts, FiftyProcessesLoseNoLine) {
     put(kHosts, kForeign);
     std::set<std::string> expected{"127.0.0.1\tlocalhost #swdev1", "# note\xff\r", " \t"};
     std::vector<pid_t> children;
-    for (char child = 'a'; child < 'a' + 20; ++child) {
-        const std::string ifname = "if"s + child;
+    for (int child = 10; child < 60; ++child) {
+        const std::string ifname = "if" + std::to_string(child);
         expected.insert("192.0.2.9  box  box  #" + ifname);
         children.push_back(fork());
         int failures = 0;
