@@ -1,4 +1,5 @@
-// Calls one function of the kernel directory from the shell, through the installed library:
+// Calls one function from the shell, through the installed library: of the kernel directory, or of the name
+// services that no entry reaches by itself.
 //
 //     kernel_call FUNCTION [ARG]...
 //
@@ -7,6 +8,8 @@
 #include <kernel/ethtool_utils.h>
 #include <kernel/uplink_routing.h>
 #include <kernel/vlan.h>
+#include <services/lan_dnsmasq.h>
+#include <services/name_servers.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -58,6 +61,9 @@ const struct {
     {"set_physical_info", [] { return set_physical_info(text(0), number(1), number(2), number(3)); }},
     {"get_iface_driver", [] { return get_iface_driver(text(0), driver); }},
     {"get_eth_max_speed", [] { return get_eth_max_speed(text(0)); }},
+    {"insert_dns_server", [] { return insert_dns_server({text(0)}, text(1)); }},
+    {"remove_dns_server", [] { return remove_dns_server(text(0), number(1)); }},
+    {"setup_lan_dnsmasq", [] { return setup_lan_dnsmasq(number(0), text(1)); }},
 };
 
 }  // namespace
