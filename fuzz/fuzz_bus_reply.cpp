@@ -10,7 +10,6 @@
 #include "result_codes.h"
 
 static std::string reply, text;
-
 static int answer(vs_io* io, int socket) {
     (void)(vs_io_realloc(io, 0) == 0 && vs_io_write(io, reply.data(), reply.size()) == 0 && vs_reply(io));
     vs_io_free(io);
