@@ -2,10 +2,10 @@
 // served, so that a configured URL cannot name a local file.
 //
 // libcurl is loaded by the first call; without the package that holds it (Debian's libcurl4) every call fails
-// with NM_ERR_HTTP_INIT and says so in the log. Calls may run in any number of threads. What libcurl keeps for the whole process is set up by the first
-// call and stays until the process ends: taking it down after a call would pull it from under a call in
-// another thread, or from under a caller that uses libcurl itself. What a call allocates is freed when it
-// returns.
+// with NM_ERR_HTTP_INIT and says so in the log. Calls may run in any number of threads. What libcurl keeps
+// for the whole process is set up by the first call and stays until the process ends: taking it down after a
+// call would pull it from under a call in another thread, or from under a caller that uses libcurl itself.
+// What a call allocates is freed when it returns.
 #pragma once
 
 #include <curl/curl.h>
