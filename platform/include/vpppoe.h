@@ -1,7 +1,11 @@
 /* PPPoE sessions of the appliance: one stored configuration and at most one running session for each
  * network interface, known by the interface's name ("swdev1", never the session's own "ppp-swdev1").
  *
- * Every call that returns an int returns VPPPOE_SUCCESS or a negative code of this header.
+ * Every call that returns an int returns VPPPOE_SUCCESS or a negative code of this header. Calls that change
+ * something are not to be made at once for one interface.
+ *
+ * A line STOP_FLAG="1" in /etc/vpppoe/env/<ifname>.env keeps a session that ends from being dialled again;
+ * starting it takes the flag back.
  */
 #ifndef VPPPOE_H
 #define VPPPOE_H
@@ -13,10 +17,15 @@ extern "C" {
 
 enum {
     VPPPOE_SUCCESS = 0,
-    VPPPOE_ERR_ARG = -1,        /* a null or empty argument, or a name longer than 15 characters */
-    VPPPOE_ERR_NO_SESSION = -2, /* no configuration or no session of that interface */
-    VPPPOE_ERR_UNAVAILABLE = -3 /* sessions cannot be run on this machine */
+    VPPPOE_ERR_ARG = -1,         /* a null or empty argument, a bad name or bad credentials, see below */
+    VPPPOE_ERR_NO_SESSION = -2,  /* no configuration or no session of that interface */
+    VPPPOE_ERR_UNAVAILABLE = -3, /* sessions cannot be run on this machine */
+    VPPPOE_ERR_STORE = -4        /* the configuration cannot be written or removed */
 };
+
+/* A name is bad that has other characters than letters, digits and _ . -, that begins with a dot, or that
+ * leaves no room for "ppp-" in 15 characters. Credentials are bad with a control character or with more than
+ * 255 bytes; a password may be empty. */
 
 enum {
     VPPPOE_NAME_SIZE = 16, /* an interface name and its NUL */
@@ -47,7 +56,11 @@ typedef struct pppoe_list {
     struct pppoe_list* next;
 } pppoe_list;
 
-/* Stores the configuration of `ifname` and starts its session. `ipv6` other than 0 negotiates IPv6 too. */
+/* Stores the configuration of `ifname` and starts its session. `ipv6` other than 0 negotiates IPv6 too.
+ *
+ * Success means that dialling has begun: whether and when the peer lets us in is told by get_pppoe_status.
+ * A session that runs with the very same configuration is left alone; another one is ended first, which
+ * takes as long as stopping it. */
 int nm_add_pppoe_and_run(const char* ifname, const char* username, const char* password, int ipv6);
 
 /* Stores or replaces the configuration without starting anything. */
@@ -62,11 +75,13 @@ int is_interface_pppoe_cfg_exist(const char* ifname);
 /* VPPPOE_SUCCESS (0) when a session of `ifname` is running. */
 int is_interface_pppoe_running(const char* ifname);
 
-/* Starts, or stops, the session of a stored configuration. */
+/* Starts, or stops, the session of a stored configuration. Starting does not wait for the peer. Stopping
+ * waits until the session is closed: at most ten seconds, when the peer answers no more. */
 int start_interface_pppoe(const char* ifname);
 int stop_interface_pppoe(const char* ifname);
 
-/* Starts the session of every stored configuration; with none there is nothing to do, which is success. */
+/* Starts the session of every stored configuration; with none there is nothing to do, which is success.
+ * All are tried; the first failure is the result. */
 int start_all_pppoe(void);
 
 /* Sets `*list` to the stored configurations, null when there are none. The caller hands the list to
