@@ -1,0 +1,63 @@
+#!/bin/bash
+# A PPPoE session against a real server: refused, let in, lost and dialled again, stopped.
+set -euo pipefail
+# shellcheck source=tests/support/world.sh
+source "$(dirname "$0")/../support/world.sh"
+
+readonly LOG=/var/log/network/pppoe-swdev1.log
+readonly CREDENTIALS=/srv/credentials  # away from the places that are searched
+mkdir -p "$CREDENTIALS" /etc/vpppoe/env
+# shellcheck disable=SC1003  # the backslash is one
+echo 'c4n4ry "q\' >"$CREDENTIALS/right"
+echo c4n4ry >"$CREDENTIALS/wrong"
+echo 'REDIAL_SECONDS="2"' >/etc/vpppoe/env/swdev1.env
+
+ip netns add isp
+ip link add swdev1 type veth peer name acc0 netns isp
+ip -n isp link set acc0 up
+ip link set swdev1 up
+printf '%s\n' '"us er@isp" * "c4n4ry \"q\\" *' >/etc/ppp/chap-secrets
+printf '%s\n' require-chap 'ms-dns 198.51.100.53' >/etc/ppp/pppoe-server-options
+ip netns exec isp pppoe-server -I acc0 -L 198.51.100.1 -R 198.51.100.100 -F >/dev/null 2>&1 &
+daemons+=("$!")
+
+call() {
+    same "${*:2}" "$1" "$(pppoe_call "${@:2}" <"${password:-/dev/null}")"
+}
+is_up() {
+    [[ $(pppoe_call is_interface_pppoe_running swdev1) == 0 ]]
+}
+client() {
+    ps -C pppd -o pid=,args= | awk '/swdev1/ {print $1}'
+}
+is_new() {
+    is_up && [[ $(client) != "$before" ]]
+}
+password=$CREDENTIALS/wrong call 0 nm_add_pppoe_and_run swdev1 "us er@isp"
+check "the refusal is told" eventually 60 grep -q "status 19: user name or password refused" "$LOG"
+call -2 get_pppoe_status swdev1
+
+password=$CREDENTIALS/right call 0 nm_add_pppoe_and_run swdev1 "us er@isp"
+check "a password of quotes and backslashes is let in" eventually 60 is_up
+kernel=$(ip -j addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
+call $'0\nppp-swdev1\n'"$kernel"$'\n198.51.100.1\n198.51.100.53\n198.51.100.53' get_pppoe_status swdev1
+same "no default route" "" "$(ip route show default)"
+check "packets pass" ping -c 1 -W 5 198.51.100.1
+same "no command line shows the password" "" "$(grep -lFf "$CREDENTIALS/wrong" /proc/[0-9]*/cmdline 2>/dev/null)"
+same "of all files only the options hold it" /etc/vpppoe/peers/swdev1 \
+    "$(grep -rlFf "$CREDENTIALS/wrong" /etc/vpppoe /var/log /run /tmp 2>/dev/null)"
+
+before=$(client)
+kill -KILL "$before"
+check "a lost session is dialled again" eventually 60 is_new
+
+echo 'STOP_FLAG="1"' >>/etc/vpppoe/env/swdev1.env
+kill -TERM "$(client)"
+check "the stop flag ends redialling" eventually 20 grep -q "not wanted any more" "$LOG"
+call 0 start_interface_pppoe swdev1
+check "a start takes the flag back" eventually 60 is_up
+call 0 stop_interface_pppoe swdev1
+check "stopped at once" test ! -e /sys/class/net/ppp-swdev1
+call 0 del_interface_pppoe_cfg swdev1
+same "nothing is kept" "" "$(find /etc/vpppoe /run/vpppoe -type f)"
+finish
