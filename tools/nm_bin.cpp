@@ -40,6 +40,8 @@ int run_with_text(Arguments& words) {
 constexpr std::array kCommands{
     Command{"Setup_wanif", "REQUEST", 1, true, run_with_text<Setup_wanif>,
             "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
+    Command{"Setup_waninfo", "REQUEST", 1, true, run_with_text<Setup_waninfo>,
+            "add, delete or alter the addressing of WAN interfaces (static, DHCP, PPPoE)"},
     Command{"Add_hosts", "ADDRESS IFNAME", 2, false,
             [](Arguments& words) { return Add_hosts(words[0].data(), words[1].data()); },
             "add the host line of an interface's address"},

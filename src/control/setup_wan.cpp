@@ -1,8 +1,9 @@
-// Setup of WAN ports: the family's rows.
+// Setup of WAN ports and their addressing: the families' rows.
 #include "control/setup_wan.h"
 
 #include "config/tcp_window.h"
 #include "control/setup_frame.h"
+#include "interfaces/WanIfaceInfo.h"
 #include "interfaces/WanInterface.h"
 #include "policy/load_balance.h"
 
@@ -28,4 +29,25 @@ int setup_wanif(char* json) {
 
 int Setup_wanif(char* json) {
     return nm::run_entry(__PRETTY_FUNCTION__, [json] { return setup_wanif(json); });
+}
+
+int _setup_waninfo(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
+    static const nm::Family<WanIfaceInfo> family{
+        "WanIfaceInfo",
+        create_WAN_INFO,
+        [](WanIfaceInfo&, const std::string& ifname) { return ifname; },
+        &WanIfaceInfo::add_info,
+        &WanIfaceInfo::del_info,
+        &WanIfaceInfo::alt_info,
+    };
+    return nm::run_target(family, {std::move(name), act, opt, std::move(path), std::move(cfg)});
+}
+
+int setup_waninfo(char* json) {
+    static const nm::RequestFamily family{_setup_waninfo, {}};
+    return nm::run_request(json, family);
+}
+
+int Setup_waninfo(char* json) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [json] { return setup_waninfo(json); });
 }

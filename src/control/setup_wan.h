@@ -1,11 +1,13 @@
-// Setup of WAN ports.
+// Setup of WAN ports and of the addressing on them.
 //
-// A request is a JSON object with one member per port; its key is the port's name, its value an object:
+// A request is a JSON object with one member per target, whose value is an object. For devices the key is the
+// port's name, for the addressing it is the interface's:
 //
 //     {"PORT1": {"ops": 4, "act": 3, "path": "/etc/networkmanagement/device_info.json"}}
+//     {"swdev1": {"ops": 1, "act": 1, "path": "/etc/networkmanagement/device_info.json"}}
 //
-//   act   1 adds the port, 2 deletes it, 3 alters it
-//   ops   mask of what changed: 0x04 MTU and link, 0x10 rates, ... (config/actions.h)
+//   act   1 adds the target, 2 deletes it, 3 alters it
+//   ops   mask of what changed: 0x01 IPv4, 0x04 MTU, link and PPPoE, 0x10 rates, ... (config/actions.h)
 //   path  document that holds the new state; that of the first member serves for all
 //
 // The members are worked in the order of their keys. A failing member does not stop the others, and the
@@ -32,5 +34,13 @@ int setup_wanif(char* json);
 /// The target layer: one port, under the lock of its interface. A delete reads the stored document in place
 /// of `path` and `cfg`.
 int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg);
+
+/// The same layers for the addressing. An alteration takes down the stored document's state, so the new state
+/// has to be in another file than that one, until it is set up. The lock is that of the device side, named
+/// after the interface; a PPPoE session's own name is not locked. No follow-up work. 0; the codes above with
+/// NM_ERR_NO_IFACE for an interface of no port; those of WanIfaceInfo's operations.
+extern "C" int Setup_waninfo(char* json);
+int setup_waninfo(char* json);
+int _setup_waninfo(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg);
 
 #pragma GCC visibility pop

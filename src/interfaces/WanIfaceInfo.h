@@ -1,4 +1,4 @@
-// The addressing side of a WAN port, as far as the device side has to know it.
+// The addressing side of a WAN port: static addresses, DHCP or PPPoE, source routing, and the overlay.
 #pragma once
 
 #include <json/value.h>
@@ -6,31 +6,48 @@
 #include <cstdint>
 #include <string>
 
+#include "interfaces/UplinkIfaceInfo.h"
+
 #pragma GCC visibility push(default)
 
-/// Addressing of one WAN interface during one setup call.
-class WanIfaceInfo {
+/// Addressing of one WAN interface during one setup call. What a WAN port does as other uplinks do is in
+/// UplinkIfaceInfo.
+class WanIfaceInfo : public UplinkIfaceInfo {
 public:
-    virtual ~WanIfaceInfo() = default;
+    /// Throws as BaseWanIfaceInfo does.
+    WanIfaceInfo(std::string ifname, std::string path, Json::Value cfg);
 
-    /// Removes all addressing of the interface. The result is that of the IPv4 side.
-    virtual int del_info(uint32_t opt) = 0;
+    /// The types "DISABLED" and "PPPOEV6" need nothing here: the IPv6 of a session belongs to the session.
+    /// All others are not served by this release: NM_ERR_BAD_TYPE.
+    int setup_ipv6(uint32_t opt) override;
+    /// Stops the session of "PPPOEV6" (its code); nothing to undo with the other types: 0.
+    int disable_ipv6(int mode) override;
 
-    std::string get_ifname() { return ifname; }
-    /// "DHCP", "STATIC", "PPPOE" or "DISABLED".
-    std::string get_ip4_type() { return ip4_type; }
-    /// "ethernet" or "virtio".
-    std::string get_dev_type() { return dev_type; }
+    int setup_tun6(int mode) override;
+    /// As setup_ipsec(), for the IPv6 address that the caller gives. The tunnel's address is that of IPv4.
+    int setup_ipsec6(int mode, std::string address);
+    /// setup_link_daemon() for the unit "nm-mlmd@".
+    int setup_mlmd(int mode) { return setup_link_daemon(mode); }
 
 protected:
-    std::string ifname;
-    std::string ip4_type;
-    std::string dev_type;
+    std::unique_ptr<BaseWanInterface> make_interface(int& ret) override;
+    std::unique_ptr<UplinkIfaceInfo> make_stored(int& ret) override;
+    void register_uplink(bool comes) override;
+    int bring_up(uint32_t opt) override;
+    int setup_ipv4_pppoe(uint32_t opt) override;
 };
 
-/// Builds the addressing side of `ifname` into `*info`, null on entry. This release sets up devices only, so
-/// the result is NM_ERR_BAD_TYPE and `*info` stays null, which every owner allows for; NM_ERR_NOT_NULL.
+/// Builds the addressing side of `ifname` into `*info`, null on entry and owned by the caller, from `cfg`, or
+/// from the document at `path` if `cfg` is empty. 0; NM_ERR_NOT_NULL; NM_ERR_NULL_ARG; NM_ERR_NO_SECTION;
+/// NM_ERR_NO_IFACE if no WAN port has the interface; NM_ERR_NOT_FOUND; NM_ERR_BAD_FORMAT.
 int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg);
+
+/// Rebuilds the tunnels of all WAN interfaces of the stored document: bit 0x2 of `op` tears them down, bit
+/// 0x1 sets them up, any other value changes nothing. A port whose lease or session cannot be read is left
+/// alone, and the walk goes on. 0, or the last failure: NM_ERR_NOT_FOUND, NM_ERR_PARSE, NM_ERR_NO_KEY or
+/// NM_ERR_NO_SUBKEY for the document; the code of create_WAN_INFO() or get_dhcp_info(); a code of vpppoe.h
+/// less 1702.
+int edit_tunnels(int op);
 
 /// 1 if the link of the interface is up, else 0. `act` may carry the state as told by a caller (bit 29: it is
 /// told, bit 28: it is up); otherwise is_interface_link_up() is asked.

@@ -21,11 +21,10 @@ const std::string kBandwidth =
 
 /// An addressing side whose removal is remembered and fails.
 struct FakeInfo : WanIfaceInfo {
-    explicit FakeInfo(const std::string& type = "ethernet") {
-        ifname = "swdev1";
-        ip4_type = "PPPOE";
-        dev_type = type;
-    }
+    explicit FakeInfo(const std::string& type = "ethernet")
+        : WanIfaceInfo("swdev1", "/new/path",
+                       json("{'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1','DEV_TYPE':'" + type +
+                            "'}},'WAN_IFACE_INFO':{'swdev1':{'IP4_TYPE':'PPPOE'}}}")) {}
     int del_info(uint32_t opt) override {
         removals.push_back(opt);
         return -1009;

@@ -1,0 +1,29 @@
+// Events for the appliance's system log, which operators and the management service read. The message texts
+// are the appliance's own: an event carries a class, a message number and the values for its blanks.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#pragma GCC visibility push(default)
+
+/// Class and numbers of events about uplinks. Their values are the port's number and the address.
+inline constexpr const char* kUplinkEvents = "C002";
+inline constexpr const char* kEventSessionUp = "310";
+inline constexpr const char* kEventLeaseGot = "311";
+
+struct vslog_event {
+    std::string event_class;
+    std::string number;
+    std::vector<std::string> values;
+};
+
+/// Sends the event by /usr/sbin/vsyslog-cli CLASS NUMBER VALUE..., and waits for it; a machine without that
+/// command has no such log, which is no failure. Failures are logged only: no address hangs on an event. 0;
+/// the command's exit code; NM_ERR_SERVICE; NM_ERR_BAD_FORMAT for a value that no command can take.
+int vslog_send(const vslog_event& event);
+
+/// The number of a port as events carry it: what follows "PORT" in its name.
+std::string port_number_text(const std::string& portname);
+
+#pragma GCC visibility pop
