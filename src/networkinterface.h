@@ -19,6 +19,7 @@
 #include "interfaces/UplinkIfaceInfo.h"
 #include "interfaces/WanIfaceInfo.h"
 #include "interfaces/WanInterface.h"
+#include "interfaces/available_info.h"
 #include "interfaces/lease_info.h"
 #include "interfaces/tunnel_address.h"
 #include "kernel/Utils.h"

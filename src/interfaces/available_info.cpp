@@ -1,0 +1,149 @@
+// What each uplink has in force, put together from its configuration, the kernel, and its lease or session.
+#include "interfaces/available_info.h"
+
+#include <cstdlib>
+#include <memory>
+
+#include "config/nmconfig.h"
+#include "kernel/link_state.h"
+#include "kernel/utils/json_text.h"
+#include "log.h"
+#include "result_codes.h"
+
+namespace {
+
+/// A runtime address has a prefix unless it is `whole`, the length of a whole address.
+available_address address_in_force(const std::string& type, const std::string& runtime, int whole) {
+    const size_t slash = runtime.find('/');
+    available_address address;
+    address.type = type;
+    address.addr = runtime.substr(0, slash);
+    if (!address.addr.empty()) {
+        address.prefix = slash == std::string::npos ? whole : atoi(runtime.c_str() + slash + 1);
+    }
+    return address;
+}
+
+template <class Lease>
+void take_lease(available_address& address, const Lease& lease) {
+    address.gw = lease.gateway;
+    for (const char* server : {lease.dns1, lease.dns2}) {
+        if (*server != '\0') {
+            address.dns.emplace_back(server);
+        }
+    }
+}
+
+/// A lease file outlives its lease: without an address there is nothing in force. A lease that cannot be read
+/// is told in the log and leaves its fields empty.
+available_address ip4_in_force(BaseWanIfaceInfo& info) {
+    available_address address = address_in_force(info.get_ip4_type(), info.get_runtime_ip4(), 32);
+    if (address.type == "STATIC") {
+        address.gw = info.get_ip4_gw();
+        address.dns = info.get_ip4_dns();
+        return address;
+    }
+    DHCP_INFO lease{};
+    if (!address.addr.empty() && address.type == "DHCP") {
+        (void)info.get_dhcp_info(lease);
+    }
+    if (!address.addr.empty() && address.type == "PPPOE") {
+        (void)cast_ppp_cfg_into_dhcp_info(info.get_ifname(), lease);
+    }
+    take_lease(address, lease);
+    return address;
+}
+
+available_address ip6_in_force(BaseWanIfaceInfo& info) {
+    available_address address = address_in_force(info.get_ip6_type(), info.get_runtime_ip6(), 128);
+    if (address.type == "STATIC") {
+        address.gw = info.get_ip6_gw();
+        address.dns = info.get_ip6_dns();
+        return address;
+    }
+    DHCP6_INFO lease{};
+    if (!address.addr.empty()) {
+        (void)info.get_dhcp6_info(lease);
+    }
+    take_lease(address, lease);
+    return address;
+}
+
+void write_address(const available_address& address, const std::string& family, bool comprehensive,
+                   Json::Value& record) {
+    record[family + "_TYPE"] = address.type;
+    record[family + "_ADDR"] = address.addr;
+    record[family + "_PREFIX"] = address.prefix;
+    record[family + "_GW"] = address.gw;
+    if (!comprehensive) {
+        return;
+    }
+    record[family + "_DNS"] = Json::arrayValue;
+    for (const std::string& server : address.dns) {
+        record[family + "_DNS"].append(server);
+    }
+}
+
+/// One section with the factory of its family, so that another kind of uplink is one more call.
+template <class Info>
+int collect(std::vector<available_base_wan_status>& records, const std::string& path, const char* section,
+            bool comprehensive, int (*create)(Info**, std::string, std::string, Json::Value)) {
+    Json::Value document;
+    const int ret = json_file_to_mem(path, document);
+    if (ret < 0) {
+        return ret;
+    }
+    records.clear();
+    const Json::Value& entries = nm::json_member(document, section);
+    for (auto entry = entries.begin(); entries.isObject() && entry != entries.end(); ++entry) {
+        Info* built = nullptr;
+        const int create_ret = create(&built, entry.name(), path, document);
+        const std::unique_ptr<Info> info(built);
+        if (info == nullptr) {
+            NM_LOG(Error) << entry.name() << " has no status, ret=" << create_ret;
+            continue;
+        }
+        records.push_back(nm::uplink_status(*info, comprehensive));
+    }
+    return NM_OK;
+}
+
+}  // namespace
+
+namespace nm {
+
+available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive) {
+    available_base_wan_status status;
+    status.id = info.id();
+    status.portname = info.get_portname();
+    status.interface = info.get_ifname();
+    status.ifname = info.get_run_ifname();
+    status.ifindex = info.get_ifindex();
+    status.up = is_iface_up(status.ifname) == 1;
+    status.ip4 = ip4_in_force(info);
+    status.ip6 = ip6_in_force(info);
+    if (!comprehensive) {
+        status.ip4.dns.clear();
+        status.ip6.dns.clear();
+    }
+    return status;
+}
+
+Json::Value status_json(const std::vector<available_base_wan_status>& records, bool comprehensive) {
+    Json::Value list(Json::arrayValue);
+    for (const available_base_wan_status& status : records) {
+        Json::Value record;
+        record["ID"] = status.id;
+        record["PORT_NAME"] = status.portname;
+        record["INTERFACE"] = status.interface;
+        record["IFNAME"] = status.ifname;
+        record["IFINDEX"] = status.ifindex;
+        record["UP"] = status.up;
+        write_address(status.ip4, "IP4", comprehensive, record);
+        write_address(status.ip6, "IP6", comprehensive, record);
+        list.append(record);
+    }
+    return list;
+}
+
+}  // namespace nm
