@@ -1,10 +1,13 @@
 // What each uplink has in force, put together from its configuration, the kernel, and its lease or session.
 #include "interfaces/available_info.h"
 
+#include <vpppoe.h>
+
 #include <cstdlib>
 #include <memory>
 
 #include "config/nmconfig.h"
+#include "interfaces/WanIfaceInfo.h"
 #include "kernel/link_state.h"
 #include "kernel/utils/json_text.h"
 #include "log.h"
@@ -69,6 +72,15 @@ available_address ip6_in_force(BaseWanIfaceInfo& info) {
     return address;
 }
 
+/// is_iface_up() looks at the port's device, which says nothing of a session on it.
+bool is_up(BaseWanIfaceInfo& info) {
+    if (info.get_ip4_type() != "PPPOE") {
+        return is_iface_up(info.get_run_ifname()) == 1;
+    }
+    pppoe_status session{};
+    return get_pppoe_status(info.get_ifname().c_str(), &session) == VPPPOE_SUCCESS && session.running == 1;
+}
+
 void write_address(const available_address& address, const std::string& family, bool comprehensive,
                    Json::Value& record) {
     record[family + "_TYPE"] = address.type;
@@ -119,7 +131,7 @@ available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensi
     status.interface = info.get_ifname();
     status.ifname = info.get_run_ifname();
     status.ifindex = info.get_ifindex();
-    status.up = is_iface_up(status.ifname) == 1;
+    status.up = is_up(info);
     status.ip4 = ip4_in_force(info);
     status.ip6 = ip6_in_force(info);
     if (!comprehensive) {
@@ -147,3 +159,9 @@ Json::Value status_json(const std::vector<available_base_wan_status>& records, b
 }
 
 }  // namespace nm
+
+int get_available_wan_info(std::vector<available_base_wan_status>& wans, std::string path,
+                           int comprehensive) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(collect<WanIfaceInfo>(wans, path, "WAN_IFACE_INFO", comprehensive != 0, create_WAN_INFO));
+}

@@ -42,12 +42,18 @@ struct available_base_wan_status {
     /// they differ on PPPoE ("swdev1", "ppp-swdev1").
     std::string interface;
     std::string ifname;
-    /// Index of `ifname`, 0 while it does not exist, and whether it is up (is_iface_up()).
+    /// Index of `ifname`, 0 while it does not exist, and whether it is up: its session on PPPoE, else its
+    /// link (is_iface_up()).
     int ifindex = 0;
     bool up = false;
     available_address ip4;
     available_address ip6;
 };
+
+/// The records of all interfaces of `WAN_IFACE_INFO` in the document at `path`, in key order, into `wans`;
+/// name servers are left out if `comprehensive` is 0. A port that cannot be built is logged and has no
+/// record. 0, or the code of reading the document, with `wans` untouched.
+int get_available_wan_info(std::vector<available_base_wan_status>& wans, std::string path, int comprehensive);
 
 #pragma GCC visibility pop
 

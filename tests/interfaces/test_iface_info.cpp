@@ -154,4 +154,56 @@ TEST(Uplink, KnowsWhatItWasGiven) {
     }
 }
 
+TEST(Status, IsWhatIsInForce) {
+    session = {1, {42, "ppp-swdev3", "198.51.100.7", "198.51.100.1", "9.9.9.9", "8.8.8.8"}};
+    const Device up("swdev1", true, "far1");
+    const Device leased("swdev2", false, "far2");
+    const Device dialled("ppp-swdev3", true, "far3");
+    run("ip addr add 203.0.113.5/28 dev swdev1; ip addr add 198.51.100.7/32 dev ppp-swdev3");
+    const std::string lease = "lease {\n  fixed-address 10.0.0.9;\n  option routers 10.0.0.1;\n}\n";
+    const File leases("/etc/networkmanagement/dhclient/swdev2.leases", lease);
+    const File document("/etc/networkmanagement/status.json",
+                        quoted(R"({'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'},
+        'PORT2':{'INTERFACE':'swdev2'},'PORT3':{'INTERFACE':'swdev3'}},'WAN_IFACE_INFO':{'eth9':{'IP4_TYPE':'DHCP'},
+        'swdev1':{'ID':'7','IP4_TYPE':'STATIC','IP4_ADDR':'203.0.113.4','IP4_GW':'203.0.113.1','IP4_DNS':['1.1.1.1']},
+        'swdev2':{'IP4_TYPE':'DHCP','IP6_TYPE':'SLAAC'},'swdev3':{'IP4_TYPE':'PPPOE','IP6_TYPE':'PPPOEV6'}}})"));
+    const std::string no_ip6 = "'IP6_ADDR':'','IP6_GW':'','IP6_PREFIX':0,";
+    const auto expected = [&](const char* gateway, int prefix, const std::string& address) {
+        return json(
+            "[{'ID':7,'PORT_NAME':'PORT1','INTERFACE':'swdev1','IFNAME':'swdev1','UP':true,'IP4_TYPE':'"
+            "STATIC',"
+            "'IP4_ADDR':'203.0.113.5','IP4_PREFIX':28,'IP4_GW':'203.0.113.1'," +
+            no_ip6 +
+            "'IP6_TYPE':''},"
+            "{'ID':2,'PORT_NAME':'PORT2','INTERFACE':'swdev2','IFNAME':'swdev2','UP':false,'IP4_TYPE':'DHCP',"
+            "'IP4_ADDR':'" +
+            address + "','IP4_PREFIX':" + std::to_string(prefix) + ",'IP4_GW':'" + gateway + "'," + no_ip6 +
+            "'IP6_TYPE':'SLAAC'},"
+            "{'ID':3,'PORT_NAME':'PORT3','INTERFACE':'swdev3','IFNAME':'ppp-swdev3','UP':true,'IP4_TYPE':'"
+            "PPPOE',"
+            "'IP4_ADDR':'198.51.100.7','IP4_PREFIX':32,'IP4_GW':'198.51.100.1'," +
+            no_ip6 + "'IP6_TYPE':'PPPOEV6'}]");
+    };
+    std::vector<available_base_wan_status> wans(9);
+    EXPECT_EQ(get_available_wan_info(wans, "/absent", 0), NM_ERR_NOT_FOUND);
+    EXPECT_EQ(wans.size(), 9U);
+    const std::tuple<const char*, const char*, int, const char*> states[] = {
+        {"true", "", 0, ""}, {"ip addr add 10.0.0.9/24 dev swdev2", "10.0.0.1", 24, "10.0.0.9"}};
+    for (const auto& [change, gateway, prefix, address] : states) {
+        run(change);
+        EXPECT_EQ(get_available_wan_info(wans, document.path, 0), 0);
+        Json::Value list = nm::status_json(wans, false);
+        for (const int row : {0, 1, 2}) {
+            list[row].removeMember("IFINDEX");
+            EXPECT_EQ(std::to_string(wans[row].ifindex), fact(wans[row].ifname, "ifindex"));
+        }
+        EXPECT_EQ(list, expected(gateway, prefix, address)) << list;
+    }
+    EXPECT_EQ(get_available_wan_info(wans, document.path, 1), 0);
+    const Json::Value list = nm::status_json(wans, true);
+    EXPECT_EQ(list[0]["IP4_DNS"], json("['1.1.1.1']"));
+    EXPECT_EQ(list[1]["IP4_DNS"], Json::arrayValue);
+    EXPECT_EQ(list[2]["IP4_DNS"], json("['9.9.9.9','8.8.8.8']"));
+}
+
 }  // namespace
