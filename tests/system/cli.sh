@@ -70,7 +70,7 @@ completes() {
 
 check_nm_bin
 check_vsh
-completes Setup_wanif nm_bin Set
+completes "Setup_wanif Setup_waninfo" nm_bin Setup_w
 completes @/etc/networkmanagement/some.json nm_bin Setup_wanif @/etc/networkmanagement/so
 completes ncaas. vsh nc
 for page in man8/nm_bin.8 man1/vsh.1; do
