@@ -92,6 +92,9 @@ public:
     virtual int setup_wan_monitor(int mode, std::string name, std::string gateway);
     /// The local site of the IPsec service. Its result is not looked into.
     virtual int setup_ipsec(int mode, std::string address);
+    /// The same for the IPv6 address that the caller gives; nothing on kinds without IPv6. The tunnel's
+    /// address is that of IPv4.
+    virtual int setup_ipsec6(int mode, std::string address);
     /// The daemon of the link, a unit that is told where the configuration lies. 0 or the unit's code;
     /// NM_ERR_BAD_FORMAT for a path that no unit can be told.
     int setup_link_daemon(int mode);
