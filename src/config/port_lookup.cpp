@@ -298,17 +298,16 @@ int port_index(const std::string& portname) {
 }
 
 std::string find_port_of_ifname(const Json::Value& ports, const std::string& ifname) {
-    std::string by_prefix;
+    std::string port;
+    size_t matched = 0;
     for (auto entry = ports.begin(); entry != ports.end(); ++entry) {
         const std::string device = json_string_or(*entry, "INTERFACE", "");
-        if (device == ifname && !device.empty()) {
-            return entry.name();
-        }
-        if (by_prefix.empty() && !device.empty() && ifname.compare(0, device.size(), device) == 0) {
-            by_prefix = entry.name();
+        if (device.size() > matched && ifname.compare(0, device.size(), device) == 0) {
+            port = entry.name();
+            matched = device.size();
         }
     }
-    return by_prefix;
+    return port;
 }
 
 int wan_id_of(const Json::Value& root, const Json::Value& info, const std::string& ifname) {

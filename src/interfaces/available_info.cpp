@@ -28,47 +28,52 @@ available_address address_in_force(const std::string& type, const std::string& r
 }
 
 template <class Lease>
-void take_lease(available_address& address, const Lease& lease) {
-    address.gw = lease.gateway;
+std::vector<std::string> servers_of(const Lease& lease) {
+    std::vector<std::string> servers;
     for (const char* server : {lease.dns1, lease.dns2}) {
         if (*server != '\0') {
-            address.dns.emplace_back(server);
+            servers.emplace_back(server);
         }
     }
+    return servers;
 }
 
-/// A lease file outlives its lease: without an address there is nothing in force. A lease that cannot be read
-/// is told in the log and leaves its fields empty.
-available_address ip4_in_force(BaseWanIfaceInfo& info) {
-    available_address address = address_in_force(info.get_ip4_type(), info.get_runtime_ip4(), 32);
-    if (address.type == "STATIC") {
-        address.gw = info.get_ip4_gw();
-        address.dns = info.get_ip4_dns();
-        return address;
-    }
+/// A lease that cannot be read is told in the log and has no servers.
+std::vector<std::string> ip4_servers(BaseWanIfaceInfo& info) {
     DHCP_INFO lease{};
-    if (!address.addr.empty() && address.type == "DHCP") {
+    if (info.get_ip4_type() == "STATIC") {
+        return info.get_ip4_dns();
+    }
+    if (info.get_ip4_type() == "DHCP") {
         (void)info.get_dhcp_info(lease);
     }
-    if (!address.addr.empty() && address.type == "PPPOE") {
+    if (info.get_ip4_type() == "PPPOE") {
         (void)cast_ppp_cfg_into_dhcp_info(info.get_ifname(), lease);
     }
-    take_lease(address, lease);
+    return servers_of(lease);
+}
+
+/// A lease file outlives its lease: what it says counts as long as the interface has an address.
+available_address ip4_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
+    available_address address = address_in_force(info.get_ip4_type(), info.get_runtime_ip4(), 32);
+    if (address.type == "STATIC" || !address.addr.empty()) {
+        address.gw = info.get_curr_gw();
+        address.dns = comprehensive ? ip4_servers(info) : address.dns;
+    }
     return address;
 }
 
-available_address ip6_in_force(BaseWanIfaceInfo& info) {
+available_address ip6_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
     available_address address = address_in_force(info.get_ip6_type(), info.get_runtime_ip6(), 128);
-    if (address.type == "STATIC") {
-        address.gw = info.get_ip6_gw();
-        address.dns = info.get_ip6_dns();
-        return address;
-    }
+    const bool is_static = address.type == "STATIC";
     DHCP6_INFO lease{};
-    if (!address.addr.empty()) {
-        (void)info.get_dhcp6_info(lease);
+    if (!is_static && !address.addr.empty()) {
+        (void)info.get_dhcp6_info(lease);  // as above
     }
-    take_lease(address, lease);
+    address.gw = is_static ? info.get_ip6_gw() : lease.gateway;
+    if (comprehensive) {
+        address.dns = is_static ? info.get_ip6_dns() : servers_of(lease);
+    }
     return address;
 }
 
@@ -132,12 +137,8 @@ available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensi
     status.ifname = info.get_run_ifname();
     status.ifindex = info.get_ifindex();
     status.up = is_up(info);
-    status.ip4 = ip4_in_force(info);
-    status.ip6 = ip6_in_force(info);
-    if (!comprehensive) {
-        status.ip4.dns.clear();
-        status.ip6.dns.clear();
-    }
+    status.ip4 = ip4_in_force(info, comprehensive);
+    status.ip6 = ip6_in_force(info, comprehensive);
     return status;
 }
 
