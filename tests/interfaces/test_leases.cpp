@@ -50,8 +50,7 @@ TEST(Leases, LastValidBlockCounts) {
         {block(kIp + "  option routers x,10.0.0.1;\n  option domain-name-servers 1.1.1.1, 2.2.2.2;\n"),
          "10.0.0.7/ 10.0.0.1 1.1.1.1,2.2.2.2 "},
         {block(kIp + "  option routers 10.0.0.1\0;\n  option subnet-mask ::1;\n"s), "10.0.0.7/  , "},
-        {good + block(kIp + "  released;\n"), "none"},
-        {std::string(100000, '{') + "\xff\n;}\n", "none"}};
+        {good + block(kIp + "  released;\n"), "none"}};
     for (const auto& [text, expected] : cases) {
         EXPECT_EQ(parse(text), expected) << text.substr(0, 2000);
     }
