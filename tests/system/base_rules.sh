@@ -1,0 +1,124 @@
+#!/bin/bash
+# The base chains and sets: packets of two uplinks and two LANs meet what has been filled in, in the order that
+# the hooks say, and a second run changes nothing.
+set -euo pipefail
+# shellcheck source=tests/support/world.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+
+state() {
+    { iptables-save && ip6tables-save && ipset save; } | sed 's/^#.*//; s/initval.*//' | sort
+}
+
+# plug N NAMESPACE: swdevN with 10.N.0.1 and 2001:db8:N::1, and the far end with .2 and ::2; providers have more.
+plug() {
+    ip netns add "$2"
+    ip link add "swdev$1" up type veth peer name far netns "$2"
+    printf '%s\n' "link set lo up" "link set far up" "addr add 10.$1.0.2/24 dev far" \
+        "addr add 2001:db8:$1::2/64 dev far nodad" "route add default via 10.$1.0.1" \
+        "route add default via 2001:db8:$1::1" | ip -n "$2" -b -
+    ip addr add "10.$1.0.1/24" dev "swdev$1"
+    ip addr add "2001:db8:$1::1/64" dev "swdev$1" nodad
+}
+
+# ping NAME EXPECTED SOURCE TO [OPTION]...: from that namespace; who answered: provider 1 or 2 (by the hop counts
+# that they begin with), 6 for all others, or nobody.
+ping() {
+    same "$1" "$2" "$(nsenter --net="/run/netns/$3" /bin/ping -c 1 -W $((${#2} > 0 ? 5 : 1)) "${@:4}" |
+        sed -n 's/.*ttl=\(.\).*/\1/p' | xargs)"
+}
+
+# clamped NAME MSS SOURCE TO SEEN_BY: the size that a SYN bears where it arrives.
+clamped() {
+    rm -f "$scratch/notes"
+    ip netns exec "$5" timeout 10 tcpdump -nni far -c 1 "(tcp[13] == 2 or ip6[53] == 2) and port 81" \
+        >"$scratch/syn" 2>"$scratch/notes" &
+    eventually 5 grep -qs listening "$scratch/notes"
+    ip netns exec "$3" timeout 5 bash -c ": <>/dev/tcp/$4/81" 2>/dev/null || true
+    wait $! || true
+    same "$1" "$2" "$(sed -n 's/.*\[mss \([0-9]*\).*/\1/p' "$scratch/syn")"
+}
+
+nm-base-rules
+for edit in "0 add localip 192.0.2.1" "0 add localip 192.0.2.1" "0 del localip 192.0.2.2" "0 flush localip" \
+    "1 add ip6_localip 192.0.2.1" "1 flush no_such_set" "2 add localip -file" "2 destroy localip"; do
+    status=0
+    # shellcheck disable=SC2086  # the words of a call
+    firewall.sh edit_ipset ${edit#* } >/dev/null 2>&1 || status=$?
+    same "$edit" "${edit%% *}" "$status"
+done
+for n in 1 2; do
+    plug "$n" "isp$n"
+    printf 'addr add %s dev lo\n' 203.0.113.9 2001:db8:9::9 | ip -n "isp$n" -b -
+    ip netns exec "isp$n" bash -c "echo ${n}1 >/proc/sys/net/ipv4/ip_default_ttl"
+    kernel_call set_ip4_rule "$(<"/sys/class/net/swdev$n/ifindex")" "10.$n.0.1" 32 1 >/dev/null
+    kernel_call set_ip4_route "$(<"/sys/class/net/swdev$n/ifindex")" "10.$n.0.1" 24 "10.$n.0.2" 24 >/dev/null
+done
+for n in 5 6; do
+    plug "$n" "lan$n"
+    firewall.sh edit_ipset add LANIFSET "10.$n.0.0/24,swdev$n"
+    firewall.sh edit_ipset add lan "10.$n.0.0/24"
+    firewall6.sh edit_ip6_ipset add lan "2001:db8:$n::/64"
+done
+ln -s /proc/self/ns/net /run/netns/here
+printf 'route add default via %s\n' 10.1.0.2 2001:db8:1::2 | ip -b -
+echo 1 | tee /proc/sys/net/ipv{4/ip_forward,6/conf/all/forwarding} >/dev/null
+ping "an empty policy lets everything pass" 1 lan5 203.0.113.9
+check "IPv6 as well" eventually 10 ip netns exec lan5 ping -q -c 1 -W 1 2001:db8:6::2
+
+ip link set swdev1 mtu 1400
+echo '{"WAN_IFACE_INFO":{"swdev1":{"IP4_TYPE":"STATIC"}}}' >"$DEVICE_INFO"
+nm_bin Reload_tcpmss '{}' >/dev/null
+clamped "a SYN to the internet is clamped" 1360 lan5 203.0.113.9 isp1
+clamped "a SYN from there as well" 1360 isp1 10.5.0.2 lan5
+clamped "IPv6 to the internet" 1340 lan5 2001:db8:9::9 isp1
+
+iptables -A ATTACK_DEFENSE -p icmp -m length --length 1500:65535 -j DROP
+ping "an attack is dropped on its way through" "" lan5 10.6.0.2 -s 1473
+ping "the appliance may do the same to itself" 6 here 127.0.0.1 -s 1473
+iptables -A GUESTFORWARD -i swdev6 -m set --match-set lan dst -j DROP
+ip6tables -A GUESTFORWARD -i swdev6 -m set --match-set lan dst -j DROP
+ping "an isolated LAN" "" lan6 10.5.0.2
+ping "in IPv6 too, by the same set" "" lan6 2001:db8:5::2
+iptables -F GUESTFORWARD
+
+iptables -t mangle -A STEER -d 203.0.113.9 -m statistic --mode nth --every 1000 --packet 0 -j MARK --set-mark 2/15
+ping "what steered the first packet holds for the connection" "2 2" lan5 203.0.113.9 -c 2 -i 0.2
+# Stock rules that come to the same marks as the generated ones, which need modules that this kernel lacks.
+iptables-restore -n <<'RULES'
+*mangle
+-F STEER
+-A STEER -d 203.0.113.9 -p icmp -m length --length 128 -j MARK --set-mark 1/15
+-A WANLB -j CONNMARK --restore-mark --nfmask 0x200f --ctmask 0x200f
+-A WANLB -m mark ! --mark 0x0/0xf -j RETURN
+-A WANLB -j MARK --set-mark 8194/0x200f
+-A WANLB -j CONNMARK --save-mark --nfmask 0x200f --ctmask 0x200f
+-A FIREWALL -s 10.6.0.0/24 -j MARK --set-mark 2048/3072
+-A DNATPREROUTING -m conntrack --ctstate DNAT --ctorigdst 10.2.0.1 -j MARK --set-mark 4098/4111
+-A DNATPREROUTING -m mark --mark 4096/4096 -j ACCEPT
+COMMIT
+*nat
+-A PORT_FORWARDING -i swdev2 -p icmp -j DNAT --to-destination 10.5.0.2
+-A HAIRPIN_FWD -p icmp -j DNAT --to-destination 10.5.0.2
+-A HAIRPIN_MASQ -d 10.5.0.2 -p icmp -j MASQUERADE
+COMMIT
+RULES
+ping "balancing chooses the uplink" 2 lan5 203.0.113.9
+ping "steering beats it" 1 lan5 203.0.113.9 -s 100
+ping "the appliance's own packets are not balanced" 1 here 203.0.113.9
+ping "nor those to another LAN; a verdict spares answers" 6 lan5 10.6.0.2
+ping "a verdict is carried out" "" lan6 203.0.113.9
+firewall.sh edit_ipset add static_route 203.0.113.0/24
+ping "a static route is not balanced" 1 lan5 203.0.113.9
+ping "a forwarded connection is answered by its own uplink" 6 isp2 10.2.0.1 -I 203.0.113.9
+iptables -A INPUT -p icmp -d 10.2.0.1 -j DROP
+ping "a host next to the server reaches it from outside" 6 lan5 10.2.0.1
+
+before=$(state)
+nm-base-rules
+same "a second run changes nothing" "$before" "$(state)"
+iptables -D FORWARD -j BASE_FORWARD
+ip6tables -t mangle -F BASE_PREROUTING
+ipset destroy DNAT99
+nm-base-rules
+same "another one repairs" "$before" "$(state)"
+finish
