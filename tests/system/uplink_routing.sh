@@ -32,7 +32,7 @@ arrived() {
 leaves() {
     local before1 before2 got=0
     before1=$(arrived 1) before2=$(arrived 2)
-    if "$scratch/uplink_probe" "${@:3}"; then
+    if uplink_probe "${@:3}"; then
         # shellcheck disable=SC2317  # eventually runs it
         there() { got=$(($(arrived 1) - before1 + 2 * ($(arrived 2) - before2))) && [[ $got != 0 ]]; }
         eventually 3 there || got=lost
@@ -72,7 +72,6 @@ END
 done
 ip rule add iif lo fwmark 0x700000/0x700000 priority 20000 lookup 999
 ip -6 route add unreachable default table 999
-build uplink_probe
 leaves_both "without tables no packet goes" 0 1
 bring_up 1 1
 bring_up 2 1
