@@ -37,11 +37,30 @@ int run_with_text(Arguments& words) {
     return entry(words[0].data());
 }
 
+/// The table is as large as the network has clients: the buffer grows until it fits.
+int show_dhcp_clients(Arguments& words) {
+    constexpr size_t kFirst = size_t{1} << 20;
+    constexpr size_t kLast = size_t{1} << 26;
+    for (size_t size = kFirst;; size *= 2) {
+        std::string table(size, '\0');
+        const int code = Get_dhcp_client_table(words[0].data(), table.data(), table.size());
+        if (code == NM_ERR_BUFFER && size < kLast) {
+            continue;
+        }
+        std::cout << table.substr(0, table.find('\0'));
+        return code;
+    }
+}
+
 constexpr std::array kCommands{
     Command{"Setup_wanif", "REQUEST", 1, true, run_with_text<Setup_wanif>,
             "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
     Command{"Setup_waninfo", "REQUEST", 1, true, run_with_text<Setup_waninfo>,
             "add, delete or alter the addressing of WAN interfaces (static, DHCP, PPPoE)"},
+    Command{"Setup_dhcpservice", "REQUEST", 1, true, run_with_text<Setup_dhcpservice>,
+            "start, stop or alter the DHCP server or relay of LAN interfaces"},
+    Command{"Get_dhcp_client_table", "IFNAME", 1, false, show_dhcp_clients,
+            "print an interface's DHCP reservations and leases as a line of JSON"},
     Command{"Add_hosts", "ADDRESS IFNAME", 2, false,
             [](Arguments& words) { return Add_hosts(words[0].data(), words[1].data()); },
             "add the host line of an interface's address"},

@@ -35,26 +35,30 @@ int read_request(const Json::Value& member, const std::string& name, Request& re
     return valid ? NM_OK : NM_ERR_BAD_FORMAT;
 }
 
+int read_member_path(const Json::Value& member, const std::string& name, std::string& path) {
+    if (!member.isObject()) {
+        NM_LOG(Error) << "[" << name << "] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    if (member.isMember("path") && !member["path"].isString()) {
+        NM_LOG(Error) << "[" << name << "]: [path] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    path = nm::json_string_or(member, "path", "");
+    return NM_OK;
+}
+
 /// The path of the first member; a request without members has none.
 int read_path(const Json::Value& root, std::string& path) {
     if (root.empty()) {
         return NM_OK;
     }
     const std::string name = root.begin().name();
-    const Json::Value& first = *root.begin();
-    if (!first.isObject()) {
-        NM_LOG(Error) << "[" << name << "] is not valid format";
-        return NM_ERR_BAD_FORMAT;
-    }
-    if (first.isMember("path") && !first["path"].isString()) {
-        NM_LOG(Error) << "[" << name << "]: [path] is not valid format";
-        return NM_ERR_BAD_FORMAT;
-    }
-    path = nm::json_string_or(first, "path", "");
-    if (path.empty()) {
+    const int ret = read_member_path(*root.begin(), name, path);
+    if (ret == NM_OK && path.empty()) {
         NM_LOG(Error) << "[" << name << "]: [path] is empty";
     }
-    return NM_OK;
+    return ret;
 }
 
 int parse_request(const char* json, Json::Value& root) {
@@ -130,6 +134,26 @@ int run_request(const char* json, const RequestFamily& family) {
     }
     for (const FollowUp follow_up : family.follow_ups) {
         (void)shielded([&] { return follow_up(path); });  // logged where it failed; the ports are set up
+    }
+    return ret;
+}
+
+int run_section_request(const char* json, SectionTarget target) {
+    Json::Value root;
+    int ret = parse_request(json, root);
+    if (ret < 0) {
+        return ret;
+    }
+    for (auto member = root.begin(); member != root.end(); ++member) {
+        Request request;
+        std::string path;
+        ret = read_request(*member, member.name(), request);
+        if (ret == NM_OK) {
+            ret = read_member_path(*member, member.name(), path);
+        }
+        if (ret == NM_OK) {
+            ret = target(member.name(), request.act, request.ops, path);
+        }
     }
     return ret;
 }

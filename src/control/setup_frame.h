@@ -53,6 +53,9 @@ struct Family {
     int (T::*del)(uint32_t opt);
     int (T::*alt)(uint32_t opt);
     const char* stored_path = kDeviceInfoPath;
+    /// The code with which `create` says that there is nothing to operate on any more, so that a delete is
+    /// done; NM_OK if the family has none.
+    int gone = NM_OK;
 };
 
 template <class T>
@@ -79,6 +82,15 @@ int operate_locked(const Family<T>& family, T& instance, const Target& target) {
     return dispatch(family, instance, target.act, target.opt);
 }
 
+/// Whether a failed creation leaves nothing to do for the target.
+inline bool is_gone(int code_of_family, int code, const Target& target) {
+    if (target.act != ACT_DEL || code != code_of_family) {
+        return false;
+    }
+    NM_LOG(Info) << "Skip [" << target.name << "].";
+    return true;
+}
+
 /// The target layer. A delete works on the stored state: the port no longer stands in the new document.
 template <class T>
 int run_target(const Family<T>& family, Target target) {
@@ -95,7 +107,7 @@ int run_target(const Family<T>& family, Target target) {
         const std::unique_ptr<T> instance(created);
         if (ret != NM_OK) {
             NM_LOG(Error) << "Create " << family.class_name << " instance failed, ret=" << ret;
-            return ret;
+            return is_gone(family.gone, ret, target) ? NM_OK : ret;
         }
         return operate_locked(family, *instance, target);
     }));
@@ -116,6 +128,13 @@ struct RequestFamily {
 /// NM_ERR_NULL_ARG for a null text; NM_ERR_PARSE; NM_ERR_BAD_FORMAT for a root or member of the wrong form;
 /// the code of loading the document.
 int run_request(const char* json, const RequestFamily& family);
+
+/// The target layer of a family of services, which reads its document itself.
+using SectionTarget = int (*)(std::string name, uint32_t act, uint32_t opt, std::string path);
+
+/// The request layer of services: each member has a `path` of its own, and no document is loaded. The result
+/// is that of the last member. NM_ERR_NULL_ARG; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
+int run_section_request(const char* json, SectionTarget target);
 
 /// The entry layer: sets up the log and keeps exceptions inside. `signature` is the entry's
 /// __PRETTY_FUNCTION__.
