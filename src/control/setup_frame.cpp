@@ -1,8 +1,12 @@
 // The frame of every setup call: entry and request layers.
 #include "control/setup_frame.h"
 
+#include "config/actions.h"
+#include "config/nmconfig.h"
 #include "kernel/utils/json_text.h"
+#include "log.h"
 #include "peers/logging.h"
+#include "result_codes.h"
 
 namespace {
 
@@ -88,26 +92,6 @@ int load_request(const char* json, Json::Value& root, std::string& path, Json::V
 }  // namespace
 
 namespace nm {
-
-int code_of_current_exception() {
-    try {
-        throw;
-    } catch (int code) {
-        return code;
-    } catch (const Json::Exception& error) {
-        NM_LOG(Error) << "A value is not valid format: " << error.what();
-        return NM_ERR_BAD_FORMAT;
-    } catch (const std::bad_alloc&) {
-        NM_LOG(Error) << "Cannot allocate memory";
-        return NM_ERR_NOMEM;
-    } catch (const std::exception& error) {
-        NM_LOG(Error) << error.what();
-        return NM_ERR_SERVICE;
-    } catch (...) {
-        NM_LOG(Error) << "Unknown exception";
-        return NM_ERR_SERVICE;
-    }
-}
 
 int run_request(const char* json, const RequestFamily& family) {
     Json::Value root;
