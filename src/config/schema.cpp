@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "config/port_lookup.h"
 #include "config/port_names.h"
@@ -104,6 +105,36 @@ const std::map<std::string, Template>& wan_port_models() {
     return table;
 }
 
+/// What a model's new LAN port holds besides `MTU` and `INTERFACE`; a list of VLANs only where ports are
+/// trunks.
+struct LanPortModel {
+    Template texts;
+    std::optional<std::vector<std::string>> vlans;
+};
+
+const std::map<std::string, LanPortModel>& lan_port_models() {
+    static const LanPortModel virtual_edge{{{"DEV_TYPE", "ethernet"}, {"SPEED", "AUTO"}}, {{}}};
+    static const std::map<std::string, LanPortModel> table{
+        {"SOLA_301W", {{{"DEV_TYPE", "ethernet"}, {"MODE", "ACCESS"}, {"SPEED", "AUTO"}}, {{"0"}}}},
+        {"VSola-321", virtual_edge},
+        {"VSola-322", virtual_edge},
+        {"KERO_201", {{{"DEV_TYPE", "ethernet"}, {"EDMA_BMP", "8"}, {"EDMA_VLAN_TAG", "0"}}, {{"1"}}}},
+        {"VM", {{{"DEV_TYPE", "virtio"}, {"SEG_ID", ""}, {"VLAN_ID", "0"}}, std::nullopt}},
+    };
+    return table;
+}
+
+/// The model's row, null with a line in the log for a model that is not served.
+template <class Row>
+const Row* find_model(const std::map<std::string, Row>& models, const std::string& model) {
+    const auto found = models.find(model);
+    if (found == models.end()) {
+        NM_LOG(Error) << "Model [" << model << "] is not support!";
+        return nullptr;
+    }
+    return &found->second;
+}
+
 }  // namespace
 
 std::map<std::string, std::string> get_default_tmpl(std::string type) {
@@ -147,9 +178,8 @@ const std::vector<service_port>& get_default_service_ports() {
 }
 
 Json::Value generate_default_wan_port(std::string portname, std::string model) {
-    const auto found = wan_port_models().find(model);
-    if (found == wan_port_models().end()) {
-        NM_LOG(Error) << "Model [" << model << "] is not support!";
+    const Template* const texts = find_model(wan_port_models(), model);
+    if (texts == nullptr) {
         return {};
     }
     constexpr const char* kNewPortRate = "1000000000";
@@ -160,8 +190,28 @@ Json::Value generate_default_wan_port(std::string portname, std::string model) {
     entry["MTU"] = "1500";
     entry["PRIO"] = std::to_string(nm::port_index(portname));
     entry["INTERFACE"] = find_interface_from_hwport_config(portname);
-    for (const auto& [key, value] : found->second) {
+    for (const auto& [key, value] : *texts) {
         entry[key] = value;
+    }
+    return entry;
+}
+
+Json::Value generate_default_lan_port(std::string portname, std::string model) {
+    const LanPortModel* const row = find_model(lan_port_models(), model);
+    if (row == nullptr) {
+        return {};
+    }
+    Json::Value entry(Json::objectValue);
+    entry["MTU"] = "1500";
+    entry["INTERFACE"] = find_interface_from_hwport_config(portname);
+    for (const auto& [key, value] : row->texts) {
+        entry[key] = value;
+    }
+    if (row->vlans) {
+        entry["VLANS"] = Json::Value(Json::arrayValue);
+        for (const std::string& vid : *row->vlans) {
+            entry["VLANS"].append(vid);
+        }
     }
     return entry;
 }

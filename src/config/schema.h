@@ -42,4 +42,7 @@ const std::vector<service_port>& get_default_service_ports();
 /// hw_port_info.json. A null value for a model that is not served, which is logged.
 Json::Value generate_default_wan_port(std::string portname, std::string model);
 
+/// The LAN_PORT entry of a new port in the same way; a null value for a model that is not served.
+Json::Value generate_default_lan_port(std::string portname, std::string model);
+
 #pragma GCC visibility pop

@@ -1,0 +1,45 @@
+// The factories of the addressing side by number.
+#include "interfaces/create_info.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "interfaces/LanIfaceInfo.h"
+#include "interfaces/WanIfaceInfo.h"
+#include "log.h"
+#include "result_codes.h"
+
+namespace {
+
+using Factory = int (*)(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
+                        const Json::Value& cfg);
+
+template <class Info, int (*create)(Info**, std::string, std::string, Json::Value)>
+int create_as_base(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
+                   const Json::Value& cfg) {
+    Info* created = nullptr;
+    const int ret = create(&created, ifname, path, cfg);
+    *info = created;
+    return ret;
+}
+
+constexpr std::pair<int, Factory> kFactories[] = {{1, create_as_base<WanIfaceInfo, create_WAN_INFO>},
+                                                  {2, create_as_base<LanIfaceInfo, create_LAN_INFO>}};
+
+}  // namespace
+
+int create_INFO(BaseIfaceInfo** info, int type, std::string ifname, std::string path, Json::Value cfg) {
+    NM_LOG(Debug) << "Enter";
+    if (*info != nullptr) {
+        NM_LOG(Error) << "info is not NULL";
+        return NM_EXIT(NM_ERR_NOT_NULL);
+    }
+    const auto* const row = std::find_if(std::begin(kFactories), std::end(kFactories),
+                                         [type](const auto& candidate) { return candidate.first == type; });
+    if (row == std::end(kFactories)) {
+        NM_LOG(Error) << "Interface type is not support! type=" << type;
+        return NM_EXIT(NM_ERR_BAD_TYPE);
+    }
+    return NM_EXIT(row->second(info, ifname, path, cfg));
+}
