@@ -27,19 +27,6 @@ bool has_service() {
     return is_file_exists(kServiceMarker);
 }
 
-/// One exchange with `ncaas` about the document at `path`; `reply` takes the answer's text.
-int call_ncaas(const char* method, const std::string& path, const std::string& request, std::string& reply) {
-    constexpr int kTimeout = 5;
-    const int ret = nm::exchange("ncaas", method, request, kTimeout, reply);
-    if (ret == NM_ERR_BUS_IO) {
-        NM_LOG(Error) << "vs_io_create failed";
-    }
-    if (ret == NM_ERR_BUS_CALL) {
-        NM_LOG(Error) << "vs_call ncaas." << method << " path=" << path << " failed";
-    }
-    return ret;
-}
-
 int parse_answer(const std::string& text, Json::Value& answer, int& error) {
     if (!nm::read_envelope(text, answer, error)) {
         NM_LOG(Error) << "JSON reader parse fail!";
@@ -126,7 +113,7 @@ int _json_mem_to_file(std::string path, Json::Value& value) {
 
 int _json_ncaas_to_mem(std::string path, Json::Value& out) {
     std::string text;
-    const int ret = call_ncaas("read_json", path, "{\"path\": \"" + path + "\"}", text);
+    const int ret = nm::exchange_about_file("read_json", path, "{\"path\": \"" + path + "\"}", text);
     if (ret != NM_OK) {
         return ret;
     }
@@ -159,7 +146,7 @@ int _json_mem_to_ncaas(std::string path, Json::Value& value) {
     }
     NM_LOG(Debug) << "Saving " << path << ", JSON Length: " << text.size();
     std::string answer;
-    const int ret = call_ncaas("write_json", path, text, answer);
+    const int ret = nm::exchange_about_file("write_json", path, text, answer);
     if (ret != NM_OK || answer.empty()) {
         return ret;
     }

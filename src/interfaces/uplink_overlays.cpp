@@ -153,15 +153,12 @@ int UplinkIfaceInfo::edit_local_site(int mode, const char* method, const char* k
         request[key] = address;
         request["tun"] = tunnel;
     }
-    std::string input = nm::write_compact_json(request);
     std::string output;
-    const int ret = vservice_call("rmgmtd", method, input, output, false);
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "vsh rmgmtd." << method << " failed, ret: " << ret;
-        return ret;
+    const int ret = nm::call_service("rmgmtd", method, nm::write_compact_json(request), output);
+    if (ret == NM_OK) {
+        NM_LOG(Debug) << "vsh rmgmtd." << method << ": " << output;
     }
-    NM_LOG(Debug) << "vsh rmgmtd." << method << ": " << output;
-    return NM_OK;
+    return ret;
 }
 
 int UplinkIfaceInfo::setup_link_daemon(int mode) {

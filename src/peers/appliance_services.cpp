@@ -4,24 +4,14 @@
 #include "kernel/utils/json_text.h"
 #include "log.h"
 #include "peers/bus_exchange.h"
-#include "peers/service_bus.h"
 #include "result_codes.h"
 
 namespace {
 
-/// A call whose `data` is the answer.
-int call(const std::string& service, const std::string& method, std::string request, std::string& output) {
-    const int ret = vservice_call(service, method, request, output, false);
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "vsh " << service << "." << method << " failed, ret: " << ret;
-    }
-    return ret;
-}
-
-int call(const std::string& service, const std::string& method, const Json::Value& request) {
+int tell(const std::string& service, const std::string& method, const Json::Value& request) {
     std::string output;
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(call(service, method, nm::write_compact_json(request), output));
+    return NM_EXIT(nm::call_service(service, method, nm::write_compact_json(request), output));
 }
 
 /// The services write a flag as boolean, number or text.
@@ -36,15 +26,13 @@ bool is_set(const Json::Value& flag) {
 }  // namespace
 
 int get_license_info(Json::Value& info) {
-    std::string output;
-    const int ret = call("license", "GetLicenseInfo", "", output);
+    Json::Value state;
+    const int ret = nm::ask_for_value("license", "GetLicenseInfo", state);
     if (ret != NM_OK) {
         return ret;
     }
-    Json::Value state;
-    if (!nm::parse_json(output, state) || !state.isObject()) {
-        NM_LOG(Error) << "Json reader parse failed!, data: " << output;
-        return NM_ERR_PARSE;
+    if (!state.isObject()) {
+        return nm::refuse_answer(state);
     }
     info = state;
     return NM_OK;
@@ -56,17 +44,15 @@ bool is_license_expired() {
 }
 
 bool is_local_mgmt() {
-    std::string output;
     Json::Value answer;
-    return call("ncaas", "get_local_mgmt", "", output) == NM_OK && nm::parse_json(output, answer) &&
-           is_set(answer);
+    return nm::ask_for_value("ncaas", "get_local_mgmt", answer) == NM_OK && is_set(answer);
 }
 
 int setup_velan_deamons(std::string local_mgmt, std::string dev_id) {
     Json::Value request;
     request["local_mgmt"] = local_mgmt;
     request["dev_id"] = dev_id;
-    return call("das", "apply_devid_mgmt", request);
+    return tell("das", "apply_devid_mgmt", request);
 }
 
 int Setup_vbelt_server(std::string type, std::string path, int force) {
@@ -74,7 +60,7 @@ int Setup_vbelt_server(std::string type, std::string path, int force) {
     request["type"] = type;
     request["path"] = path;
     request["force"] = force;
-    return call("VelanWsd.service", "Setup_vbelt_server", request);
+    return tell("VelanWsd.service", "Setup_vbelt_server", request);
 }
 
 int update_network_info(int timeout_seconds) {

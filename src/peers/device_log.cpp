@@ -6,16 +6,16 @@
 #include <ctime>
 
 #include "log.h"
+#include "peers/event_log.h"
 #include "peers/json_field.h"
 #include "peers/service_bus.h"
 
 void pppoe_dial_log(std::string& port, uint32_t msg_id) {
-    constexpr std::size_t kPrefix = 4;
-    const std::string number = port.size() > kPrefix ? port.substr(kPrefix) : "";
     std::array<char, 256> text{};
-    const int length = snprintf(
-        text.data(), text.size(), "{\"msg_id\":%d,\"timestamp\":%lu,\"values\":[\"%s\"]}",
-        static_cast<int>(msg_id), static_cast<unsigned long>(time(nullptr)), nm::json_field(number).c_str());
+    const int length =
+        snprintf(text.data(), text.size(), "{\"msg_id\":%d,\"timestamp\":%lu,\"values\":[\"%s\"]}",
+                 static_cast<int>(msg_id), static_cast<unsigned long>(time(nullptr)),
+                 nm::json_field(port_number_text(port)).c_str());
     if (length < 0 || static_cast<std::size_t>(length) >= text.size()) {
         NM_LOG(Error) << "DeviceLog msg of " << port << " is too long, not sent.";
         return;

@@ -17,40 +17,20 @@ constexpr int kDirectTimeout = 5;
 template <class Report>
 void ask_ncaas_for_file(const std::string& method, const std::string& path, Report report) {
     std::string text;
-    const int ret = nm::exchange("ncaas", method, "{\"path\": \"" + path + "\"}", kDirectTimeout, text);
-    if (ret == NM_ERR_BUS_IO) {
-        NM_LOG(Error) << "vs_io_create failed";
-        return;
-    }
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "vs_call ncaas." << method << " path=" << path << " failed";
+    if (nm::exchange_about_file(method, path, "{\"path\": \"" + path + "\"}", text) != NM_OK) {
         return;
     }
     Json::Value reply;
     int error = 0;
-    if (nm::read_envelope(text, reply, error) && error != 0) {
+    if (!nm::read_envelope(text, reply, error)) {
+        NM_LOG(Error) << "Json reader parse fail!, raw data: " << text;
+    } else if (error != 0) {
         report("Get error: " + nm::show_json(reply["data"]));
     }
 }
 
 void log_error(const std::string& line) {
     NM_LOG(Error) << line;
-}
-
-/// What `ncaas.<method>` answers, as a value.
-int ask_ncaas_for_value(const std::string& method, Json::Value& value) {
-    std::string input;
-    std::string output;
-    const int ret = vservice_call("ncaas", method, input, output, false);
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "vsh ncaas." << method << " failed, ret: " << ret;
-        return ret;
-    }
-    if (!nm::parse_json(output, value)) {
-        NM_LOG(Error) << "Json reader parse failed!, data: " << output;
-        return NM_ERR_PARSE;
-    }
-    return NM_OK;
 }
 
 }  // namespace
@@ -93,11 +73,11 @@ void sync_file(std::string path) {
 
 int get_device_id() {
     Json::Value id;
-    if (ask_ncaas_for_value("get_devid", id) != NM_OK) {
+    if (nm::ask_for_value("ncaas", "get_devid", id) != NM_OK) {
         return 0;
     }
     if (!id.isInt()) {
-        NM_LOG(Error) << "Json reader parse failed!, data: " << nm::show_json(id);
+        (void)nm::refuse_answer(id);  // the id of a device without one stands for any failure
         return 0;
     }
     return id.asInt();
@@ -105,19 +85,59 @@ int get_device_id() {
 
 int get_model(std::string& model) {
     Json::Value answer;
-    const int ret = ask_ncaas_for_value("get_model", answer);
+    const int ret = nm::ask_for_value("ncaas", "get_model", answer);
     if (ret != NM_OK) {
         return ret;
     }
     if (!answer.isString()) {
-        NM_LOG(Error) << "Json reader parse failed!, data: " << nm::show_json(answer);
-        return NM_ERR_PARSE;
+        return nm::refuse_answer(answer);
     }
     model = answer.asString();
     return NM_OK;
 }
 
 namespace nm {
+
+int exchange_about_file(const std::string& method, const std::string& path, const std::string& request,
+                        std::string& reply) {
+    const int ret = exchange("ncaas", method, request, kDirectTimeout, reply);
+    if (ret == NM_ERR_BUS_IO) {
+        NM_LOG(Error) << "vs_io_create failed";
+    }
+    if (ret == NM_ERR_BUS_CALL) {
+        NM_LOG(Error) << "vs_call ncaas." << method << " path=" << path << " failed";
+    }
+    return ret;
+}
+
+int call_service(const std::string& service, const std::string& method, std::string request,
+                 std::string& output) {
+    const int ret = vservice_call(service, method, request, output, false);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "vsh " << service << "." << method << " failed, ret: " << ret;
+    }
+    return ret;
+}
+
+int ask_for_value(const std::string& service, const std::string& method, Json::Value& value) {
+    std::string output;
+    const int ret = call_service(service, method, "", output);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    Json::Value answer;
+    if (!parse_json(output, answer)) {
+        NM_LOG(Error) << "Json reader parse failed!, data: " << output;
+        return NM_ERR_PARSE;
+    }
+    value = answer;
+    return NM_OK;
+}
+
+int refuse_answer(const Json::Value& value) {
+    NM_LOG(Error) << "Json reader parse failed!, data: " << show_json(value);
+    return NM_ERR_PARSE;
+}
 
 int query_service(const std::string& service, const std::string& method, const Json::Value& request,
                   int& error) {
