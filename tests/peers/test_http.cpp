@@ -9,6 +9,7 @@
 #include "peers/appliance_services.h"
 #include "peers/device_log.h"
 #include "peers/http.h"
+#include "peers/service_bus.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
@@ -133,6 +134,53 @@ TEST(Http, UploadsCarryBodyAndTypeAndLogsNoSecret) {
     EXPECT_TRUE(log.has("url = " + server.at("/x")));
     EXPECT_TRUE(log.has("response_code = 200"));
     EXPECT_FALSE(log.has("hush"));
+}
+
+TEST(ApplianceServices, AreAskedAndTheirAnswersUnderstood) {
+    const fixture::FakeService grpc("nm-grpc-handler", {{"DeviceLog", "{}"}});
+    const fixture::FakeService das("das", {{"apply_devid_mgmt", R"({"error":-5})"}});
+    const fixture::FakeService velan("VelanWsd.service", {{"Setup_vbelt_server", "{}"}});
+    const fixture::FakeService hmgr("nm-hmgr", {{"UpdateLansInfo", "[]"}});
+    std::string port = "PORT\"12";
+    pppoe_dial_log(port, 255);
+    EXPECT_EQ(setup_velan_deamons("1", "77"), -5);
+    EXPECT_EQ(Setup_vbelt_server("local_vbelt", "/p", 1), 0);
+    EXPECT_EQ(update_network_info(5), NM_ERR_PARSE);
+    const char* const dial_log =
+        R"(nm-grpc-handler.DeviceLog \{"msg_id":255,"timestamp":[0-9]+,"values":\["\\"12"\]\})";
+    EXPECT_THAT(
+        fixture::FakeService::take_calls(),
+        testing::ElementsAre(
+            testing::ContainsRegex(dial_log), R"(das.apply_devid_mgmt {"dev_id":"77","local_mgmt":"1"})",
+            R"(VelanWsd.service.Setup_vbelt_server {"force":1,"path":"/p","type":"local_vbelt"})",
+            "nm-hmgr.UpdateLansInfo {}"));
+    EXPECT_FALSE(is_license_expired()) << "no service, no expiry";
+    for (const auto& [answer, is_yes] : std::map<std::string, bool>{
+             {"true", true}, {"1", true}, {R"("1")", true}, {"0", false}, {"[1]", false}}) {
+        const fixture::FakeService ncaas("ncaas", {{"get_local_mgmt", R"({"data":)" + answer + "}"},
+                                                   {"get_devid", R"({"data":)" + answer + "}"}});
+        const fixture::FakeService license("license",
+                                           {{"GetLicenseInfo", R"({"data":{"expired":)" + answer + "}}"}});
+        EXPECT_EQ(is_local_mgmt(), is_yes) << answer;
+        EXPECT_EQ(is_license_expired(), is_yes) << answer;
+        EXPECT_EQ(get_device_id(), answer == "1" ? 1 : 0);
+    }
+}
+
+TEST(DirectCalls, TellOfFailuresAndReturn) {
+    const fixture::LogTail log;
+    sync_file("/absent");
+    EXPECT_TRUE(log.has("vs_call ncaas.sync_file path=/absent failed"));
+    const fixture::FakeService ncaas("ncaas", {{"read_ini", R"({"error":3,"data":"why"})"},
+                                               {"read_json", R"({"error":4,"data":{}})"},
+                                               {"sync_file", "no JSON"}});
+    testing::internal::CaptureStdout();
+    read_ini("/p");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Get error: why");
+    read_json("/p");
+    sync_file("/p");
+    EXPECT_TRUE(log.has("Get error: {}") && log.has("raw data: no JSON") && !log.has("Get error: why"));
+    EXPECT_EQ(fixture::FakeService::take_calls().front(), R"(ncaas.read_ini {"path": "/p"})");
 }
 
 }  // namespace

@@ -101,6 +101,23 @@ TEST(UnixCli, ProcessesTalkToAPeerOneAtATime) {
     EXPECT_TRUE(was_alone);
 }
 
+TEST(UnixCli, AClientOwnsNoMoreThanItOpened) {
+    std::string lock = "ncsid_cli";
+    std::string path = "/tmp/" + std::string(107 - 5, 's');
+    const Listener peer(answering(kFine), path);
+    unix_cli* cli = nullptr;
+    ASSERT_EQ(create_unix_cli(&cli, lock.data(), (path + "beyond").data(), true), 0);
+    const std::unique_ptr<unix_cli> owner(cli);
+    EXPECT_EQ(create_unix_cli(&cli, lock.data(), path.data(), true), NM_ERR_NOT_NULL);
+    EXPECT_EQ(cli->done() + cli->done(), 0);
+    EXPECT_TRUE(fcntl(STDIN_FILENO, F_GETFD) >= 0 && fixture::is_lock_free(lock));
+    Json::Value reply;
+    EXPECT_EQ(cli->init(), 0) << "the path is cut at 107 bytes";
+    EXPECT_EQ(cli->send_to_server(Json::Value(1)) + cli->read_from_server(reply), 0);
+    EXPECT_EQ(reply, fixture::json(kFine));
+    EXPECT_EQ(cli->send_to_server(Json::Value(1)), NM_ERR_SEND) << "the peer has gone";
+}
+
 TEST(PeerCommands, EachReachesItsPeer) {
     const std::string doc = "/tmp/devices.json";
     const fixture::File document(doc, R"({

@@ -1,11 +1,11 @@
-// Name servers by owner, the configured ones, the sets of host names, and dnsmasq's listening addresses.
+// Name servers by owner, the configured ones and the sets of host names.
 #include "config/nmconfig.h"
-#include "fake_service.h"
+#include "kernel/utils/handles.h"
+#include "kernel/utils/process.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "services/dns.h"
 #include "services/hostname_ipset.h"
-#include "services/lan_dnsmasq.h"
 #include "services/name_servers.h"
 
 using namespace fixture;
@@ -91,6 +91,29 @@ TEST(Dns, ServesTheDocument) {
     put(path, document);
     EXPECT_EQ(_setup_dns(3, 2, path), 0) << "the stored servers are back, in a new file";
     EXPECT_EQ(slurp(kFile), swapped);
+}
+
+TEST(HostnameIpset, HoldsOnlyLinesThatDnsmasqReads) {
+    using Map = std::unordered_map<std::string, std::string>;
+    const std::string dir = "/var/run/network/dnsmasq.d/";
+    const Map good{{"a.example", "HOSTNAME0"}, {"b.example", "HOSTNAME1"}};
+    Map map = good;
+    map.insert({{"x\nserver=6.6.6.6", "S"}, {"x/y", "S"}, {"\"", "S"}, {"", "S"}, {"x", "S conf-file=/x"}});
+    const nm::LockGuard held("ipset.conf");  // by the caller, who would wait for itself
+    EXPECT_EQ(write_hostname_ipset_map(map), 0);
+    const std::string text = slurp(dir + "ipset.conf");
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+    EXPECT_EQ(read_hostname_ipset_map(map), 0);
+    EXPECT_EQ(map, good);
+    put(dir + "ipset.conf", "ipset=/a\n# ipset=/b/S\nipset=/c/S/T\nipset =/d/S\nipset=//e//S");
+    EXPECT_EQ(read_hostname_ipset_map(map), 0);
+    EXPECT_EQ(map, (Map{{"c", "S"}, {"e", "S"}}));
+    run("ipset create 'a;$(b)' hash:net && ipset add 'a;$(b)' 192.0.2.0/24");
+    EXPECT_EQ(dnsmasq_add_ipset("c.example", "a;$(b)"), 0);
+    EXPECT_EQ(slurp(dir + "a;$(b)"), "ipset=/c.example/a;$(b)");
+    EXPECT_EQ(exec("ipset list 'a;$(b)' | grep -c 192.0.2"), "0\n");
+    EXPECT_EQ(dnsmasq_add_ipset("a\nb", "S") + dnsmasq_add_ipset("a", "../S") + dnsmasq_add_ipset("a", ""),
+              -3);
 }
 
 }  // namespace
