@@ -12,6 +12,7 @@
 #include "config/schema.h"
 #include "config/tcp_window.h"
 #include "control/edge_entries.h"
+#include "control/lease_event.h"
 #include "control/setup_dhcp.h"
 #include "control/setup_lan.h"
 #include "control/setup_wan.h"

@@ -72,6 +72,9 @@ constexpr std::array kCommands{
             "add the host line of an interface's address"},
     Command{"Del_hosts", "IFNAME", 1, false, run_with_text<Del_hosts>,
             "delete the host lines of an interface's IPv4 addresses"},
+    Command{"Lease_event", "IFNAME add|del", 2, false,
+            [](Arguments& words) { return Lease_event(words[0].data(), words[1].data()); },
+            "work what a DHCP client or PPPoE session reports (called by their hooks)"},
     Command{"Reload_tcpmss", "REQUEST", 1, true, run_with_text<Reload_tcpmss>,
             "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
 };

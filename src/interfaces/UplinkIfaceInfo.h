@@ -142,11 +142,13 @@ protected:
     void set_up_overlays(int mode, const std::string& address, const std::string& gateway);
     void tell_peers();
     void forget_at_peers();
+    void take_down_overlays();
 
     const UplinkKind& kind;
 
 private:
     int disable_ip(int mode);
+    int disable_session();
     int remove_source_route();
     int remove_addresses();
     int write_static_address();

@@ -142,7 +142,17 @@ void UplinkIfaceInfo::write_static_routes() {
 
 int UplinkIfaceInfo::disable_ipv4(int mode) {
     NM_LOG(Info) << "Interface: " << ifname << ", ip4_type: " << ip4_type;
-    return NM_EXIT(ip4_type == "PPPOE" ? setup_pppoe_service(0) : disable_ip(mode));
+    return NM_EXIT(ip4_type == "PPPOE" ? disable_session() : disable_ip(mode));
+}
+
+/// The session's own report of its end waits for the lock that is held here. By then the port may have been
+/// set up anew, so all that hung on its address goes now, and the report finds no configuration any more.
+int UplinkIfaceInfo::disable_session() {
+    const int ret = setup_pppoe_service(0);
+    (void)setup_ipset("del", runtime_ip4.substr(0, runtime_ip4.find('/')));  // logged there, as all of this
+    (void)del_dns4();
+    take_down_overlays();
+    return ret;
 }
 
 int UplinkIfaceInfo::disable_ip(int mode) {
@@ -152,14 +162,20 @@ int UplinkIfaceInfo::disable_ip(int mode) {
     }
     if (ip4_type == "DHCP") {
         keep_first(ret, setup_ipv4_dhcp(mode));
+        (void)del_dns4();  // those of its lease; a client that is stopped reports nothing
     }
     keep_first(ret, remove_addresses());
+    take_down_overlays();
+    return ret;
+}
+
+/// All of it is told to others, who log for themselves what they could not do.
+void UplinkIfaceInfo::take_down_overlays() {
     (void)setup_wan_monitor(0, run_ifname, "");
     (void)setup_tun(0);
     (void)setup_dpi(0, kWanRole, run_ifname);
     (void)setup_ipsec(0, "");
     forget_at_peers();
-    return ret;
 }
 
 int UplinkIfaceInfo::remove_addresses() {

@@ -215,11 +215,11 @@ TEST_F(WanInfo, TakesTheStoredStateDownFirst) {
         {fixed, "'IP4_TYPE':'IPOE'", OPT_IP4, NM_ERR_BAD_TYPE, "-", "No such ip4_type: IPOE"},
         {fixed, ppp, OPT_IP4, 0, "-D", "swdev3: do nm_add_pppoe_and_run."},
         {fixed, ppp, OPT_LINK, 0, "-RD", ""},
-        {ppp, ppp, OPT_IP4, 0, "SD", "Missing ifindex. Skip delete sourceroute."},
-        {ppp, ppp, OPT_LINK, 0, "SRD", "swdev3 does not enable IPv6."},
+        {ppp, ppp, OPT_IP4, 0, "S-D", "Missing ifindex. Skip delete sourceroute."},
+        {ppp, ppp, OPT_LINK, 0, "S-RD", "swdev3 does not enable IPv6."},
         {ppp, ppp, OPT_IP6, 0, "D", ""},
         {ppp6, ppp, OPT_IP6, 0, "SD", ""},
-        {ppp6, fixed, OPT_IP4 | OPT_LINK, 0, "SR+", "'s PPPoE cfg is not existed; skip stop service."},
+        {ppp6, fixed, OPT_IP4 | OPT_LINK, 0, "S-R+", "'s PPPoE cfg is not existed; skip stop service."},
         {fixed, "'IP6_TYPE':'SLAAC'", OPT_IP6, NM_ERR_BAD_TYPE, "", "swdev3: ip6_type SLAAC is not served."},
         {"'IP4_TYPE':'STATIC','IP6_TYPE':'SLAAC'", fixed, OPT_IP6, 0, "", "DHCP act: 2"}};
     for (const auto& [before, after, opt, code, made, words] : cases) {

@@ -11,7 +11,7 @@ readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
 readonly CONSUMER=$source_dir/tests/system/consumer
 readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # The exported entries: they have C linkage, so that callers find them by name.
-readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Reload_tcpmss Setup_dhcpservice Setup_lanif
+readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_tcpmss Setup_dhcpservice Setup_lanif
     Setup_laninfo Setup_vlanbr Setup_wanif Setup_waninfo)
 
 : >/run/network/.boot_fin

@@ -60,4 +60,27 @@ call 0 stop_interface_pppoe swdev1
 check "stopped at once" test ! -e /sys/class/net/ppp-swdev1
 call 0 del_interface_pppoe_cfg swdev1
 same "nothing is kept" "" "$(find /etc/vpppoe /run/vpppoe -type f)"
+
+# A WAN port of that type, and then of another one: what the library makes of the session's coming and going.
+# shellcheck source=tests/support/uplink_world.sh
+source "$support_dir/uplink_world.sh"
+sites() {
+    calls | sed -n 's/^rmgmtd.ipsec.edit_local_site //p' | jq -r '"\(.op) \(.ip)"' | xargs
+}
+check "no event is left of before" eventually 60 is_quiet
+start_services
+# shellcheck disable=SC1003  # the backslash is one
+document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", USERNAME: "us er@isp", PASSWORD: "c4n4ry \"q\\"}'
+cp "$DEVICE_INFO" "$NEW"
+same "a WAN port dials" "0 NM_OK success" "$(run 1 15)"
+check "its session is up, and its event worked" eventually 90 eval 'ipset save | grep -q ppp-swdev1 && is_quiet'
+kernel=$(ip -j addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
+check "its rules and routes lead to the provider" grep -q via <(ip route get 192.0.2.9 from "$kernel")
+same "the overlay knows its address" "add $kernel" "$(sites)"
+document "$NEW"
+same "it becomes a static one" "0 NM_OK success" "$(run 3 5)"
+check "the end of the session is worked" eventually 60 is_quiet
+same "nothing of the session is left" "" "$(ipset save | grep ppp-; ls -d /sys/class/net/ppp-* 2>/dev/null; ip rule | grep "$kernel" || true)"
+same "the overlay knows the static address last" "del null add 10.1.0.2" "$(sites)"
+same "the password is in no log" "" "$(grep -rl c4n4ry /var/log/network 2>/dev/null)"
 finish

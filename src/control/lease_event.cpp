@@ -1,0 +1,352 @@
+// Events of leases, from the environment of a client's hook to the device and the uplink's surroundings.
+#include "control/lease_event.h"
+
+#include <arpa/inet.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <vpppoe.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "config/actions.h"
+#include "config/nmconfig.h"
+#include "config/port_lookup.h"
+#include "config/schema.h"
+#include "control/setup_frame.h"
+#include "interfaces/BaseWanIfaceInfo.h"
+#include "interfaces/WanIfaceInfo.h"
+#include "kernel/address.h"
+#include "kernel/link.h"
+#include "kernel/uplink_routing.h"
+#include "kernel/utils/handles.h"
+#include "kernel/utils/ip_text.h"
+#include "kernel/utils/json_text.h"
+#include "log.h"
+#include "result_codes.h"
+#include "services/name_servers.h"
+
+namespace {
+
+constexpr int kTries = 20;
+constexpr std::chrono::milliseconds kRest{500};
+
+constexpr const char* kAdd = "add";
+constexpr const char* kDel = "del";
+
+struct Event {
+    std::string ifname;
+    std::string act;
+    std::string type;  // `IP4_TYPE` of ports with such a reporter
+};
+
+/// The port that an event is about. Only routed ports have an uplink's surroundings.
+struct Port {
+    std::string ifname;
+    int ifindex = 0;
+    std::unique_ptr<BaseWanIfaceInfo> uplink;
+};
+
+using Builder = int (*)(std::unique_ptr<BaseWanIfaceInfo>& out, const std::string& ifname,
+                        const Json::Value& cfg);
+
+template <class T, int (*create)(T**, std::string, std::string, Json::Value)>
+int build_uplink(std::unique_ptr<BaseWanIfaceInfo>& out, const std::string& ifname, const Json::Value& cfg) {
+    T* created = nullptr;
+    const int ret = create(&created, ifname, kDeviceInfoPath, cfg);
+    out.reset(created);
+    return ret;
+}
+
+const std::map<int, Builder>& builders() {
+    static const std::map<int, Builder> table{{KIND_WAN, build_uplink<WanIfaceInfo, create_WAN_INFO>}};
+    return table;
+}
+
+// ---- What the reporter says.
+
+std::string told(const std::string& name) {
+    const char* const value = getenv(name.c_str());
+    return value != nullptr ? value : "";
+}
+
+/// The words of a variable into as many fields; a word that is no address leaves its field empty.
+void take_addresses(const std::string& name, std::initializer_list<char*> fields) {
+    std::istringstream words(told(name));
+    for (char* const field : fields) {
+        std::string word;
+        if (words >> word && is_valid_ip(word.c_str())) {
+            word.copy(field, INET_ADDRSTRLEN - 1);
+        }
+    }
+}
+
+DHCP_INFO told_lease(const std::string& age) {
+    DHCP_INFO lease{};
+    take_addresses(age + "ip_address", {lease.ip});
+    take_addresses(age + "subnet_mask", {lease.netmask});
+    take_addresses(age + "routers", {lease.gateway});
+    take_addresses(age + "domain_name_servers", {lease.dns1, lease.dns2});
+    take_addresses(age + "dhcp_server_identifier", {lease.dhcp_server});
+    return lease;
+}
+
+DHCP_INFO told_session() {
+    DHCP_INFO lease{};
+    take_addresses("IPLOCAL", {lease.ip});
+    take_addresses("IPREMOTE", {lease.gateway});
+    return lease;
+}
+
+/// A reporter that was ended while its event waited for the lock: whoever ended it has cleaned up.
+bool is_reporter_gone() {
+    const int pid = atoi(told("pid").c_str());
+    return pid > 1 && kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+/// Whether a device can have the address: none of 0.0.0.0/8, of the loopback, of multicast and beyond.
+int check_lease(const std::string& ifname, const DHCP_INFO& lease) {
+    if (lease.ip[0] == '\0' || mask_to_prefix(lease.netmask) <= 0) {
+        NM_LOG(Error) << ifname << " got no address; IP[" << lease.ip << "], MASK[" << lease.netmask << "]";
+        return NM_ERR_EMPTY;
+    }
+    const uint32_t network = ntohl(inet_addr(lease.ip)) >> 24;
+    if (network == 0 || network == IN_LOOPBACKNET || network >= 224) {
+        NM_LOG(Error) << "Bad IP address: " << lease.ip << ", Interface: " << ifname;
+        return NM_ERR_BAD_IP;
+    }
+    return NM_OK;
+}
+
+// ---- What comes of it.
+
+std::vector<std::string> name_servers(Port& port, const DHCP_INFO& lease) {
+    std::vector<std::string> servers = port.uplink->get_ip4_dns();
+    for (const char* const server : {lease.dns1, lease.dns2}) {
+        if (port.uplink->get_ip4_dns().empty() && *server != '\0') {
+            servers.emplace_back(server);
+        }
+    }
+    return servers;
+}
+
+/// Name servers are no part of the address: what goes wrong with them is in the log and changes no result.
+void replace_name_servers(Port& port, const std::vector<std::string>& servers) {
+    (void)remove_dns_server(port.uplink->get_run_ifname(), AF_INET);
+    if (!servers.empty()) {
+        (void)insert_dns_server(servers, port.uplink->get_run_ifname());
+    }
+}
+
+int spread(Port& port, DHCP_INFO lease, std::string act) {
+    if (port.uplink == nullptr) {
+        return NM_OK;
+    }
+    const int ret = port.uplink->dhcp_source_route_cb(lease, act);
+    replace_name_servers(port, act == kAdd ? name_servers(port, lease) : std::vector<std::string>());
+    return ret;
+}
+
+/// The lease's address as get_ipv4_addr() tells one.
+std::string address_text(const DHCP_INFO& lease) {
+    const int prefix = mask_to_prefix(lease.netmask);
+    return prefix == 32 ? lease.ip : lease.ip + ("/" + std::to_string(prefix));
+}
+
+std::string address_on_device(const Port& port) {
+    std::string address;
+    (void)get_ipv4_addr(port.ifindex, address);  // one that cannot be read is none to take away
+    return address;
+}
+
+bool is_same(const DHCP_INFO& one, const DHCP_INFO& other) {
+    return std::string(one.ip) == other.ip && std::string(one.netmask) == other.netmask &&
+           std::string(one.gateway) == other.gateway && std::string(one.dns1) == other.dns1 &&
+           std::string(one.dns2) == other.dns2;
+}
+
+int take_off_device(Port& port, const DHCP_INFO& lease) {
+    const int ret = spread(port, lease, kDel);
+    const int flushed = flush_ipv4_addr(port.ifindex);
+    return ret != NM_OK ? ret : flushed;
+}
+
+int put_on_device(Port& port, const DHCP_INFO& lease) {
+    const int ret = set_ipv4_addr(port.ifindex, address_text(lease));
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "set ipv4 address failed. Interface: " << port.ifname;
+        return ret;
+    }
+    return spread(port, lease, kAdd);
+}
+
+int add_dhcp_lease(Port& port) {
+    const DHCP_INFO lease = told_lease("new_");
+    const int ret = check_lease(port.ifname, lease);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    DHCP_INFO old = told_lease("old_");
+    const std::string reason = told("reason");
+    const std::string before = address_on_device(port);
+    if ((reason == "RENEW" || reason == "REBIND") && is_same(old, lease) && before == address_text(lease)) {
+        NM_LOG(Debug) << port.ifname << " renewed its lease of " << before;
+        return NM_OK;
+    }
+    if (!before.empty()) {
+        // A client that was killed does not remember what it has left on the device.
+        if (old.ip[0] == '\0') {
+            before.substr(0, before.find('/')).copy(old.ip, sizeof(old.ip) - 1);
+        }
+        (void)take_off_device(port, old);  // told in the log; the new lease counts
+    }
+    return put_on_device(port, lease);
+}
+
+int del_dhcp_lease(Port& port) {
+    const DHCP_INFO lease = told_lease("old_");
+    if (lease.ip[0] == '\0') {
+        NM_LOG(Debug) << port.ifname << " has no lease to lose";
+        return NM_OK;
+    }
+    return take_off_device(port, lease);
+}
+
+int add_session(Port& port) {
+    DHCP_INFO lease{};
+    const int ret = cast_ppp_cfg_into_dhcp_info(port.ifname, lease);
+    return ret != NM_OK ? ret : spread(port, lease, kAdd);
+}
+
+/// A session without a configuration was stopped by a setup, which has told everybody.
+int del_session(Port& port) {
+    DHCP_INFO lease{};
+    if (is_interface_pppoe_cfg_exist(port.ifname.c_str()) != VPPPOE_SUCCESS ||
+        cast_ppp_cfg_into_dhcp_info(port.ifname, lease) == NM_OK) {
+        NM_LOG(Debug) << port.ifname << " was stopped on purpose, or has a new session already";
+        return NM_OK;
+    }
+    const int ret = spread(port, told_session(), kDel);
+    // Rules outlive the interface, and a new session's interface has another index.
+    const int ifindex = atoi(told("IFINDEX").c_str());
+    if (port.ifindex == 0 && ifindex > 0 && port.uplink != nullptr) {
+        (void)delete_routerule(port.uplink->get_run_ifname().c_str(), ifindex, AF_INET);
+    }
+    return ret;
+}
+
+using Work = int (*)(Port& port);
+
+Work work_of(const Event& event) {
+    static const std::map<std::pair<std::string, std::string>, Work> table{
+        {{"DHCP", kAdd}, add_dhcp_lease},
+        {{"DHCP", kDel}, del_dhcp_lease},
+        {{"PPPOE", kAdd}, add_session},
+        {{"PPPOE", kDel}, del_session},
+    };
+    const auto row = table.find({event.type, event.act});
+    return row == table.end() ? nullptr : row->second;
+}
+
+// ---- The road of an event.
+
+std::string configured_type(const Json::Value& root, const std::string& ifname) {
+    for (const auto& [name, number] : ifacetype_map) {
+        const Json::Value& info = nm::json_member(nm::json_member(root, name + "_IFACE_INFO"), ifname);
+        if (info.isObject()) {
+            return nm::json_string_or(info, "IP4_TYPE", "DISABLED");
+        }
+    }
+    return "";
+}
+
+int build_port(const std::string& ifname, Json::Value& root, Port& port) {
+    port.ifname = ifname;
+    const auto builder = builders().find(get_ifacetype_by_ifname(ifname, root));
+    const int ret = builder == builders().end() ? NM_OK : builder->second(port.uplink, ifname, root);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Create the addressing side of " << ifname << " failed, ret=" << ret;
+        return ret;
+    }
+    port.ifindex = port.uplink != nullptr ? port.uplink->get_ifindex() : get_iface_index(ifname.c_str());
+    return NM_OK;
+}
+
+int work_port(const Event& event, Json::Value& root) {
+    Port port;
+    const int ret = build_port(event.ifname, root, port);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    if (event.type == "DHCP" && port.ifindex == 0) {
+        NM_LOG(Error) << "No such iface: " << event.ifname;
+        return NM_ERR_NO_IFACE;
+    }
+    return work_of(event)(port);
+}
+
+/// One attempt under the lock; nothing if another one may fare better, in which case `ret` is its result so
+/// far.
+bool try_event(const Event& event, int& ret) {
+    const nm::LockGuard lock(event.ifname);
+    if (!lock.held()) {
+        ret = NM_ERR_LOCK;
+        return false;
+    }
+    if (is_reporter_gone()) {
+        NM_LOG(Debug) << event.ifname << ": the client of this event was ended";
+        ret = NM_OK;
+        return true;
+    }
+    Json::Value root;
+    ret = json_file_to_mem(kDeviceInfoPath, root);
+    if (ret != NM_OK || configured_type(root, event.ifname) != event.type) {
+        ret = ret != NM_OK ? ret : NM_ERR_BAD_TYPE;
+        return false;
+    }
+    ret = work_port(event, root);
+    return true;
+}
+
+int work_event(const Event& event) {
+    int ret = NM_OK;
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        if (try_event(event, ret)) {
+            return ret;
+        }
+        std::this_thread::sleep_for(kRest);
+    }
+    if (ret == NM_ERR_BAD_TYPE && event.act == kDel) {
+        NM_LOG(Debug) << event.ifname << " is not of type " << event.type << " any more";
+        return NM_OK;
+    }
+    NM_LOG(Error) << event.ifname << " cannot take its " << event.type << " lease, ret=" << ret;
+    return ret;
+}
+
+int lease_event(const char* ifname, const char* act) {
+    if (ifname == nullptr || *ifname == '\0' || act == nullptr) {
+        NM_LOG(Error) << "ifname is Null pointer.";
+        return NM_ERR_NULL_ARG;
+    }
+    const Event event{ifname, act, getenv("reason") != nullptr ? "DHCP" : "PPPOE"};
+    if (work_of(event) == nullptr) {
+        NM_LOG(Error) << "Unknown act: " << act;
+        return NM_ERR_BAD_ACT;
+    }
+    return work_event(event);
+}
+
+}  // namespace
+
+int Lease_event(char* ifname, char* act) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return lease_event(ifname, act); });
+}
