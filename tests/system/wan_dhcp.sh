@@ -1,0 +1,75 @@
+#!/bin/bash
+# The events of a DHCP uplink: the server goes away, comes back with another address and without a router; and
+# what foreign servers, clients that were ended and a held lock do to an event.
+set -euo pipefail
+# shellcheck source=tests/support/world.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+# shellcheck source=tests/support/uplink_world.sh
+source "$support_dir/uplink_world.sh"
+
+readonly ROUTER='option routers 10.1.0.1;'
+
+# event WORDS [ADDRESS [LINE]...]: the server ends, and another one takes its place; then the uplink as it settles.
+event() {
+    kill "$dhcpd" 2>/dev/null || true
+    wait "$dhcpd" || true
+    [[ -z ${2:-} ]] || dhcp_server "range $2 $2;" "${@:3}"
+    settled "${2:-}" || echo "the address is not '${2:-}'"
+    eventually 20 eval "[[ \$(uplink 1 | grep -c 'route default') == $(($# > 2)) ]]" || echo "routes are wrong"
+    eventually 20 is_quiet
+    echo "== $1" && uplink 1 && calls
+}
+
+server_story() {
+    event "another address" 10.1.0.30 "$ROUTER"
+    event "the server is gone, and the lease has run out"
+    event "the server is back" 10.1.0.40 "$ROUTER"
+    event "no router any more" 10.1.0.40
+    event "the router is back" 10.1.0.40 "$ROUTER" 'option domain-name-servers 10.1.0.53;'
+}
+
+# Whoever stops the client holds the lock that its hook waits for.
+check_stop_under_lock() {
+    flock /var/lock/network/swdev1.lck sleep 30 &
+    systemctl start nm-dhclient@swdev1
+    check "an event waits for the lock" eventually 20 pgrep -f 'nm_bin Lease_event'
+    check "its client can be stopped meanwhile" timeout 5 systemctl stop nm-dhclient@swdev1
+    check "no event is left behind" eventually 5 is_quiet
+    pkill -P $! sleep
+}
+
+# Reports with a hostile or incomplete environment: the result and the address afterwards, what is reported.
+check_reports() {
+    local expected values result
+    while IFS='|' read -r expected values; do
+        result=$(eval "env reason=BOUND $values nm_bin Lease_event swdev1 add" 2>&1 || true)
+        same "a report of $values" "$expected" "${result%% *} $(addresses)"
+    done <<'END'
+-1022 |new_subnet_mask=255.255.255.0
+-1022 |new_subnet_mask=255.255.255.0 new_ip_address='10.1.0.5;touch /pwned'
+-1022 |new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.5.111.111.111.111
+-1022 |new_ip_address=10.1.0.5
+-1009 |new_subnet_mask=255.0.0.0 new_ip_address=127.0.0.5
+-1009 |new_subnet_mask=255.255.255.0 new_ip_address=224.0.0.5
+0 |new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.5 pid=4194300
+-1022 10.1.0.5|new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.5 new_routers='$(touch /pwned)'
+0 10.1.0.6|new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.6 new_routers='10.1.0.1 10.1.0.9'
+END
+    same "the last one alone is left" "" "$(uplink 1 | grep 10.1.0.5; ls /pwned 2>/dev/null || true)"
+    same "an act that is none" -1001 "$(reason=BOUND nm_bin Lease_event swdev1 renew | cut -d' ' -f1)"
+    same "a port of another type" -1008 "$(reason=BOUND nm_bin Lease_event swdev2 add | cut -d' ' -f1)"
+}
+
+make_uplinks
+document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1.IP4_TYPE = "DHCP"'
+cp "$DEVICE_INFO" "$NEW"
+dhcp_server 'range 10.1.0.20 10.1.0.20;' "$ROUTER" 'option domain-name-servers 10.1.0.53;'
+run 1 1 >/dev/null
+check "the first lease" settled 10.1.0.20
+calls >/dev/null
+transcript wan_dhcp_server "$(server_story)"
+run 2 1 >/dev/null
+same "nothing is left of the uplink" "" "$(uplink 1)"
+check_stop_under_lock
+check_reports
+finish
