@@ -1,4 +1,5 @@
-// Adds and deletes the addressing of an uplink in one process: uplink_cycles COUNT ADD_REQUEST DELETE_REQUEST.
+// Adds and deletes the addressing of an uplink in one process: uplink_cycles COUNT ADD_REQUEST
+// DELETE_REQUEST.
 #include <networkinterface.h>
 
 #include <cstdlib>
