@@ -57,7 +57,7 @@ std::string taken() {
 }
 
 struct LoadBalance : testing::Test {
-    const StandIn ip4{"/sbin/iptables-restore", 2}, ip6{"/sbin/ip6tables-restore"};
+    const StandIn ip4{"/sbin/iptables-restore", 2}, ip6{"/sbin/ip6tables-restore", 2};
     const Scratch dir;
     const std::string path = dir / "device.json";
 };
@@ -72,6 +72,7 @@ TEST_F(LoadBalance, SpreadsTrafficBetweenSites) {
     const LogTail log;
     EXPECT_EQ(setup_site_to_site_load_balance(path), 0) << "the reload's result counts";
     EXPECT_TRUE(log.has("setup_site_to_site_load_balance() failed."));
+    EXPECT_TRUE(log.has("setup ipv6 site-to-site load balancing failed."));
     const auto choice = [](const std::string& c) {
         return "-A " + c + " ~ 0x0/0xf ? swdev3 % 0.750000 = 3/0xf\n-A " + c +
                " ~ 0x0/0xf ? swdev1 = 1/0xf\n" + "-A " + c + " ~ 0x0/0xf ? swdev3 = 3/0xf\n";
@@ -119,7 +120,7 @@ TEST_F(LoadBalance, WeighsTheRates) {
     const FakeService monitor("VelanWmd", {{"Reload_condition", kFine}});
     std::string eight;
     for (int i = 1; i <= 8; ++i) {
-        eight += (i > 1 ? "," : "") + entry("P" + std::to_string(i), "swdev", std::to_string(i), "5");
+        eight += (i > 1 ? "," : "") + entry("P" + std::to_string(i), "swdev", "7", "5");
     }
     const std::string huge = "9223372036854775807";
     for (const auto& [entries, probabilities] : std::initializer_list<std::pair<std::string, std::string>>{
@@ -168,9 +169,11 @@ TEST_F(LoadBalance, NeedsAPortThatTakesPart) {
 
 TEST_F(LoadBalance, HasTheResultOfTheReload) {
     put(path, wan(entry("P1", "swdev1", "1", "1")));
+    put("/sbin/iptables-restore", "#!/bin/sh\n");  // loads whatever it is given
     const LogTail absent;
     EXPECT_EQ(setup_site_to_site_load_balance(path), NM_ERR_BUS_CALL);
     EXPECT_TRUE(absent.has("vsh VelanWmd.Reload_condition failed."));
+    EXPECT_FALSE(absent.has("setup_site_to_site_load_balance() failed."));
     for (const auto& [reply, result, words] :
          std::initializer_list<std::tuple<std::string, int, std::string>>{
              {R"({"error":-7})", -7, "vsh VelanWmd.Reload_condition failed."},
