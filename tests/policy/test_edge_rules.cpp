@@ -123,12 +123,10 @@ TEST(TcpMss, ClampsEachUplinkToItsDevice) {
 
 TEST(Alg, LoadsOrUnloadsEachHelper) {
     const StandIn modprobe("/usr/sbin/modprobe", 1);
-    EXPECT_EQ(setup_alg(1 | 4 | 16) + setup_alg(2 | 8), 0);
+    EXPECT_EQ(setup_alg(~10U), 0);
     EXPECT_EQ(StandIn::take(),
               "modprobe <nf_nat_ftp>\nmodprobe <-r> <nf_nat_h323>\nmodprobe <nf_nat_pptp>\n"
-              "modprobe <-r> <nf_nat_sip>\nmodprobe <nf_nat_proto_esp>\n"
-              "modprobe <-r> <nf_nat_ftp>\nmodprobe <nf_nat_h323>\nmodprobe <-r> <nf_nat_pptp>\n"
-              "modprobe <nf_nat_sip>\nmodprobe <-r> <nf_nat_proto_esp>\n");
+              "modprobe <-r> <nf_nat_sip>\nmodprobe <nf_nat_proto_esp>\n");
 }
 
 TEST(Ipset, EditsThroughTheScripts) {
