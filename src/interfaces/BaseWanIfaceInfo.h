@@ -68,6 +68,9 @@ public:
     std::string get_dev_type() { return dev_type; }
 
 protected:
+    /// Reads what the kernel says: the interface that the traffic runs on, its index and its addresses.
+    void read_runtime_state();
+
     int id_ = 0;
     int type;
     std::string run_ifname;
@@ -84,7 +87,6 @@ protected:
 
 private:
     void read_entry(const Json::Value& entry);
-    void read_runtime_state();
 };
 
 #pragma GCC visibility pop

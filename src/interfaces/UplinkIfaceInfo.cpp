@@ -52,6 +52,8 @@ int UplinkIfaceInfo::add_info(uint32_t opt) {
 
 int UplinkIfaceInfo::del_info(uint32_t) {
     NM_LOG(Debug) << "Enter";
+    // The object was built before its lock was got, and a lease or session may have come in between.
+    read_runtime_state();
     if (disable_ipv6(kNothingFollows) != NM_OK) {
         NM_LOG(Error) << "Disable ipv6 failed, interface: " << ifname;
     }

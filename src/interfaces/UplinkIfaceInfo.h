@@ -149,8 +149,8 @@ protected:
 private:
     int disable_ip(int mode);
     int disable_session();
-    int remove_source_route();
     int remove_addresses();
+    std::string address_in_sets();
     int write_static_address();
     void write_static_routes();
     int write_dhcp_routes(const DHCP_INFO& info);

@@ -185,15 +185,29 @@ int UplinkIfaceInfo::remove_addresses() {
     } else if ((ret = delete_routerule(run_ifname.c_str(), ifindex, AF_INET)) != NM_OK) {
         NM_LOG(Error) << "delete route rule failed!";
     }
-    // The sets come before the device: what is killed in between and run again knows the member by the
-    // address alone.
-    (void)setup_ipset("del", runtime_ip4.substr(0, runtime_ip4.find('/')));
     const int flushed = ifindex != 0 ? flush_ipv4_addr(static_cast<unsigned int>(ifindex)) : NM_OK;
     if (flushed != NM_OK) {
         NM_LOG(Error) << "flush ipv4 addr failed!";
     }
     keep_first(ret, flushed);
+    (void)setup_ipset("del", address_in_sets());
     return ret;
+}
+
+/// The address that was on the device. A setup that was killed may have taken it off there and not yet out of
+/// the sets: then the configuration or the lease knows it.
+std::string UplinkIfaceInfo::address_in_sets() {
+    if (!runtime_ip4.empty()) {
+        return runtime_ip4.substr(0, runtime_ip4.find('/'));
+    }
+    if (ip4_type == "STATIC") {
+        return is_valid_ip(ip4_addr.c_str()) ? ip4_addr : "";
+    }
+    DHCP_INFO lease{};
+    if (ip4_type == "DHCP") {
+        (void)get_dhcp_info(lease);  // one that cannot be read holds no address
+    }
+    return lease.ip;
 }
 
 int UplinkIfaceInfo::set_dhcp_source_route(DHCP_INFO& info, std::string& act) {

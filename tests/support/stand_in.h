@@ -6,13 +6,16 @@
 
 namespace fixture {
 
-/// Lies over the command at its path for the life of the object and ends with `status`.
+/// Lies over the command at its path for the life of the object and ends with `status`. What `aside` prints
+/// is recorded behind the words.
 class StandIn {
 public:
-    explicit StandIn(std::string path, int status = 0) : path_(std::move(path)) {
+    explicit StandIn(std::string path, int status = 0, const std::string& aside = ":")
+        : path_(std::move(path)) {
         fs::rename(path_, path_ + ".real", absent_);
         put(path_, R"(#!/bin/bash
-            { printf '%s' "${0##*/}"; printf ' <%s>' "$@"; echo; [[ ! -p /dev/stdin ]] || cat; } >>/tmp/stand_in
+            { printf '%s' "${0##*/}"; printf ' <%s>' "$@"; )" +
+                       aside + R"(; echo; [[ ! -p /dev/stdin ]] || cat; } >>/tmp/stand_in
             exit )" + std::to_string(status) +
                        "\n");
         fs::permissions(path_, fs::perms::all);
