@@ -232,8 +232,8 @@ int UplinkIfaceInfo::set_dhcp_source_route(DHCP_INFO& info, std::string& act) {
 int UplinkIfaceInfo::write_dhcp_routes(const DHCP_INFO& info) {
     NM_LOG(Debug) << "dhcp add source route. Interface: " << run_ifname;
     if (*info.ip == '\0' || *info.netmask == '\0' || *info.gateway == '\0') {
-        NM_LOG(Error) << "Insufficient dhcpc information. Interface: " << run_ifname << "IP[" << info.ip
-                      << "], MASK[" << info.netmask << "], GW[" << info.gateway << "]";
+        NM_LOG(Error) << "Insufficient dhcpc information. Interface: " << run_ifname;
+        NM_LOG(Debug) << "IP[" << info.ip << "], MASK[" << info.netmask << "], GW[" << info.gateway << "]";
         return NM_ERR_EMPTY;
     }
     const int prefix = mask_to_prefix(info.netmask);
@@ -268,7 +268,7 @@ int UplinkIfaceInfo::dhcp_source_route_cb(DHCP_INFO& info, std::string& act) {
     if (act == "add") {
         tell_peers();
         const char* const number = ip4_type == "PPPOE" ? kEventSessionUp : kEventLeaseGot;
-        vslog_send({kUplinkEvents, number, {port_number_text(portname), info.ip}});
+        (void)vslog_send({kUplinkEvents, number, {port_number_text(portname), info.ip}});
     }
     if (act == "del") {
         forget_at_peers();
