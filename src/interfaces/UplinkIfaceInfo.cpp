@@ -36,10 +36,6 @@ int UplinkIfaceInfo::setup_tun6(int) {
     return NM_OK;
 }
 
-int UplinkIfaceInfo::setup_ipsec6(int, std::string) {
-    return NM_OK;
-}
-
 int UplinkIfaceInfo::add_info(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
     register_uplink(true);

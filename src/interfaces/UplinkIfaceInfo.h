@@ -92,9 +92,6 @@ public:
     virtual int setup_wan_monitor(int mode, std::string name, std::string gateway);
     /// The local site of the IPsec service. Its result is not looked into.
     virtual int setup_ipsec(int mode, std::string address);
-    /// The same for the IPv6 address that the caller gives; nothing on kinds without IPv6. The tunnel's
-    /// address is that of IPv4.
-    virtual int setup_ipsec6(int mode, std::string address);
     /// The daemon of the link, a unit that is told where the configuration lies. 0 or the unit's code;
     /// NM_ERR_BAD_FORMAT for a path that no unit can be told.
     int setup_link_daemon(int mode);
@@ -127,8 +124,6 @@ protected:
     virtual int setup_ipv4_pppoe(uint32_t opt) = 0;
     /// Starts the session of setup_pppoe_service().
     virtual int start_pppoe();
-    /// What IPv6 of a session that is stopped leaves behind.
-    virtual int stop_pppoe_ipv6();
 
     /// One call to the overlay for a tunnel's end; `label` names it in the log and `prefix` begins the name
     /// of its device. With 0 a tunnel was set up or torn down, and `has_tunnel` says whether there is one at

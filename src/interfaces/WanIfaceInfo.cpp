@@ -136,7 +136,7 @@ int WanIfaceInfo::setup_tun6(int mode) {
 int WanIfaceInfo::setup_ipsec6(int mode, std::string address) {
     NM_LOG(Debug) << (mode == 1 ? "Add " : "Del ") << ifname << "'s ipsec6 configuration.";
     if (mode == 1) {
-        NM_LOG(Debug) << "IP6_TPYE: " << ip6_type << "'s ipv6 address [" << address << "].";
+        NM_LOG(Debug) << ifname << "'s ipv6 address [" << address << "].";
     }
     return edit_local_site(mode, "ipsec.edit_local_site_ip6", "ip6", address);
 }

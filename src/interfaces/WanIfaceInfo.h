@@ -24,7 +24,8 @@ public:
     int disable_ipv6(int mode) override;
 
     int setup_tun6(int mode) override;
-    int setup_ipsec6(int mode, std::string address) override;
+    /// As setup_ipsec(), for the IPv6 address that the caller gives. The tunnel's address is that of IPv4.
+    int setup_ipsec6(int mode, std::string address);
     /// setup_link_daemon() for the unit "nm-mlmd@".
     int setup_mlmd(int mode) { return setup_link_daemon(mode); }
 

@@ -5,6 +5,7 @@
 
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
+#include "interfaces/session_code.h"
 #include "log.h"
 #include "result_codes.h"
 
@@ -12,7 +13,6 @@ namespace {
 
 constexpr int kSetUp = 0x1;
 constexpr int kTearDown = 0x2;
-constexpr int kSessionCodes = -1702;
 
 struct TunnelEdit {
     const nm::TunnelFamily& family;
@@ -36,11 +36,10 @@ int check_address(UplinkIfaceInfo& info) {
     }
     pppoe_status session{};
     const int retval = get_pppoe_status(ifname.c_str(), &session);
-    if (retval == VPPPOE_SUCCESS) {
-        return NM_OK;
+    if (retval != VPPPOE_SUCCESS) {
+        NM_LOG(Error) << ifname << " get pppoe status failed.";
     }
-    NM_LOG(Error) << ifname << " get pppoe status failed.";
-    return retval + kSessionCodes;
+    return nm::session_code(retval);
 }
 
 int visit(std::string ifname, void* argument) {

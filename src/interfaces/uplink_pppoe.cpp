@@ -3,6 +3,7 @@
 #include <vpppoe.h>
 
 #include "interfaces/UplinkIfaceInfo.h"
+#include "interfaces/session_code.h"
 #include "kernel/link.h"
 #include "kernel/link_state.h"
 #include "kernel/route.h"
@@ -18,13 +19,6 @@ namespace {
 
 /// The device log's event for a dialling that begins.
 constexpr uint32_t kDialEvent = 255;
-
-/// Codes of the session library lie below those of this one.
-constexpr int kSessionCodes = -1702;
-
-int session_code(int retval) {
-    return retval == VPPPOE_SUCCESS ? NM_OK : retval + kSessionCodes;
-}
 
 /// The table of a session's routes. Sessions on switch ports share that of their port.
 RT_ID session_table(const std::string& run_ifname, int ifindex) {
@@ -74,7 +68,7 @@ int UplinkIfaceInfo::start_pppoe() {
     if (retval != VPPPOE_SUCCESS) {
         NM_LOG(Error) << "do nm_add_pppoe_and_run failed! retval: " << retval;
     }
-    return session_code(retval);
+    return nm::session_code(retval);
 }
 
 int UplinkIfaceInfo::stop_pppoe() {
@@ -84,12 +78,11 @@ int UplinkIfaceInfo::stop_pppoe() {
         NM_LOG(Error) << "Failed to echo STOP_FLAG to PPPoE env!";
     }
     const int retval = stop_interface_pppoe(ifname.c_str());
-    int ret = retval == VPPPOE_ERR_NO_SESSION ? NM_OK : session_code(retval);  // it may be down already
+    const int ret =
+        retval == VPPPOE_ERR_NO_SESSION ? NM_OK : nm::session_code(retval);  // it may be down already
     if (ret != NM_OK) {
         NM_LOG(Error) << "Failed to stop PPPoE on " << ifname;
     }
-    const int ip6 = ip6_type == "PPPOEV6" ? stop_pppoe_ipv6() : NM_OK;
-    ret = ret != NM_OK ? ret : ip6;
     if (ifindex == 0) {
         NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
     } else if (empty_table(table) != NM_OK) {
@@ -98,15 +91,11 @@ int UplinkIfaceInfo::stop_pppoe() {
     if (del_hosts(run_ifname, AF_INET) != NM_OK) {
         NM_LOG(Error) << "Delete hosts failed, interface: " << run_ifname;
     }
-    const int removed = session_code(del_interface_pppoe_cfg(ifname.c_str()));
+    const int removed = nm::session_code(del_interface_pppoe_cfg(ifname.c_str()));
     if (removed != NM_OK) {
         NM_LOG(Error) << "Failed to remove the PPPoE cfg of " << ifname;
     }
     return ret != NM_OK ? ret : removed;
-}
-
-int UplinkIfaceInfo::stop_pppoe_ipv6() {
-    return NM_OK;
 }
 
 /// Tells the dialler that the session ends on purpose and is not to be dialled again.
