@@ -25,11 +25,15 @@ inline void log_construction_failure(int code, const std::string& word, const st
 }
 
 /// Builds one object into `*out`, which must be null on entry and stays null on failure; the caller owns it.
-/// 0; NM_ERR_NOT_NULL; the code that the constructor threw; NM_ERR_BAD_FORMAT if the document holds a value
-/// of a kind that cannot be read where a text is expected.
+/// 0; NM_ERR_NULL_ARG for a null `out`; NM_ERR_NOT_NULL; the code that the constructor threw;
+/// NM_ERR_BAD_FORMAT if the document holds a value of a kind that cannot be read where a text is expected.
 template <class T>
 int build(T** out, const std::string& word, const std::string& name, const std::string& path,
           const Json::Value& cfg) {
+    if (out == nullptr) {
+        log_construction_failure(NM_ERR_NULL_ARG, word, name, path);
+        return NM_ERR_NULL_ARG;
+    }
     if (*out != nullptr) {
         NM_LOG(Error) << word << " is not NULL";
         return NM_ERR_NOT_NULL;

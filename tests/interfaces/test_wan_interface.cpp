@@ -70,6 +70,7 @@ TEST(WanFactory, TurnsEveryFailureIntoItsCode) {
         {"PORT1", "/p", "null", NM_ERR_NOT_FOUND, "File loading failed; path:/p"},
         {"PORT1", "/p", "{'WAN_PORT':{'PORT1':{'MTU':['1400']}}}", NM_ERR_BAD_FORMAT, "[PORT1] in /p"},
         {"PORT1", "/p", "{'WAN_PORT':{'PORT1':'text'}}", NM_ERR_BAD_FORMAT, "[PORT1] is not valid"}};
+    EXPECT_EQ(create_WAN(nullptr, "PORT1", "/p", json(good)), NM_ERR_NULL_ARG);
     for (const auto& [port, path, cfg, code, words] : cases) {
         const LogTail log;
         WanInterface* wan = nullptr;
