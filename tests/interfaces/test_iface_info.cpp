@@ -122,6 +122,9 @@ TEST(Status, IsWhatIsInForce) {
 )");
     EXPECT_EQ(std::to_string(wans.at(0).ifindex) + " 42",
               fact("swdev1", "ifindex") + " " + std::to_string(wans[3].ifindex));
+    DHCP_INFO lease{};
+    EXPECT_EQ(cast_ppp_cfg_into_dhcp_info("swdev3", lease), 0);
+    EXPECT_EQ(std::string(lease.ip) + lease.netmask + lease.gateway, "198.51.100.7255.255.255.255g3");
     session = {};
     run("ip addr add 10.0.0.9/24 dev swdev2");
     const std::string text = show(0);

@@ -253,6 +253,7 @@ TEST_F(WanInfo, DialsAndStopsSessionsUnderTheLock) {
     const Calls first{"pppoe.dial me 1 locked", "pppoe.stop swdev3 locked", "pppoe.del swdev3 locked"};
     EXPECT_EQ((Calls{calls.begin() + 2, calls.begin() + 5}), first);
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "pppoe.dial me 0 locked"), 2);
+    EXPECT_NE(calls[0].find(R"("ifname":"ppp-swdev3")"), calls[0].npos);
     EXPECT_EQ(calls[1].rfind("nm-grpc-handler.DeviceLog {\"msg_id\":255,", 0), 0U) << calls[1];
     EXPECT_FALSE(log.has("canary"));
     EXPECT_EQ(info("'IP4_TYPE':'PPPOE'").setup_pppoe(0), NM_ERR_EMPTY);
@@ -270,10 +271,12 @@ TEST_F(WanInfo, FollowsTheLease) {
     run("ip link set far up && ip link set swdev3 up && ip addr add 192.0.2.30/25 dev swdev3");
     const DHCP_INFO lease{"192.0.2.30", "255.255.255.128", "", "", "192.0.2.1", ""};
     const DHCP_INFO no_router{"192.0.2.30", "255.255.255.128", "", "", "", ""};
+    const DHCP_INFO no_mask{"192.0.2.30", "", "", "", "192.0.2.1", ""};
     FakeService::take_calls();
     const std::string event = "vsyslog-cli <C002> <311> <3> <192.0.2.30>";
     const std::tuple<DHCP_INFO, std::string, int, size_t, std::string, const char*> cases[] = {
         {lease, "add", 0, 6, "T+", "IP4_TPYE: DHCP's gateway [192.0.2.1]."},
+        {no_mask, "add", NM_ERR_EMPTY, 0, "T+", "IP[192.0.2.30], MASK[], GW[192.0.2.1]"},
         {lease, "add", 0, 6, "T+", "set_dhcp_source_route OK."},
         {no_router, "add", NM_ERR_EMPTY, 0, "T", "Bad gateway address [] for Monitor."},
         {lease, "renew", NM_ERR_BAD_ACT, 0, "TM-", "Unknown act: renew"},
@@ -315,6 +318,15 @@ TEST_F(WanInfo, FollowsTheLease) {
     dialled = "swdev3";
     EXPECT_EQ(info(kPppoe).disable_ipv4(0), 0);
     EXPECT_EQ(state(), Lines{"0"});
+    const std::string resolv = "/var/run/network/resolv.dnsmasq";
+    put(resolv, "");
+    EXPECT_EQ(info(kPppoe + ",'IP4_DNS':['192.0.2.53']").add_dns4(), 0);
+    EXPECT_EQ(slurp(resolv), "nameserver 192.0.2.53 #ID=ppp-swdev3\n");
+    EXPECT_EQ(info(kPppoe).del_dns4(), 0);
+    EXPECT_EQ(slurp(resolv), "");
+    put("/usr/bin/systemctl", "#!/bin/sh\nexit 3\n");
+    EXPECT_EQ(info("'IP4_TYPE':'DHCP'").disable_ipv4(0), 3);
+    EXPECT_EQ(info("'IP4_TYPE':'DHCP'").setup_ipv4(1), NM_ERR_SERVICE);
 }
 
 TEST_F(WanInfo, ComesUpWithoutTheOverlay) {
@@ -342,9 +354,18 @@ TEST_F(WanInfo, ComesUpWithoutTheOverlay) {
     WanIfaceInfo slow("swdev3", kPath,
                       json(document(no_rate).replace(document(no_rate).find("200"), 3, "0")));
     EXPECT_EQ(slow.setup_wan_monitor(1, "swdev3", "192.0.2.9"), NM_ERR_NO_IFACE);
+    for (const auto& [text, code, expected] : {std::tuple{"7", 0, 7U}, {"[", NM_ERR_NO_IFACE, 1U}}) {
+        Json::Value ports = json(document(no_rate));
+        ports["WAN_PORT"]["PORT3"]["PRIO"] = *text == '[' ? Json::Value(Json::arrayValue) : Json::Value(text);
+        uint32_t prio = 0;
+        EXPECT_EQ(WanIfaceInfo("swdev3", kPath, ports).get_interface_prio(prio), code);
+        EXPECT_EQ(prio, expected);
+    }
     EXPECT_EQ(slow.setup_ipsec(1, "192.0.2.9"), NM_ERR_BAD_IP) << "a static port has its own address";
     EXPECT_EQ(info("'IP4_TYPE':'DISABLED'").setup_wan_monitor(1, "swdev3", "192.0.2.9"), NM_ERR_BAD_TYPE);
     EXPECT_EQ(WanIfaceInfo("swdev3", "/a\nB=1", json(document(no_rate))).setup_mlmd(1), NM_ERR_BAD_FORMAT);
+    EXPECT_EQ(info("'IP4_TYPE':'STATIC','IP4_ADDR':'10.1.2.3','IP4_GW':'10.1.2.1'").setup_ipv4(1), 0);
+    EXPECT_EQ(state().size(), 8U) << "two addresses, but the routes of the last one only";
     run("ip addr flush dev swdev3");
     FakeService::take_calls();
     for (const std::string address :
