@@ -4,10 +4,7 @@
 
 #include "interfaces/UplinkIfaceInfo.h"
 #include "interfaces/session_code.h"
-#include "kernel/link.h"
-#include "kernel/link_state.h"
-#include "kernel/route.h"
-#include "kernel/rule.h"
+#include "kernel/uplink_routing.h"
 #include "kernel/utils/process.h"
 #include "kernel/utils/shell_text.h"
 #include "log.h"
@@ -19,20 +16,6 @@ namespace {
 
 /// The device log's event for a dialling that begins.
 constexpr uint32_t kDialEvent = 255;
-
-/// The table of a session's routes. Sessions on switch ports share that of their port.
-RT_ID session_table(const std::string& run_ifname, int ifindex) {
-    const int owner = get_iface_index(get_pure_ifname(run_ifname).c_str());
-    return nm::uplink_table(static_cast<unsigned int>(owner != 0 ? owner : ifindex));
-}
-
-int empty_table(RT_ID table) {
-    if (table == 0) {
-        return NM_ERR_BAD_FORMAT;
-    }
-    (void)flush_route_table(AF_INET, table);  // the rules alone count: without them it is not searched
-    return del_rules_by_rt(AF_INET, table);
-}
 
 }  // namespace
 
@@ -72,8 +55,6 @@ int UplinkIfaceInfo::start_pppoe() {
 }
 
 int UplinkIfaceInfo::stop_pppoe() {
-    // The numbers hang on the session's device, which goes with the session.
-    const RT_ID table = session_table(run_ifname, ifindex);
     if (write_stop_flag() != NM_OK) {
         NM_LOG(Error) << "Failed to echo STOP_FLAG to PPPoE env!";
     }
@@ -85,7 +66,7 @@ int UplinkIfaceInfo::stop_pppoe() {
     }
     if (ifindex == 0) {
         NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
-    } else if (empty_table(table) != NM_OK) {
+    } else if (nm::delete_session_routerule(run_ifname, ifindex, AF_INET) != NM_OK) {
         NM_LOG(Error) << "Delete source route or rule fail. Interface: " << run_ifname;
     }
     if (del_hosts(run_ifname, AF_INET) != NM_OK) {

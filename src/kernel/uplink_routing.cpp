@@ -370,6 +370,18 @@ int delete_routerule(const char* ifname, int ifindex, unsigned char family) {
     return NM_EXIT(ret);
 }
 
+int nm::delete_session_routerule(const std::string& ifname, int ifindex, unsigned char family) {
+    const std::string owner = get_pure_ifname(ifname);
+    const int owner_index = owner == ifname ? ifindex : get_iface_index(owner.c_str());
+    const RT_ID table = uplink_table(static_cast<unsigned int>(owner_index));
+    if (owner_index == 0 || table == 0) {
+        NM_LOG(Error) << "Delete IP rule fail. Interface : " << ifname;
+        return NM_ERR_BAD_FORMAT;
+    }
+    (void)flush_route_table(family, table);  // the rules alone count: without them it is not searched
+    return del_rules_by_rt(family, table);
+}
+
 int set_ip6_routerule_by_oifindex(unsigned int ifindex, unsigned int oif_ifindex, const char* ip,
                                   unsigned int prefix, const char* gw, unsigned char act, int mark) {
     NM_LOG(Debug) << "Enter";

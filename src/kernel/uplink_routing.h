@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "kernel/route_table.h"
 
@@ -67,3 +68,11 @@ int set_ip6_oif_route(unsigned int ifindex, void* addr, unsigned char prefix, un
                       void* gw, int add);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// delete_routerule() for a session's interface that may be gone by now: rules outlive it. `ifindex` is the
+/// index that it had.
+int delete_session_routerule(const std::string& ifname, int ifindex, unsigned char family);
+
+}  // namespace nm
