@@ -238,7 +238,7 @@ int del_session(Port& port) {
     // Rules outlive the interface, and a new session's interface has another index.
     const int ifindex = atoi(told("IFINDEX").c_str());
     if (port.ifindex == 0 && ifindex > 0 && port.uplink != nullptr) {
-        (void)delete_routerule(port.uplink->get_run_ifname().c_str(), ifindex, AF_INET);
+        (void)nm::delete_session_routerule(port.uplink->get_run_ifname(), ifindex, AF_INET);
     }
     return ret;
 }

@@ -146,10 +146,11 @@ int UplinkIfaceInfo::disable_ipv4(int mode) {
 }
 
 /// The session's own report of its end waits for the lock that is held here. By then the port may have been
-/// set up anew, so all that hung on its address goes now, and the report finds no configuration any more.
+/// set up anew, so all that hung on its address goes now, and the report finds no configuration any more. The
+/// sets come first: when the session is gone nobody knows its address.
 int UplinkIfaceInfo::disable_session() {
-    const int ret = setup_pppoe_service(0);
     (void)setup_ipset("del", runtime_ip4.substr(0, runtime_ip4.find('/')));  // logged there, as all of this
+    const int ret = setup_pppoe_service(0);
     (void)del_dns4();
     take_down_overlays();
     return ret;
