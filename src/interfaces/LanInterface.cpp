@@ -330,12 +330,16 @@ int TagLanInterface::join(int vid, const std::string& device) {
     return ret != NM_OK ? ret : followed;
 }
 
-/// A device of a VLAN can have no MTU above its trunk's. The trunk carries other VLANs and is never lowered.
+/// A device of a VLAN can have no MTU above its trunk's. The trunk carries other VLANs and is never lowered,
+/// so that one whose MTU is not known stays as it is. A bridge that went meanwhile has no MTU to follow.
 int TagLanInterface::follow_bridge_mtu(int bridge_mtu, const std::string& device) {
+    if (bridge_mtu == 0) {
+        return NM_ERR_IOCTL;
+    }
     int trunk_mtu = 0;
-    (void)nm::read_mtu("ethernet", interface, trunk_mtu);  // told
+    const int ret = nm::read_mtu("ethernet", interface, trunk_mtu);
     NM_LOG(Debug) << "Bridge MTU:  " << bridge_mtu << ", Ethernet MTU: " << trunk_mtu;
-    if (bridge_mtu > trunk_mtu) {
+    if (ret == NM_OK && bridge_mtu > trunk_mtu) {
         (void)nm::write_mtu("ethernet", interface, bridge_mtu);  // told; the member may still be set
     }
     return nm::write_mtu("vlan interface", device, bridge_mtu);

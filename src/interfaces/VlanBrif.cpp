@@ -84,31 +84,30 @@ void VlanBrif::read_members(const Json::Value& ports) {
 
 int VlanBrif::add_if(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
-    bool has_taken_in = false;
     if (nm::device_exists(interface)) {
         NM_LOG(Debug) << "br_addbr " << interface << ", but vlanbr already exists.";
-    } else if (create_bridge() == NM_OK) {
-        has_taken_in = take_in_waiting_members();
+    } else {
+        create_bridge();
     }
+    const bool has_taken_in = nm::device_exists(interface) && take_in_waiting_members();
     nm::bring_up_lan_device(interface);
     const int ret = setup_if(has_taken_in ? opt | OPT_VLANBR_MTU : opt);
     nm::inspect_lan_device(true, interface);
     return NM_EXIT(ret);
 }
 
-int VlanBrif::create_bridge() {
+void VlanBrif::create_bridge() {
     NM_LOG(Debug) << "br does not exist, do vlanbr_addbr " << interface;
-    const int ret = br_addbr(interface.c_str());
-    if (ret != NM_OK) {
+    if (br_addbr(interface.c_str()) != NM_OK) {
         NM_LOG(Error) << "br_addbr [" << interface << "] failed!";
-        return ret;
+        return;
     }
     NM_LOG(Debug) << "br_addbr [" << interface << "] successfully.";
-    return NM_OK;
 }
 
-/// A trunk that was set up before its bridge made its VLAN devices and had nothing to join them to. The trunk
-/// itself (VID 0) stays out: it is there from the beginning, and only its own set-up may take it.
+/// A trunk that was set up before its bridge made its VLAN devices and had nothing to join them to; a bridge
+/// that is there may be one of a call that was killed before it took them in. The trunk itself (VID 0) stays
+/// out: it is there from the beginning, and only its own set-up may take it.
 bool VlanBrif::take_in_waiting_members() {
     bool has_taken_in = false;
     for (const std::string& member : members) {

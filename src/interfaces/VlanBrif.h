@@ -24,7 +24,7 @@ public:
     /// segment, NM_ERR_EMPTY without the bridge's name, NM_ERR_BAD_VALUE for an `STP` other than 0 and 1.
     VlanBrif(std::string seg, std::string path, Json::Value cfg);
 
-    /// Makes the bridge unless it is there, takes in VLAN devices of its members that came up before it, and
+    /// Makes the bridge unless it is there, takes in VLAN devices of its members that have no bridge yet, and
     /// sets it up. The result is that of setup_if().
     int add_if(uint32_t opt) override;
     /// Removes the addressing, releases the members and deletes the bridge. The result is that of taking it
@@ -57,7 +57,7 @@ protected:
 
 private:
     void read_members(const Json::Value& ports);
-    int create_bridge();
+    void create_bridge();
     bool take_in_waiting_members();
     int follow_mtu();
     int set_stp();
