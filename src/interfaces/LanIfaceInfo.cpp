@@ -221,7 +221,8 @@ int LanIfaceInfo::add_static_address() {
 
 int LanIfaceInfo::setup_ipv4_static() {
     NM_LOG(Debug) << "Enter";
-    if (!is_valid_ip(ip4_addr.c_str()) || inet_addr(ip4_addr.c_str()) == INADDR_NONE) {
+    if (!nm::is_plain(ip4_addr) || !is_valid_ip(ip4_addr.c_str()) ||
+        inet_addr(ip4_addr.c_str()) == INADDR_NONE) {
         NM_LOG(Error) << "Bad IP address: " << ip4_addr;
         return NM_EXIT(NM_ERR_BAD_IP);
     }
@@ -251,7 +252,7 @@ int LanIfaceInfo::setup_ipv4_static() {
 void LanIfaceInfo::announce() {
     const std::string member = network + "," + ifname;
     tell_failure(edit_ipset("add", "localip", ip4_addr), "Add localip: " + ip4_addr);
-    tell_failure(edit_ipset("add", "LANIFSET", member), "Add LANIFSET: " + member);
+    tell_failure(edit_ipset("add", "LANIFSET", member), "Add LANIFSET: " + network);
     tell_failure(edit_ipset("add", "lan", network), "Add lan: " + network);
     tell_failure(setup_lan_dnsmasq(1, ip4_addr), "Setup dnsmasq listening addr: " + ip4_addr);
 }

@@ -81,7 +81,7 @@ TEST_F(LanAddress, ComesAndGoesWithAllThatIsToldOfIt) {
 TEST_F(LanAddress, IsRefusedWithItsCode) {
     const Device device("br_v12");
     const std::tuple<const char*, const char*, int, const char*> cases[] = {
-        {"br_v12", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1 x'", -1009, "Bad IP address: 10.0.0.1 x"},
+        {"br_v12", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1\\u0000\\nx'", -1009, "Bad IP address: 10.0.0.1"},
         {"br_v12", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1','IP4_PREFIX':'0'", -1009, "Bad prefix."},
         {"br_v12", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1','IP4_PREFIX':'33'", -1009, "Bad prefix."},
         {"none", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1'", -1002, "Get ifindex failed. Interface: none"},
