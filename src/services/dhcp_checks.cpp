@@ -1,7 +1,9 @@
 // The checks of a DHCP server's configuration. The words and the order in which they are looked at are what
 // the user interface shows.
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
+#include <iterator>
 
 #include "kernel/utils/ip_text.h"
 #include "kernel/utils/json_text.h"
@@ -36,6 +38,20 @@ bool is_lease_time(const std::string& text) {
 /// An address that the daemon reads as one: the text has no second half behind a NUL either.
 bool is_whole_address(const std::string& text) {
     return nm::is_plain(text) && is_valid_ip(text.c_str());
+}
+
+/// A name as the daemon's grammar has it: labels of letters, digits and hyphens, with a letter to begin with.
+bool is_host_name(const std::string& text) {
+    const auto fits = [](unsigned char c) {
+        return c < 0x80 && (std::isalnum(c) != 0 || c == '-' || c == '.');
+    };
+    return std::isalpha(static_cast<unsigned char>(text[0])) != 0 && text.back() != '.' &&
+           text.find("..") == std::string::npos && std::all_of(text.begin(), text.end(), fits);
+}
+
+/// The daemon looks the name of a server up when it starts.
+bool is_server(const std::string& text) {
+    return is_whole_address(text) || (!text.empty() && is_host_name(text));
 }
 
 /// Converts for a check; the words begin a line of their own in the user interface.
@@ -139,11 +155,14 @@ int DhcpService::check_values() {
     if (!is_lease_time(lease_time)) {
         return refuse(NM_ERR_BAD_FORMAT, "Bad lease time: " + lease_time);
     }
-    std::vector<std::string> addresses{option_router, start_ip, end_ip};
-    addresses.insert(addresses.end(), dns_servers.begin(), dns_servers.end());
-    const auto bad = std::find_if_not(addresses.begin(), addresses.end(), is_whole_address);
-    if (bad != addresses.end()) {
+    const std::string addresses[] = {option_router, start_ip, end_ip};
+    const auto* const bad = std::find_if_not(std::begin(addresses), std::end(addresses), is_whole_address);
+    if (bad != std::end(addresses)) {
         return refuse(NM_ERR_BAD_IP, "Bad IP address: " + *bad);
+    }
+    const auto bad_server = std::find_if_not(dns_servers.begin(), dns_servers.end(), is_server);
+    if (bad_server != dns_servers.end()) {
+        return refuse(NM_ERR_BAD_IP, "Bad DNS server: " + *bad_server);
     }
     if (!std::all_of(reserved_ip.begin(), reserved_ip.end(), is_writable)) {
         return refuse(NM_ERR_BAD_FORMAT, "A reservation holds more than an address.");
