@@ -1,7 +1,8 @@
-// Requests for LAN ports: which kind of port a model has, and which document a delete reads.
+// Requests for LAN ports: which kind of port a model has and begins with, and which document a delete reads.
 #include <tuple>
 
 #include "config/nmconfig.h"
+#include "config/schema.h"
 #include "control/setup_lan.h"
 #include "fake_service.h"
 #include "kernel/bridge.h"
@@ -29,12 +30,19 @@ TEST(LanPort, IsOfTheKindThatTheModelHas) {
     const File fresh(kNew, document("['0']"));
     const File stored(kDeviceInfoPath, document("['0']"));
     // A port of its own gets its MTU, a trunk that of the bridge that it joins; others stay as they are.
-    const std::tuple<const char*, int, const char*> cases[] = {{R"("VM")", 0, "1400"},
-                                                               {R"("SOLA_301W")", 0, "1300"},
-                                                               {R"("vm")", NM_ERR_BAD_TYPE, "1500"},
-                                                               {R"("")", NM_ERR_EMPTY, "1500"}};
-    for (const auto& [model, code, mtu] : cases) {
-        const FakeService ncaas("ncaas", {{"get_model", std::string(R"({"error":0,"data":)") + model + "}"}});
+    const std::string common = "{'INTERFACE':'NONE','MTU':'1500','DEV_TYPE':'";
+    const std::string edge = common + "ethernet','SPEED':'AUTO','VLANS':[]}";
+    const std::tuple<std::string, int, const char*, std::string> cases[] = {
+        {"VM", 0, "1400", common + "virtio','SEG_ID':'','VLAN_ID':'0'}"},
+        {"SOLA_301W", 0, "1300", common + "ethernet','MODE':'ACCESS','SPEED':'AUTO','VLANS':['0']}"},
+        {"KERO_201", 0, "1300", common + "ethernet','EDMA_BMP':'8','EDMA_VLAN_TAG':'0','VLANS':['1']}"},
+        {"VSola-321", 0, "1300", edge},
+        {"VSola-322", 0, "1300", edge},
+        {"vm", NM_ERR_BAD_TYPE, "1500", "null"},
+        {"", NM_ERR_EMPTY, "1500", "null"}};
+    for (const auto& [model, code, mtu, entry] : cases) {
+        EXPECT_EQ(generate_default_lan_port("PORT99", model), json(entry)) << model;
+        const FakeService ncaas("ncaas", {{"get_model", R"({"error":0,"data":")" + model + "\"}"}});
         const Device device("swdev2");
         run("ip link add br_v0 type bridge");
         EXPECT_EQ(request(1, 63), code) << model;

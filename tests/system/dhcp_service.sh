@@ -104,10 +104,13 @@ dhcp lan0 2 "$STORED"
 flock -o /var/lock/network/dhcpservice.lck sleep 60 &
 daemons+=("$!")
 eventually 5 bash -c '! flock -n /var/lock/network/dhcpservice.lck true'
+"$scratch/dhcp_restart" lan0 192.168.1.254 >"$scratch/restarted" &
+nm_bin Get_dhcp_client_table lan0 >"$scratch/table" &
 dhcp lan0 1 "$STORED"
-same "under a held lock nothing is done" "-1015 no no" \
-    "$result $(active nm-dhcpd@lan0 || echo no) $([[ -e $DIR/dhcpd_lan0.conf ]] || echo no)"
-kill "$!"
+eventually 5 grep -q . "$scratch/table" && eventually 5 grep -q . "$scratch/restarted"
+same "under a held lock nothing is done" "-1015 -1015 -1015 no no" \
+    "$result $(<"$scratch/restarted") $(cut -d ' ' -f 1 "$scratch/table") $(active nm-dhcpd@lan0 || echo no) $([[ -e $DIR/dhcpd_lan0.conf ]] || echo no)"
+kill "${daemons[-1]}"
 eventually 5 flock -n /var/lock/network/dhcpservice.lck true
 
 # The relay: a server in another namespace, one that is not there, and one without a route.

@@ -49,10 +49,7 @@ ip link add swdev2 address 02:00:00:00:02:02 type veth peer name far2
 ip link set far2 mtu 9000 up
 ip link set swdev2 up
 sysctl -qw net.ipv4.ip_forward=1
-ipset create lan hash:net
-ipset add lan 10.0.0.0/16
-iptables -N GUESTFORWARD
-iptables -A FORWARD -j GUESTFORWARD
+nm-base-rules
 
 echo model=KERO_201 >/etc/networkmanagement/ncaas.conf
 document '["10", "11"]' >"$NEW"
