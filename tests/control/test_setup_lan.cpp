@@ -66,7 +66,7 @@ TEST(LanPort, IsDeletedWholeByTheStoredStateAndInPartByBoth) {
         run("ip link add br_v0 type bridge && ip link set swdev2 master br_v0");
         EXPECT_EQ(request(act, ops), code) << text << ops;
         EXPECT_EQ(get_bridge_slaves("br_v0").size(), stays ? 1U : 0U) << text << ops;
-        EXPECT_TRUE(is_lock_free("swdev2"));
+        EXPECT_TRUE(fs::exists("/var/lock/network/swdev2.lck") && is_lock_free("swdev2"));
         run("ip link del br_v0");
     }
 }
