@@ -42,7 +42,6 @@ route add default via 2001:db8:8::1
 END
     ip -6 route add 2001:db8:9::/64 via fe80::2 dev swdev2 onlink
     # A round comes at once, and each uplink's neighbour has to be known by then.
-    sysctl -qw net.core.netdev_max_backlog=10000
     for n in 1 2; do
         eventually 30 ping -c 1 -W 1 "10.$n.0.2"
     done >/dev/null
