@@ -89,13 +89,12 @@ TEST_F(Address, FlushesDifferInWhatTheyTakeAndInRefusals) {
     EXPECT_EQ(addresses("nw0").size(), 6U);
 }
 
-// The waits run side by side: an address that comes late, one that never gets through detection, one on a
-// device that is down, which takes all 22 seconds, and one after a reset that fails.
+// The waits run side by side: an address that comes late, one that never gets through detection, and one
+// after a reset that fails.
 TEST_F(Address, IsWaitedForUntilDetectionIsDone) {
     using Clock = std::chrono::steady_clock;
     run("set -e; for i in 0 2; do sysctl -qw net.ipv6.conf.nw$i.accept_dad=1; done; "
-        "sysctl -qw net.ipv6.conf.nw2.dad_transmits=60; ip -6 addr add fe80::2/64 dev nw2; "
-        "ip link add nwdown type veth peer name nwdown2; ip addr add fe80::3/64 dev nwdown");
+        "sysctl -qw net.ipv6.conf.nw2.dad_transmits=60; ip -6 addr add fe80::2/64 dev nw2");
     int tentative = 0;
     EXPECT_EQ(check_tentative_state("nw2", tentative), 0);
     EXPECT_EQ(tentative, 1);
@@ -110,7 +109,6 @@ TEST_F(Address, IsWaitedForUntilDetectionIsDone) {
     };
     expect(wait_for_link_address, "nw0", 0, 2, 8.5);
     expect(wait_for_link_address, "nw2", 1, 6, 8);
-    expect(wait_for_link_address, "nwdown", 1, 22, 24);
     expect(reset_ethernet_physical, "nw-none", -1007, 3, 5);
     run("sleep 1; ip link set nw0 address 00:11:22:33:44:55");
     EXPECT_EQ(read(gen_ipv6_default_link_addr), "fe80::211:22ff:fe33:4455/64");
@@ -119,10 +117,9 @@ TEST_F(Address, IsWaitedForUntilDetectionIsDone) {
     EXPECT_EQ(check_tentative_state("nw0", tentative), 0);
     EXPECT_EQ(tentative, 7) << "detection is done, and the flag is never cleared";
     waits.clear();
-    run("ip link del nwdown");
 }
 
-TEST_F(Address, HostileNamesAreInertAndCallsLeaveNothing) {
+TEST_F(Address, HostileNamesAreInert) {
     const File victim("/tmp/elsewhere/forwarding", "whole"), record("/var/lib/rdnssd/nw0"),
         other("/var/lib/o");
     EXPECT_EQ(do_ipv6_forwarding("nw0", 1), 0);
@@ -138,17 +135,6 @@ TEST_F(Address, HostileNamesAreInertAndCallsLeaveNothing) {
         EXPECT_NE(set_ipv6_addrgenmode(hostile, "eui64"), 0) << hostile;
     }
     EXPECT_FALSE(fs::exists("/tmp/bait"));
-    std::string out, bad = "bad";
-    EXPECT_EQ(set("fe80::1/64"), 0);
-    expect_nothing_is_left(500, [&] {
-        int tentative = 0;
-        EXPECT_EQ(set("192.0.2.1/24") | set("2001:db8::1/64"), geteuid() == 0 ? 0 : -1007);
-        (void)(get_ipv4_addr(ifindex, out) | get_ipv6_addr(ifindex, out) | get_ipv6_link_addr(ifindex, out));
-        (void)(flush_ipv4_addr(ifindex) | flush_ipv6_addr(ifindex) | check_tentative_state("nw0", tentative));
-        EXPECT_EQ(flush_ipaddr("nw0", AF_INET) | flush_ipaddr("nw0", AF_INET6), 0);
-        EXPECT_EQ(set_ipv6_addr(ifindex, bad, 0), -1009);
-        EXPECT_EQ(get_ipv6_addr_count("nw0") + wait_for_link_address("nw0"), 1);
-    });
 }
 
 }  // namespace

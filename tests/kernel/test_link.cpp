@@ -7,7 +7,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <thread>
 #include <tuple>
 
@@ -27,11 +26,7 @@ unsigned int flags_of(const std::string& ifname) {
     return static_cast<unsigned int>(std::stoul(fact(ifname, "flags"), nullptr, 16));
 }
 
-/// No call leaves a descriptor behind.
-struct Link : testing::Test {
-    const std::ptrdiff_t before = open_descriptors();
-    void TearDown() override { EXPECT_EQ(open_descriptors(), before); }
-};
+using Link = Frugal;
 
 TEST_F(Link, OnlyTheFlagsOfTheMaskChange) {
     const char* const ifname = "swdev1234567890";
@@ -54,26 +49,6 @@ TEST_F(Link, OnlyTheFlagsOfTheMaskChange) {
             EXPECT_EQ(flags + mtu + get_iface_index(nobody.c_str()) + is_iface_up(nobody), 0U);
         }
         EXPECT_EQ(flags_of(ifname), expected) << std::hex << mask;
-    }
-}
-
-TEST_F(Link, MtuIsSetOnlyWhereItDiffers) {
-    const Device device("swdev1");
-    const std::tuple<std::string, int, int, std::string, const char*> cases[] = {
-        {"swdev1", 1400, 0, "1400", "Set MTU[1400] OK, Interface : swdev1"},
-        {"swdev1", 1400, 0, "1400", "MTU are the same, don't set MTU. Interface : swdev1   MTU  :1400"},
-        {"swdev1", -1, NM_ERR_IOCTL, "1400", "Set MTU[-1] failed, Interface : swdev1"},
-        {kAbsent, 1400, NM_ERR_IOCTL, "", "Set MTU[1400] failed, Interface : absent0"},
-        // What is not there has the MTU 0 already, and it succeeds: the kernel is not asked.
-        {kAbsent, 0, 0, "", "MTU are the same"}};
-    for (auto [ifname, wanted, code, left, words] : cases) {
-        const LogTail log;
-        int mtu = -7;
-        EXPECT_EQ(set_if_mtu(ifname.data(), wanted), code) << words;
-        EXPECT_EQ(fact(ifname, "mtu"), left) << words;
-        EXPECT_EQ(get_if_mtu(ifname.c_str(), &mtu), 0) << words;
-        EXPECT_EQ(mtu, std::atoi(left.c_str())) << words;
-        EXPECT_TRUE(log.has(words)) << words;
     }
 }
 
@@ -139,18 +114,6 @@ TEST_F(ScriptedState, UpIsByStateOrCarrierAndTheParentsForSwitchPorts) {
         EXPECT_EQ(is_interface_link_up(ifname, "ethernet"), up) << ifname;
         EXPECT_EQ(is_interface_link_up(ifname, "virtio") + is_interface_link_up(ifname, ""), 2) << ifname;
     }
-}
-
-TEST_F(ScriptedState, WaitEndsWhenTheDeviceIsUp) {
-    set("eth0", "down", "0");
-    std::thread later([] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(700));
-        set("eth0", "up", "1");
-    });
-    EXPECT_EQ(is_iface_up("eth0"), 0);
-    EXPECT_EQ(wait_for_iface_up("eth0"), 0);
-    EXPECT_EQ(is_iface_up("eth0"), 1);
-    later.join();
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the tests of the utilities share: their subject, and a directory of their own.
+// What the tests of the utilities share: their subject.
 #pragma once
 
 #include <stdlib.h>
@@ -11,12 +11,5 @@
 namespace fixture {
 
 using Texts = std::vector<std::string>;
-
-struct ScratchDir {
-    ~ScratchDir() { fs::remove_all(path); }
-    std::string operator/(const std::string& name) const { return path + "/" + name; }
-    char name[18] = "/tmp/utils-XXXXXX";
-    const std::string path = mkdtemp(name);
-};
 
 }  // namespace fixture

@@ -47,10 +47,6 @@ TEST(UtilsContainers, JoiningSplittingComparing) {
         split_into_vector(text, ',', pieces);
         EXPECT_EQ(pieces, (Texts{"kept", "a", "b c", "d"})) << text;
     }
-    std::set<int> numbers = {9};
-    split_into_set("3,,-1,x,4", ',', numbers);
-    EXPECT_EQ(numbers, (std::set<int>{-1, 3, 9}));
-
     std::vector<int> old_vlans = {30, 4, 100};
     std::vector<int> new_vlans = {100, 5, 4};
     std::vector<int> added;
@@ -58,8 +54,6 @@ TEST(UtilsContainers, JoiningSplittingComparing) {
     EXPECT_EQ(vector_diff(old_vlans, new_vlans, added, removed), 0);
     EXPECT_EQ(added, std::vector<int>{5});
     EXPECT_EQ(removed, std::vector<int>{30});
-    EXPECT_EQ(vector_union(Texts{"b", "a"}, Texts{"c", "a"}), (Texts{"a", "b", "c"}));
-    EXPECT_EQ(vector_intersection(Texts{"b", "a", "c"}, Texts{"c", "a"}), (Texts{"a", "c"}));
 }
 
 TEST(UtilsDeviceFacts, PortNumbers) {

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <malloc.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
@@ -61,26 +60,8 @@ inline int without(void (*lose)(), const std::function<int()>& call) {
     return Outcome(call, lose).result;
 }
 
-/// Calls leave no descriptor and no memory, with rights and without. What malloc does not know of is told by
-/// the address sanitizer when the program ends.
-inline void expect_nothing_is_left(int rounds, const std::function<void()>& calls) {
-    const auto repeat = [&] {
-        calls();
-        const auto open_before = open_descriptors();
-        const auto used_before = mallinfo2().uordblks;
-        for (int i = 0; i < rounds; ++i) {
-            calls();
-        }
-        EXPECT_LE(open_descriptors(), open_before);
-        EXPECT_LT(mallinfo2().uordblks, used_before + 16384);
-        return 0;
-    };
-    EXPECT_EQ(Outcome(repeat).result + without(its_rights, repeat), 0);
-    put("/var/log/network/bootup.log", "");  // later tests search it
-}
-
 /// Two veth pairs nw0-nw1 and nw2-nw3 that are up and make no addresses of their own.
-struct Devices : testing::Test {
+struct Devices : Frugal {
     void SetUp() override {
         run("set -e; for i in 0 2; do ip link add nw$i type veth peer name nw$((i + 1)); done; "
             "for i in 0 1 2 3; do ip link set nw$i up addrgenmode none; done");

@@ -36,6 +36,7 @@ call -1203 del_vlanif nw0
 told "ERROR: trying to del VLAN device nw0  error: Invalid argument"
 call 1 is_vlan_interface nw0.5
 call 0 is_vlan_interface nw0
+call -1205 edit_vlan_egress_prio nw0.of.eighteen.ch 1 1
 
 call 0 edit_vlanif_prio nw0.5 7 6
 call 0 edit_vlan_egress_prio nw0.5 3 0
