@@ -1,10 +1,9 @@
-// Lookups between port, interface, role and kind, and the defaults of what is not in the documents.
+// Lookups between port, interface, role and kind.
 #include <net/if.h>
 
 #include <sstream>
 
 #include "config/port_lookup.h"
-#include "config/schema.h"
 #include "config/tcp_window.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
@@ -63,13 +62,6 @@ TEST_F(Lookup, NamesAreFoundByNames) {
         });
 }
 
-TEST_F(Lookup, PairsAreThePortsOfOneKind) {
-    std::map<std::string, std::string> pairs;
-    EXPECT_EQ(get_portname_ifname_pair_list_by_path(pairs, kPath, 4), 0);
-    EXPECT_EQ(pairs, (decltype(pairs){{"PORT4", "swdev4"}, {"PORT5", "both"}, {"PORT7", "lan7"}}));
-    EXPECT_EQ(get_portname_ifname_pair_list_by_path(pairs, kPath, 2), NM_ERR_BAD_TYPE);
-}
-
 TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
     const std::map<std::string, int> ids{{"swdev1", 5}, {"ppp-swdev1", 5}, {"both", 7}, {"swdev2", 0}};
     for (const auto& [ifname, expected] : ids) {
@@ -104,33 +96,6 @@ TEST(TcpWindow, IsATenthOfTheSummedRates) {
         EXPECT_EQ(slurp("/proc/sys/net/ipv4/tcp_rmem"), "4096\t87380\t630000\n");
         EXPECT_EQ(slurp("/proc/sys/net/ipv4/tcp_wmem"), "4096\t87380\t760000\n");
     }
-}
-
-TEST(Templates, OverrideTheBaseOnTheirOwn) {
-    const std::string script = "/etc/avahi/if_avahi_autoipd.action";
-    EXPECT_EQ(get_default_tmpl("ethernet").size(), 43U);
-    EXPECT_EQ(get_default_tmpl("vaport")["subnet_mask"], "255.255.255.248");
-    EXPECT_EQ(get_default_tmpl("bond")["max_mtu"] + get_default_tmpl("bond")["ip4_type"], "DISABLED");
-    EXPECT_EQ(get_default_tmpl("vlan")["autoipd"], script);
-    EXPECT_EQ(get_default_tmpl("virtio")["autoipd"], "/usr/lib/networkmanagement" + script);
-    EXPECT_TRUE(get_default_tmpl("base").empty()) << "it is no type of its own";
-}
-
-TEST(NewWanPort, HasTheDefaultsOfItsModel) {
-    const File ports(kHwPorts, R"({"META":{},"PORT12":{"HW_PORT":"eth7","INTERFACE":"swdev7"}})");
-    const std::map<std::string, std::string> models{
-        {"SOLA_301W", "'DEV_TYPE':'ethernet','SPEED':'AUTO'"},
-        {"VSola-322", "'DEV_TYPE':'ethernet','SPEED':'AUTO'"},
-        {"VM", "'DEV_TYPE':'virtio'"},
-        {"KERO_201", "'DEV_TYPE':'ethernet','EDMA_BMP':'4','EDMA_VLAN_TAG':'4093'"}};
-    for (const auto& [model, own] : models) {
-        const std::string common =
-            "{'ISP_BW':'1000000000','RX_RATE':'1000000000','TX_RATE':'1000000000','MTU':'1500',"
-            "'PRIO':'12','INTERFACE':'swdev7',";
-        EXPECT_EQ(generate_default_wan_port("PORT12", model), json(common + own + "}")) << model;
-    }
-    EXPECT_EQ(generate_default_wan_port("PORT3", "VM")["INTERFACE"], "NONE");
-    EXPECT_TRUE(generate_default_wan_port("PORT12", "vm").empty());
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // The document store: which route serves a call, what a write leaves behind, documents at their limits. And
 // the small formats beside it: key=value files and families of rotated files.
-#include <sys/mount.h>
-
 #include <limits>
 #include <tuple>
 #include <unordered_map>
@@ -63,23 +61,6 @@ TEST(Store, DocumentReadsBackEqual) {
         const File file(kPath, text);
         EXPECT_EQ(json_file_to_mem(kPath, read), NM_ERR_PARSE) << text.substr(0, 20);
     }
-}
-
-// The release of the lock decides the result, so the files and the log are all that tells.
-TEST(Store, WriteThatFailsLeavesTheOldDocument) {
-    const std::string path = "/run/small/doc.json";
-    put(path, "");
-    ASSERT_EQ(mount("small", "/run/small", "tmpfs", 0, "size=64k"), 0);
-    put(path, "old");
-    Json::Value small("new");
-    Json::Value large(std::string(200000, 'x'));
-    const LogTail log;
-    EXPECT_EQ(json_mem_to_file(path, large, false), 0);
-    EXPECT_EQ(slurp(path), "old");
-    EXPECT_TRUE(log.has("Save JSON into file failed.") && is_lock_free("doc.json"));
-    EXPECT_EQ(json_mem_to_file(path, small, false), 0);
-    EXPECT_EQ(slurp(path), "\"new\"\n") << "what a failed write left behind is in the way";
-    ASSERT_EQ(umount("/run/small"), 0);
 }
 
 using Pairs = std::unordered_map<std::string, std::string>;
