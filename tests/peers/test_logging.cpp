@@ -102,15 +102,8 @@ TEST_F(Logging, EveryCategoryHasItsFileFormatLimitAndSettings) {
         {"MAIN", ".boot_fin .poweroff", "shutdown.conf", "shutdown.log", 0},
         {"MAIN", ".boot_fin", "main.conf", "main.log", 524288},
         {"API", ".boot_fin .reboot", "api.conf", "api.log", 102400},
-        {"TEST", ".boot_fin", "test.conf", "test.log", 102400},
         {"VPPPOE", ".boot_fin", "vpppoe.conf", "default.log", 102400},
-        {"WANIPD", ".boot_fin", "wanipd.conf", "wanipd.log", 102400},
-        {"RESSD", ".boot_fin", "ressd.conf", "ressd.log", 102400},
-        {"NCSID", ".boot_fin", "ncsid.conf", "ncsid.log", 102400},
         {"DNSMASQMGR", ".boot_fin", "dnsmasq_mgr.conf", "dnsmasq_mgr.log", 102400},
-        {"RMGMTD", ".boot_fin", "rmgmtd.conf", "rmgmtd.log", 102400},
-        {"NCAAS", ".boot_fin", "ncaas.conf", "ncaas.log", 102400},
-        {"DAS", ".boot_fin", "das.conf", "das.log", 102400},
         {"MAPED", ".reboot", "maped.conf", "maped.log", 102400},
         {"a-wrapper-b", ".reboot", "default.conf", "a-wrapper-b.log", 102400},
         {"MAINS", ".reboot", "default.conf", "default.log", 102400},
@@ -136,56 +129,6 @@ TEST_F(Logging, EveryCategoryHasItsFileFormatLimitAndSettings) {
         expect_text(kLogs / (row.log == "a-wrapper-b.log" ? row.log : "by_conf.log"),
                     "conf INFO bare\nconf ERROR failed -3\nconf DEBUG Exit -1015\n");
     }
-}
-
-TEST_F(Logging, IsSilentUntilInitialized) {
-    in_child(speak);
-    EXPECT_EQ(names_in(kLogs), "");
-}
-
-TEST_F(Logging, NalogOverridesAllAndCallByNmlogShortensTheRest) {
-    const std::string brief =
-        kLineStart + "INFO bare\n" + kLineStart + "ERROR failed -3\n" + kLineStart + "DEBUG Exit -1015\n";
-    const auto with_either = [] {
-        INITIALIZE_LOG("API");
-        setenv("NALOG", "", 1);
-        setenv("CALL_BY_NMLOG", "", 1);
-        NM_LOG(Error) << "logger `other` has no file yet";
-        initialize_and_speak("x-wrapper");
-        unsetenv("NALOG");
-        NM_LOG(Info) << "to the category";
-        initialize_and_speak("TEST");
-    };
-    put(kLogs / "default.log", std::string(102400, 'x'));  // full at the start
-    in_child(with_either);
-    EXPECT_EQ(slurp(kRollouts), "1|/var/log/network/default.log|102400\n");
-    expect_text(kLogs / "default.log", kBuiltInText);
-    EXPECT_EQ(slurp(kLogs / "api.log"), "to the category\n");
-    expect_text(kLogs / "test.log", brief);
-    put(kSettings / "default.conf", settings_for(kLogs / "by_default.log"));
-    put(kSettings / "test.conf", settings_for(kLogs / "by_test.log"));
-    in_child(with_either);
-    expect_text(kLogs / "by_default.log", "conf INFO bare\n(conf .*\n){2}");
-    expect_text(kLogs / "by_test.log", brief);
-}
-
-TEST_F(Logging, DebugNaMovesStandardError) {
-    const auto complain = [] {
-        INITIALIZE_LOG("API");
-        (void)!system("echo oops >&2");
-    };
-    const fs::path err_log = kLogs / "err_log";
-    put(err_log, "old\n");
-    for (const char* value : {"2", "", "11", " 1", "1"}) {
-        SCOPED_TRACE(value);
-        setenv("DEBUG_NA", value, 1);
-        in_child(complain, std::string(value) == "1" ? "" : "oops\n");
-    }
-    EXPECT_EQ(slurp(err_log), "old\noops\n");
-    fs::remove(err_log);
-    fs::create_directories(err_log);  // cannot be opened
-    in_child(complain, "oops\n");
-    unsetenv("DEBUG_NA");
 }
 
 TEST_F(Logging, LaterCallsMoveTheLoggerForgetTheFormerSettingsAndLeakNothing) {
@@ -214,13 +157,6 @@ TEST_F(Logging, RolloutHandlerTakesAnyPath) {
         }
     });
     EXPECT_EQ(slurp(kRollouts), "1|" + hostile.string() + "|5\n1|" + hostile.string() + "|5\n");
-}
-
-TEST_F(Logging, DetachedLogIsTruncatedUncompressedThoughFlushedLater) {
-    put(kSettings / "api.conf", settings_for(kLogs / "api.log") + " LOG_FLUSH_THRESHOLD = 1000\n");
-    put(kLogs / "api.log", std::string(299, 'x'));
-    in_child([] { INITIALIZE_LOG("API"), DETACH_LOG(), NM_LOG(Info) << "a", NM_LOG(Info) << "b"; });
-    EXPECT_EQ(slurp(kRollouts) + slurp(kLogs / "api.log"), "");
 }
 
 TEST_F(Logging, RolledFileIsSharedWithOthersAndKeptFromChildren) {

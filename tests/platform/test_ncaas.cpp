@@ -45,9 +45,6 @@ protected:
 };
 
 TEST_F(Ncaas, DeviceFactsFollowTheirFile) {
-    expect_replies({{"get_model", "", "{'data':'VM','error':0}\n"},
-                    {"get_devid", "", "{'data':42,'error':0}\n"},
-                    {"get_local_mgmt", "{}", "{'data':1,'error':0}\n"}});
     put(kDevice, "model=KERO_201\ndevid=4x\n");
     expect_replies({{"get_model", "", "{'data':'KERO_201','error':0}\n"},
                     {"get_devid", "", "{'data':'devid is no number"},

@@ -86,7 +86,6 @@ TEST_F(LoadBalance, NeedsAPortThatTakesPart) {
     for (const auto& [entries, words] : std::initializer_list<std::pair<std::string, std::string>>{
              {"", "Missing WAN_PORT info."},
              {entry("P1", "i", "0", "1"), "Empty WAN_PORT info."},
-             {entry("P1", "", "1", "1"), "Empty WAN_PORT info."},
              {entry("P1", "i", "x", "1"), "Empty WAN_PORT info."},
              {entry("P1", "x\\ny", "1", "1"), "Bad interface name: x"},
              {"'P1':{'INTERFACE':'i','PRIO':'1','TX_RATE':'0','ISP_BW':'9'}", "Empty WAN_PORT info."},
@@ -119,8 +118,6 @@ TEST_F(LoadBalance, HasTheResultOfTheReload) {
              {R"({"error":-7})", -7, "vsh VelanWmd.Reload_condition failed."},
              {R"({"error":0,"data":{"error":4,"result":"no file"}})", NM_ERR_RELOAD, "Error: no file"},
              {R"({"error":0,"data":{"error":4}})", NM_ERR_RELOAD, "Error: Unknown Error."},
-             {R"({"error":0})", NM_ERR_PARSE, "Json parse failed."},
-             {R"({"error":0,"data":{"error":"x"}})", NM_ERR_PARSE, "Unknown Error: "},
              {R"({"error":0,"data":{}})", 0, ""}}) {
         const FakeService monitor("VelanWmd", {{"Reload_condition", reply}});
         const LogTail log;
