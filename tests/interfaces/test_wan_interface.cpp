@@ -21,10 +21,10 @@ const std::string kBandwidth =
 
 /// An addressing side whose removal is remembered and fails.
 struct FakeInfo : WanIfaceInfo {
-    explicit FakeInfo(const std::string& type = "ethernet")
+    FakeInfo()
         : WanIfaceInfo("swdev1", "/new/path",
-                       json("{'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1','DEV_TYPE':'" + type +
-                            "'}},'WAN_IFACE_INFO':{'swdev1':{'IP4_TYPE':'PPPOE'}}}")) {}
+                       json("{'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1','DEV_TYPE':'ethernet'}},"
+                            "'WAN_IFACE_INFO':{'swdev1':{'IP4_TYPE':'PPPOE'}}}")) {}
     int del_info(uint32_t opt) override {
         removals.push_back(opt);
         return -1009;
@@ -135,17 +135,6 @@ TEST(WanPort, HandsItsAddressingSideOn) {
     EXPECT_TRUE(log.has("PPPoE MTU is changed") && log.has("wait for interface up after setup MTU"));
     EXPECT_EQ(port.del_if(7), 0) << "a delete never fails";
     EXPECT_EQ(FakeInfo::removals, (std::vector<uint32_t>{6, 7}));
-}
-
-TEST(LinkToldByTheCaller, OverridesTheDevice) {
-    FakeInfo absent;
-    FakeInfo other("virtio");
-    const std::tuple<WanIfaceInfo*, unsigned int, int> cases[] = {
-        {&absent, 0, 0},       {&other, 0, 1},         {&other, 1U << 29, 0},   {&absent, 3U << 28, 1},
-        {&other, 1U << 28, 1}, {&absent, 1U << 28, 0}, {&other, ~(1U << 28), 0}};
-    for (const auto& [info, act, expected] : cases) {
-        EXPECT_EQ(check_iface_link_up(info, act), expected) << std::hex << act;
-    }
 }
 
 TEST(Services, AnswerIsTheResult) {
