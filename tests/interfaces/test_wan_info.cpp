@@ -255,7 +255,7 @@ TEST_F(WanInfo, FollowsTheLease) {
     run("ip link add ppp-swdev3 type veth peer name far2 && ip link set far2 up && ip link set ppp-swdev3 up "
         "&& ip addr add 192.0.2.40 peer 192.0.2.41 dev ppp-swdev3");
     DHCP_INFO session{"192.0.2.40", "255.255.255.255", "", "", "192.0.2.41", ""};
-    act = "add";
+    std::string act = "add";
     EXPECT_EQ(info(kPppoe).dhcp_source_route_cb(session, act), 0);
     const Calls calls = FakeService::take_calls();
     EXPECT_EQ(calls[1], "firewall.sh <edit_ipset> <add> <WANIFSET> <192.0.2.40,ppp-swdev3>");
