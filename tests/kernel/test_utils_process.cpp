@@ -1,5 +1,4 @@
-// Commands, units, the process table, and locks that others hold: results, sizes, hostile words, waiting.
-#include <signal.h>
+// Commands, units, and locks that others hold: results, sizes, hostile words, waiting.
 #include <sys/wait.h>
 
 #include <future>
@@ -61,32 +60,6 @@ TEST(UtilsShellText, HostileTextIsOneInertWord) {
     }
     EXPECT_FALSE(nm::shell_word("a\nb") || nm::restore_word("a\nb"));
     EXPECT_FALSE(nm::shell_word(std::string("a\0b", 3)));
-}
-
-TEST(UtilsProcLookup, PidFilesTellHowFarTheCheckGot) {
-    const Scratch dir;
-    run("sleep 600 1s 2s & echo $! >" + (dir / "pid") + "; until grep -q 600 /proc/$!/cmdline; do :; done");
-    const int sleeper = std::stoi(slurp(dir / "pid"));
-    const std::string pid = std::to_string(sleeper);
-    const std::tuple<std::string, const char*, Texts, int> cases[] = {
-        {"", "sleep", {}, -2},
-        {"pid", "sleep", {}, NM_ERR_NOT_A_NUMBER},
-        {"-7\n", "sleep", {}, -7},
-        {"0", "sleep", {}, -3},
-        {pid, "slee", {}, -5},
-        {pid, "sleep", {"2s", "600"}, -8},
-        {pid, "sleep", {"600", "1s", "2s", "3s"}, -8},
-        {pid, "sleep", {"60"}, -8},
-        {pid + "\nrest", "sleep", {"600", "2s"}, sleeper},
-        {pid, "sleep", {"2s"}, sleeper}};
-    for (const auto& [file, comm, args, result] : cases) {
-        put(dir / "pid", file);
-        EXPECT_EQ(checkPidFileByCmdArgs(dir / "pid", comm, args), result) << file << " " << comm;
-    }
-    EXPECT_EQ(checkPidFileByCmdArgs(dir / "none", "sleep", {}), -1);
-    EXPECT_EQ(getProcIdByCmdArgs("sleep", {"1s", "2s"}), sleeper);
-    EXPECT_EQ(getProcIdByCmdArgs("sleep", {"2s", "1s"}), -1);
-    kill(sleeper, SIGKILL);
 }
 
 // What takes seconds on the fastest machine comes last, and all at once.
