@@ -1,6 +1,4 @@
 // Lookups between port, interface, role and kind.
-#include <net/if.h>
-
 #include <sstream>
 
 #include "config/port_lookup.h"
@@ -13,7 +11,6 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr const char* kHwPorts = "/etc/networkmanagement/hw_port_info.json";
 const std::string kPath = "/etc/networkmanagement/lookup.json";
 
 const std::string kDocument = quoted(R"({'dbversion':'1.0.2', 'EXTRA_PORT':{'PORT9':{'INTERFACE':'swdev9'}},
@@ -69,19 +66,6 @@ TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
         EXPECT_EQ(get_id_by_wan_ifname(ifname, id, kPath), expected == 0 ? NM_ERR_NO_IFACE : 0) << ifname;
         EXPECT_EQ(id, expected) << ifname;
     }
-}
-
-TEST(HwPorts, AreRenamedUntilOneFails) {
-    Device first("eth91", false, "far1");
-    const Device third("eth93", false, "far3");
-    const File ports(kHwPorts, quoted("{'META':{'HW_PORT':'eth93','INTERFACE':'meta'},"
-                                      "'PORT1':{'HW_PORT':'eth91','INTERFACE':'swdev91'},"
-                                      "'PORT2':{'HW_PORT':'eth92','INTERFACE':'swdev92'},"
-                                      "'PORT3':{'HW_PORT':'eth93','INTERFACE':'swdev93'}}"));
-    EXPECT_EQ(set_hw_port(nullptr), NM_ERR_IOCTL);
-    first.name = "swdev91";
-    EXPECT_EQ(std::stoul(fact("swdev91", "flags"), nullptr, 16) & IFF_UP, 1U);
-    EXPECT_NE(fact("eth93", "mtu"), "") << "the walk ends with the failure";
 }
 
 TEST(TcpWindow, IsATenthOfTheSummedRates) {

@@ -1,6 +1,6 @@
 #!/bin/bash
 # The two commands of an operator: nm_bin for the library's entries and vsh for the service bus. Their
-# sources of text, output, exit status, manual pages and completion.
+# sources of text, output, exit status and manual pages.
 set -euo pipefail
 
 # shellcheck source=tests/support/world.sh
@@ -60,19 +60,8 @@ check_vsh() {
     misused vsh --timeout 0 ncaas.get_model
 }
 
-# completes EXPECTED PROGRAM WORD...: what completing the last word offers.
-completes() {
-    # shellcheck disable=SC2016  # the inner shell expands it
-    same "${*:2} is completed" "$1" "$(bash -c 'source "/usr/share/bash-completion/completions/$1"
-        COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
-        "_$1"; echo "${COMPREPLY[@]}"' -- "${@:2}" 2>&1)"
-}
-
 check_nm_bin
 check_vsh
-completes "Setup_wanif Setup_waninfo" nm_bin Setup_w
-completes @/etc/networkmanagement/some.json nm_bin Setup_wanif @/etc/networkmanagement/so
-completes ncaas. vsh nc
 for page in man8/nm_bin.8 man1/vsh.1; do
     if command -v man >/dev/null; then
         same "$page renders without warnings" "" \
