@@ -100,6 +100,25 @@ TEST_F(Rule, IsDeletedByItsTable) {
         "for f in -4 -6; do while ip $f rule del pref 200 2>/dev/null; do :; done; done");
 }
 
+TEST_F(Rule, OfADownlinkIsWrittenWithItsRoutesAndWipedBefore) {
+    run("ip addr add 2001:db8:3::1/64 dev swdev3 nodad");
+    const auto set = [](unsigned int ifindex, unsigned int prefix, int act) {
+        return set_ip6_routerule_by_oifindex(ifindex, 7, act == 1 ? "2001:db8:c::1" : nullptr, prefix,
+                                             "2001:db8:3::2", static_cast<uint8_t>(act), 0);
+    };
+    EXPECT_EQ(set(107, 64, 1), 0);
+    EXPECT_EQ(set(107, 64, 1), 0) << "a VLAN device has a table of its own here";
+    EXPECT_THAT(rules("-6"),
+                ElementsAre(kForeign, "1713: from 2001:db8:c::1/64 363", "1714: from all oif swdev3.100 363",
+                            "1716: from all fwmark 0x2003/0x200f 363"));
+    EXPECT_THAT(lines_of("ip -6 route show table 363 | grep -o '^.* dev [^ ]*'"),
+                ElementsAre("2001:db8:c::/64 dev swdev3.100", "default via 2001:db8:3::2 dev swdev3"));
+    EXPECT_EQ(set(107, 300, 1), -1010) << "not cut to 44";
+    EXPECT_EQ(set(107, 0, 0), 0);
+    EXPECT_THAT(lines_of("ip -6 route show table 363"), ElementsAre());
+    EXPECT_EQ(set(65280, 0, 0), -1012);
+}
+
 TEST_F(Rule, DeletionTellsTheRulesResultOnly) {
     run("ip route add blackhole default table 263");
     EXPECT_EQ(without(its_rights, [] { return delete_routerule("swdev3", 7, AF_INET); }), 0);

@@ -1,6 +1,8 @@
 // HTTP calls against a server on loopback, and the calls to services of the bus beside them.
 #include <gmock/gmock.h>
+#include <malloc.h>
 
+#include <atomic>
 #include <chrono>
 
 #include "fake_service.h"
@@ -12,8 +14,12 @@
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 
+/// Known where the sanitizers keep the heap, which mallinfo2() knows nothing of then.
+extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
+
 namespace {
 
+namespace fs = std::filesystem;
 using fixture::hear;
 using testing::HasSubstr;
 
@@ -41,6 +47,44 @@ struct Server {
     fixture::Listener listener{[this](int client) { answer(client); }};
 };
 
+/// The first test: what has been loaded stays.
+TEST(Http, WorksOnceItsLibraryIsThere) {
+    const Server server;
+    const fixture::LogTail log;
+    std::string response;
+    for (const auto& dir : fs::directory_iterator("/usr/lib")) {
+        const fs::path library = dir.path() / "libcurl.so.4";
+        if (fs::exists(library)) {
+            fs::rename(library, dir.path() / "hidden");
+            EXPECT_EQ(nm_curl_get(server.at("/200"), response, 5, 1, 1), NM_ERR_HTTP_INIT);
+            EXPECT_EQ(nm_curl_perform(nullptr, 1, 1), CURLE_FAILED_INIT);
+            fs::rename(dir.path() / "hidden", library);
+        }
+    }
+    EXPECT_TRUE(log.has("libcurl.so.4 cannot be loaded: libcurl.so.4: "));
+    EXPECT_EQ(nm_curl_get(server.at("/200"), response, 5, 1, 1), 0);
+}
+
+TEST(Http, ThousandCallsLeaveNothing) {
+    const Server server;
+    const auto kept = [] {
+        const bool sanitized = __sanitizer_get_current_allocated_bytes != nullptr;
+        return sanitized ? __sanitizer_get_current_allocated_bytes() : mallinfo2().uordblks;
+    };
+    std::string response;
+    std::size_t bytes = 0;
+    std::ptrdiff_t descriptors = 0;
+    for (int call = 0; call <= 1000; ++call) {
+        (void)nm_curl_get(server.at("/200"), response, 5, 1, 1);
+        (void)nm_curl_post(call % 2 == 0 ? "http://127.0.0.1:1/" : server.at("/x"), "end-of-body", 5, 1, 1,
+                           response);
+        bytes = call == 100 ? kept() : bytes;
+        descriptors = call == 100 ? fixture::open_descriptors() : descriptors;
+    }
+    EXPECT_LT(kept(), bytes + 4096);  // 900 calls of even 5 bytes each are more
+    EXPECT_EQ(fixture::open_descriptors(), descriptors);
+}
+
 TEST(Http, AnswersRetriesAndLimits) {
     const Server server;
     struct Case {
@@ -62,7 +106,6 @@ TEST(Http, AnswersRetriesAndLimits) {
         {"file:///etc/hostname", 5, 1, 1, NM_ERR_HTTP_TRANSFER, 0},
         {server.at("/2\n00"), 5, 1, 1, NM_ERR_HTTP_TRANSFER, 0},
     };
-    const auto descriptors = fixture::open_descriptors();
     for (const Case& row : cases) {
         SCOPED_TRACE(row.url);
         std::string response = "before";
@@ -73,7 +116,6 @@ TEST(Http, AnswersRetriesAndLimits) {
         EXPECT_LT(spent.count(), row.seconds + 1);
         EXPECT_EQ(response, row.code == 0 ? "whole-body" : "before");
     }
-    EXPECT_EQ(fixture::open_descriptors(), descriptors);
 }
 
 TEST(Http, UploadsCarryBodyAndTypeAndLogsNoSecret) {
@@ -112,13 +154,33 @@ TEST(ApplianceServices, AreAskedAndTheirAnswersUnderstood) {
             testing::ContainsRegex(dial_log), R"(das.apply_devid_mgmt {"dev_id":"77","local_mgmt":"1"})",
             R"(VelanWsd.service.Setup_vbelt_server {"force":1,"path":"/p","type":"local_vbelt"})",
             "nm-hmgr.UpdateLansInfo {}"));
+    EXPECT_FALSE(is_license_expired()) << "no service, no expiry";
     for (const auto& [answer, is_yes] : std::map<std::string, bool>{
              {"true", true}, {"1", true}, {R"("1")", true}, {"0", false}, {"[1]", false}}) {
         const fixture::FakeService ncaas("ncaas", {{"get_local_mgmt", R"({"data":)" + answer + "}"},
                                                    {"get_devid", R"({"data":)" + answer + "}"}});
+        const fixture::FakeService license("license",
+                                           {{"GetLicenseInfo", R"({"data":{"expired":)" + answer + "}}"}});
         EXPECT_EQ(is_local_mgmt(), is_yes) << answer;
+        EXPECT_EQ(is_license_expired(), is_yes) << answer;
         EXPECT_EQ(get_device_id(), answer == "1" ? 1 : 0);
     }
+}
+
+TEST(DirectCalls, TellOfFailuresAndReturn) {
+    const fixture::LogTail log;
+    sync_file("/absent");
+    EXPECT_TRUE(log.has("vs_call ncaas.sync_file path=/absent failed"));
+    const fixture::FakeService ncaas("ncaas", {{"read_ini", R"({"error":3,"data":"why"})"},
+                                               {"read_json", R"({"error":4,"data":{}})"},
+                                               {"sync_file", "no JSON"}});
+    testing::internal::CaptureStdout();
+    read_ini("/p");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Get error: why");
+    read_json("/p");
+    sync_file("/p");
+    EXPECT_TRUE(log.has("Get error: {}") && log.has("raw data: no JSON") && !log.has("Get error: why"));
+    EXPECT_EQ(fixture::FakeService::take_calls().front(), R"(ncaas.read_ini {"path": "/p"})");
 }
 
 }  // namespace

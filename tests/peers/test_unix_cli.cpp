@@ -1,5 +1,7 @@
 // The clients of the peer daemons against peers that misbehave, and what each command puts on the wire.
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <future>
@@ -73,6 +75,30 @@ TEST(UnixCli, MisbehavingPeersCostACodeAndNothingElse) {
     EXPECT_EQ(get_retcode(R"({"retcode":2})", false), NM_ERR_CLI_RETCODE);
     EXPECT_EQ(get_retcode(R"({"retcode":-4})", false), -4);
     EXPECT_EQ(get_retcode(R"({"retcode":"2"})", false), NM_ERR_PARSE);
+}
+
+TEST(UnixCli, ProcessesTalkToAPeerOneAtATime) {
+    bool was_alone = true;
+    const Listener* listener = nullptr;
+    const auto watch = [&](int client) {
+        hear(client, "\n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+        pollfd next{listener->fd, POLLIN, 0};
+        was_alone = was_alone && poll(&next, 1, 0) == 0;
+        say(client, kFine);
+    };
+    const Listener peer(watch, kWanipd);
+    listener = &peer;
+    std::string reply;
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(refresh_all_ipinfo("/p", reply) == 0 ? 0 : 1);
+    }
+    EXPECT_EQ(refresh_all_ipinfo("/p", reply), 0);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(was_alone);
 }
 
 TEST(UnixCli, AClientOwnsNoMoreThanItOpened) {

@@ -2,6 +2,7 @@
 // The match on IP options is no part of stock iptables: its lines are compared with what reaches the restore
 // command, all others are loaded.
 #include "control/edge_entries.h"
+#include "policy/edge_rules_alg.h"
 #include "policy/edge_rules_attack_defense.h"
 #include "policy/edge_rules_tcp_mss.h"
 #include "policy/ipset.h"
@@ -112,6 +113,20 @@ TEST(TcpMss, ClampsEachUplinkToItsDevice) {
     EXPECT_EQ(Reload_tcpmss(R"({"path":7})"s.data()), NM_ERR_BAD_FORMAT);
     EXPECT_EQ(Reload_tcpmss(R"({"path":"/none"})"s.data()), NM_ERR_NOT_FOUND);
     EXPECT_EQ(tables(), expected) << "what cannot be read empties no chain";
+    put("/etc/networkmanagement/device_info.json", R"({"WAN_IFACE_INFO":[]})");
+    const StandIn iptables("/sbin/iptables"), ip6tables("/sbin/ip6tables");
+    EXPECT_EQ(Reload_tcpmss("{}"s.data()), 0);
+    EXPECT_EQ(StandIn::take(),
+              "iptables <-t> <nat> <-F> <TCP_MSS>\niptables <-t> <nat> <-F> <WAN_MSS>\n"
+              "iptables <-t> <mangle> <-F> <WAN_MSS>\nip6tables <-t> <mangle> <-F> <WAN_MSS>\n");
+}
+
+TEST(Alg, LoadsOrUnloadsEachHelper) {
+    const StandIn modprobe("/usr/sbin/modprobe", 1);
+    EXPECT_EQ(setup_alg(~10U), 0);
+    EXPECT_EQ(StandIn::take(),
+              "modprobe <nf_nat_ftp>\nmodprobe <-r> <nf_nat_h323>\nmodprobe <nf_nat_pptp>\n"
+              "modprobe <-r> <nf_nat_sip>\nmodprobe <nf_nat_proto_esp>\n");
 }
 
 TEST(Ipset, EditsThroughTheScripts) {

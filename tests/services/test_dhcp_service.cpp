@@ -126,13 +126,23 @@ TEST_F(Dhcp, FileIsWhatTheDaemonTakesOrStaysAsItWas) {
     }
 }
 
-TEST_F(Dhcp, FileNamesRouterAndNameServers) {
+TEST_F(Dhcp, FileHoldsTheseLines) {
     const auto server =
-        service("'DNS_SERVERS':['9.9.9.9','1.1.1.1'],'PRIMARY_DNS':'1.1.1.1','SECONDARY_DNS':''");
+        service(hosts(host("15")) +
+                ",'DNS_SERVERS':['9.9.9.9','1.1.1.1'],'PRIMARY_DNS':'1.1.1.1','SECONDARY_DNS':''");
     server->update_option_router("192.168.1.254");
     put(kConf + std::string(".tmp"), std::string(4096, '}'));  // what a killed call left
     ASSERT_EQ(server->gen_dhcpserver_conf(), NM_OK);
-    EXPECT_EQ(values("option "), "routers 192.168.1.254;domain-name-servers 9.9.9.9,1.1.1.1,1.1.1.1;");
+    EXPECT_EQ(slurp(kConf),
+              quoted("max-lease-time 600;\ndefault-lease-time 600;\nddns-update-style interim;\n"
+                     "allow booting;\nallow bootp;\nclass 'pxeclients' {\n"
+                     "match if substring(option vendor-class-identifier,0,9)='PXEClient';\n}\n"
+                     "subnet 192.168.1.0 netmask 255.255.255.0{\ninterface 'lan0';\n"
+                     "range 192.168.1.10 192.168.1.14;\nrange 192.168.1.16 192.168.1.20;\n"
+                     "option routers 192.168.1.254;\n"
+                     "option domain-name-servers 9.9.9.9,1.1.1.1,1.1.1.1;\nhost 192.168.1.15 {\n"
+                     "#dev_name 'tv';\nhardware ethernet 00:11:22:33:44:55;\n"
+                     "fixed-address 192.168.1.15;\n}\n}\n"));
     ASSERT_EQ(service(pool("1", "1.1"))->gen_dhcpserver_conf(), NM_ERR_POOL_EMPTY);
     EXPECT_TRUE(slurp(kConf).find(quoted("{\ninterface 'lan0';\n}\n")) != std::string::npos);
     ASSERT_EQ(service("")->gen_dhcpserver_conf(), NM_OK);
@@ -263,6 +273,18 @@ TEST_F(Dhcp, ReservationsReadBack) {
 TEST_F(Dhcp, ClientTable) {
     const auto server = service(hosts(host("15")));
     ASSERT_EQ(server->gen_dhcpserver_conf(), NM_OK);
+    std::string text;
+    for (int i = 0; i < 10000; ++i) {
+        text += lease(ends(600) + "  binding state active;\n",
+                      "10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250));
+    }
+    put(kLeases, text);
+    std::string out(1 << 22, '\0');
+    ASSERT_EQ(server->get_dhcp_client_table(out.data(), out.size()), NM_OK);
+    out.resize(out.find('\0'));
+    EXPECT_TRUE(json(out)["LEASE"].size() == 10000 && json(out)["RESERVATION"].size() == 1);
+    EXPECT_TRUE(json(out)["LEASE"][0]["ALIVE"].isInt() && out.back() == '\n');
+
     put(kLeases, "");
     const std::string empty_list =
         R"({"LEASE":"","RESERVATION":[{"ALIVE":0,"DEVICE_NAME":"tv",)"
@@ -292,14 +314,17 @@ TEST_F(Dhcp, Targets) {
     };
     const std::vector<std::pair<std::string, int>> rows{
         {"{" + member("lan0", 1, stored) + "}", 0},
+        {"{" + member("lan0", 3, stored) + "}", 0},
         {"{" + member("lan0", 2, "'path':'/absent'") + "}", 0},
         {"{" + member("lan0", 7, stored) + "}", NM_ERR_BAD_ACT},
         {"{" + member("lan0", 1, "'path':'/tmp/other.json'") + "}", NM_ERR_NO_SECTION},
         {"{" + member("lo", 1, "'path':'/tmp/other.json'") + "}", NM_ERR_BAD_FORMAT},
         {"{" + member("lan0", 1, "'path':'/absent'") + "}", NM_ERR_NOT_FOUND},
+        {"{" + member("lan0", 1, "'path':7") + "}", NM_ERR_BAD_FORMAT},
         {"{" + member("lan0", 1, "'path':''") + "}", NM_ERR_NULL_ARG},
         {"{" + member("lan0", 7, stored) + "," + member("lan1", 2, stored) + "}", 0},
         {"{" + member("lan1", 1, stored) + "}", NM_ERR_NO_IFACE},
+        {"{" + member("far", 2, stored) + "}", 0},
         {"{" + member("far", 3, stored) + "}", NM_ERR_NO_IFACE},
     };
     for (const auto& [request, code] : rows) {
@@ -321,6 +346,13 @@ TEST_F(Dhcp, OldDocumentsGainKeysAndLoseNothing) {
     EXPECT_FALSE(fs::exists("/tmp/old.json")) << "nothing is written for a document of this format";
     document = json("{'DHCP_SERVICE':[]}");
     EXPECT_EQ(migrate_dhcp_service(document, "/tmp/old.json"), NM_ERR_BAD_FORMAT);
+}
+
+TEST_F(Dhcp, RemovalOfServerFiles) {
+    put(kConf, "");
+    put(kRelay, "");
+    EXPECT_EQ(remove_dhcpserver_conf(), NM_OK);
+    EXPECT_TRUE(!fs::exists(kConf) && fs::exists(kRelay));
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
-// /etc/hosts: which lines come, go and stay, what dnsmasq is told, and that no failure or neighbour
+// /etc/hosts: which lines come, go and stay, what dnsmasq is told, and that no failure, kill or neighbour
 // costs a line.
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <functional>
+#include <future>
 #include <set>
 
 #include "control/edge_entries.h"
@@ -141,6 +143,30 @@ TEST_F(Hosts, FiftyProcessesLoseNoLine) {
     const std::vector<std::string> lines = nm::split_lines(slurp(kHosts));
     EXPECT_EQ(lines.size(), expected.size());
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
+}
+
+TEST_F(Hosts, KillLeavesTheOldFileOrTheNew) {
+    std::string many;
+    for (int line = 0; line < 5000; ++line) {
+        many += "10.0.0.1 host" + std::to_string(line) + "\n";
+    }
+    put(kHosts, many);
+    for (unsigned round = 0; round < 5; ++round) {
+        const pid_t child = fork();
+        while (child == 0) {
+            (void)(del_hosts("swdev1", 2) + add_hosts("192.0.2.1", "swdev1"));
+        }
+        std::string seen;
+        for (unsigned moment = 0; moment < 100 + round; ++moment) {
+            seen = slurp(kHosts);  // what is there at any moment is what a kill at it leaves
+            ASSERT_TRUE(seen == many || seen == many + kOwn) << round << ": " << seen.size();
+        }
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        seen = slurp(kHosts);
+        ASSERT_TRUE(seen == many || seen == many + kOwn) << round << ": " << seen.size();
+    }
+    expect_edit(many + kOwn, many, kDel);
 }
 
 }  // namespace
