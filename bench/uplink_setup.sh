@@ -82,8 +82,6 @@ start_peers() {
     done
 }
 
-# The log has a line for every step. The time between two lines belongs to what the first one entered, or else to
-# what the second one reports.
 by_step() {
     local round
     for ((round = 0; round < ROUNDS; round++)); do
@@ -92,34 +90,7 @@ by_step() {
         cat "$LOG" >>/run/steps.log
         nm_bin Setup_waninfo @/run/request2 >/dev/null
     done
-    awk -v rounds="$ROUNDS" '
-        function step(line,   words) {
-            if (match(line, /script exit code.*cmd: /)) {
-                split(substr(line, RSTART + RLENGTH), words, " ")
-                sub(/.*\//, "", words[1])
-                return "command " words[1] " " words[2]
-            }
-            if (line ~ /\/peers\//) return "calls to peers"
-            if (line ~ /\/services\//) return "hosts and name service"
-            if (line ~ /kernel\/utils\/locks/) return "locks"
-            if (line ~ /kernel\/utils\//) return "files and other"
-            if (line ~ /\/kernel\//) return "netlink"
-            return "the library itself, with what it asks the kernel and peers without a word"
-        }
-        / >>> / {
-            split($2, clock, ":")
-            now = clock[1] * 3600 + clock[2] * 60 + clock[3]
-            if ($0 ~ /Setup_waninfo\(char\*\) >>> Enter/) last = now
-            name = step(before ~ />>> Enter/ ? before : $0)
-            before = $0
-            spent[name] += now - last
-            total += now - last
-            last = now
-        }
-        END {
-            for (name in spent)
-                printf "%8.1f  %5.1f %%  %s\n", spent[name] * 1000 / rounds, 100 * spent[name] / total, name
-        }' /run/steps.log | sort -rn
+    awk -v requests="$ROUNDS" -f "$(dirname "$0")/log_steps.awk" /run/steps.log | sort -rn
 }
 
 # The tracer stands aside, so that this goes on when nm_bin ends and not with the last daemon that it started.

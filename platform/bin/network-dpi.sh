@@ -1,9 +1,10 @@
-#!/bin/bash
+#!/bin/sh
 # Switches packet inspection for an interface. A plain machine has no inspection engine, so what is left to
-# do is to keep the state that the engine would be given: one file per inspected interface, with its role.
+# do is to keep the state that the engine would be given: one file per inspected interface, with its role. It is run
+# several times for each LAN and uplink, so it starts no other program where it can.
 #
 # usage: network-dpi.sh setup_dpi UNKNOWN|WAN|LAN|OTHER ENABLE|DISABLE IFNAME
-set -euo pipefail
+set -eu
 
 readonly STATE_DIR=/run/network/dpi
 
@@ -12,16 +13,23 @@ usage() {
     exit 2
 }
 
-[[ $# == 4 && $1 == setup_dpi ]] || usage
-[[ $2 =~ ^(UNKNOWN|WAN|LAN|OTHER)$ ]] || usage
+[ $# = 4 ] || usage
+[ "$1" = setup_dpi ] || usage
 # The name becomes a file name.
-[[ $4 =~ ^[A-Za-z0-9_.:@-]{1,15}$ && $4 != . && $4 != .. ]] || usage
+[ ${#4} -le 15 ] || usage
+case $4 in
+    '' | . | .. | *[!A-Za-z0-9_.:@-]*) usage ;;
+esac
+case $2 in
+    UNKNOWN | WAN | LAN | OTHER) ;;
+    *) usage ;;
+esac
 
 case $3 in
     ENABLE)
-        mkdir -p "$STATE_DIR"
+        [ -d "$STATE_DIR" ] || mkdir -p "$STATE_DIR"
         echo "$2" >"$STATE_DIR/$4"
         ;;
-    DISABLE) rm -f "$STATE_DIR/$4" ;;
+    DISABLE) [ ! -e "$STATE_DIR/$4" ] || rm -f "$STATE_DIR/$4" ;;
     *) usage ;;
 esac

@@ -2,9 +2,11 @@
 #include "interfaces/lan_device.h"
 
 #include <net/if.h>
+#include <unistd.h>
 
 #include <algorithm>
 
+#include "kernel/device_path.h"
 #include "kernel/link.h"
 #include "kernel/utils/device_facts.h"
 #include "kernel/utils/strings.h"
@@ -13,8 +15,9 @@
 
 namespace nm {
 
+/// Asked by the name's ioctl, the kernel would look for a module of that name before it says no, by a process.
 bool device_exists(const std::string& ifname) {
-    return get_iface_index(ifname.c_str()) != 0;
+    return !leaves_directory(ifname) && access(("/sys/class/net/" + ifname + "/ifindex").c_str(), F_OK) == 0;
 }
 
 void bring_up_lan_device(const std::string& ifname) {

@@ -26,6 +26,26 @@ bool is_too_long(const char* name) {
     return strlen(name) >= IFNAMSIZ;
 }
 
+/// The device of that name, as the kernel has it now. One is asked for and not the whole table, which takes the
+/// longer the more devices there are, and is asked for every port of every bridge. NM_ERR_BR_NO_DEVICE;
+/// NM_ERR_BR_CACHE if the kernel does not tell.
+int find_link(nl_sock* socket, const char* name, nm::RtnlLink& link) {
+    if (is_too_long(name)) {
+        return NM_ERR_BR_NO_DEVICE;
+    }
+    rtnl_link* found = nullptr;
+    const int error = rtnl_link_get_kernel(socket, 0, name, &found);
+    link.reset(found);
+    if (error == -NLE_NODEV || error == -NLE_OBJ_NOTFOUND) {
+        return NM_ERR_BR_NO_DEVICE;
+    }
+    if (error < 0) {
+        return NM_ERR_BR_CACHE;
+    }
+    // The kernel also knows devices by their alternative names.
+    return strcmp(rtnl_link_get_name(link.get()), name) == 0 ? NM_OK : NM_ERR_BR_NO_DEVICE;
+}
+
 /// What is done to a port, and the code of its failure.
 struct PortChange {
     int (*request)(nl_sock* socket, rtnl_link* bridge, rtnl_link* port);
@@ -42,18 +62,16 @@ int change_port(const PortChange& change, const char* bridge_name, const char* p
         return NM_ERR_BR_ARG;
     }
     nm::NlSocket socket;
-    const int ret = nm::connect_route_socket(socket, kConnect);
+    int ret = nm::connect_route_socket(socket, kConnect);
     if (ret != NM_OK) {
         return ret;
     }
-    const nm::NlCache links = nm::read_links(socket.get());
-    if (links == nullptr) {
-        return NM_ERR_BR_CACHE;
-    }
-    const nm::RtnlLink bridge(rtnl_link_get_by_name(links.get(), bridge_name));
-    const nm::RtnlLink port(rtnl_link_get_by_name(links.get(), port_name));
-    if (bridge == nullptr || port == nullptr) {
-        return NM_ERR_BR_NO_DEVICE;
+    nm::RtnlLink bridge;
+    nm::RtnlLink port;
+    ret = find_link(socket.get(), bridge_name, bridge);
+    ret = ret == NM_OK ? find_link(socket.get(), port_name, port) : ret;
+    if (ret != NM_OK) {
+        return ret;
     }
     if (rtnl_link_is_bridge(bridge.get()) == 0) {
         return NM_ERR_BR_TYPE;
@@ -75,8 +93,9 @@ int br_addbr(const char* name) {
     if (ret != NM_OK) {
         return ret;
     }
-    // Nothing is looked up in the table: a kernel that can't list its links is not asked to make one.
-    if (nm::read_links(socket.get()) == nullptr) {
+    // Whether there is such a device makes no difference, but a kernel that can't tell is not asked to make one.
+    nm::RtnlLink present;
+    if (find_link(socket.get(), name, present) == NM_ERR_BR_CACHE) {
         return NM_ERR_BR_CACHE;
     }
     const nm::RtnlLink link = nm::named_link(name);

@@ -50,10 +50,13 @@ TEST_F(Bridge, TakesAndReleasesPorts) {
     EXPECT_EQ(br_addif("nwbr2", "nw0"), 0) << "a port may change its bridge";
     EXPECT_EQ(br_delif("nwbr2", "nw2") | br_delif("nwbr", "nw2"), 0) << "released wherever it is";
     EXPECT_EQ(told("nw2", "master"), "null");
+    run("ip link property add dev nw0 altname nw0-by-another-name");
+    run("ip link property add dev nw0 altname nw0-alt");
     for (const auto& [request, refusal] : {std::pair(&br_addif, -1109), std::pair(&br_delif, -1110)}) {
         EXPECT_EQ(request(nullptr, "nw0"), -1101);
         EXPECT_EQ(request("nw3", "nw-none"), -1102) << "missing comes before no bridge";
         EXPECT_EQ(request("nw-none", "nw0"), -1102);
+        EXPECT_EQ(request("nwbr2", "nw0-alt") + request("nwbr2", "nw0-by-another-name"), 2 * -1102);
         EXPECT_EQ(request("nw3", "nw0"), -1111);
         const auto call = [request = request] { return request("nwbr2", "nw0"); };
         EXPECT_EQ(without(its_rights, call), refusal);
