@@ -20,7 +20,7 @@ function step(line) {
 / >>> / {
     split($2, clock, ":")
     now = clock[1] * 3600 + clock[2] * 60 + clock[3]
-    if ($0 ~ /int Setup_[a-z]*\(char\*\) >>> Enter/) last = now
+    if (last == "" || $0 ~ /int Setup_[a-z]*\(char\*\) >>> Enter/) last = now
     name = step(before ~ />>> Enter/ ? before : $0)
     before = $0
     spent[name] += now - last

@@ -11,7 +11,7 @@ set -euo pipefail
 }
 
 readonly DIR=/etc/networkmanagement LOG=/var/log/network/main.log NETWORKD=/lib/systemd/systemd-networkd
-readonly COUNTS=(${NM_COUNTS:-10 50 200})
+readonly COUNTS=(10 50 200)
 BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
 export PATH=$BUILD/bin:$PATH
 declare -A took
@@ -159,6 +159,7 @@ clear_lans() {
 # measure WAY N [SERVERS]: stores the seconds of one way.
 measure() {
     local start end
+    rm -f "$LOG".*.gz
     : >"$LOG"
     exec {monitor}< <(exec ip -o -4 monitor address)
     sleep 0.5
@@ -177,6 +178,13 @@ keep_dhcp_files() {
     done
 }
 
+# Full logs were put aside; of very many LANs only the latest copies are kept, and their share counts.
+list_steps() {
+    printf '\nWhere the time goes with %d LANs (ms a LAN, from the log):\n' "$1"
+    { zcat -f "$LOG".*.gz && cat "$LOG"; } 2>/dev/null |
+        awk -v requests="$1" -f "$(dirname "$0")/../log_steps.awk" | sort -rn | head -n 6
+} >>/run/steps
+
 # compare N [SERVERS]
 compare() {
     local key="$1${2:+ servers}"
@@ -184,7 +192,7 @@ compare() {
     write_batch "$1"
     write_networkd_files "$1" "${2:-}"
     measure library "$1" "${2:-}"
-    [[ $1 != 50 ]] || awk -v requests=50 -f "$(dirname "$0")/../log_steps.awk" "$LOG" | sort -rn >/run/steps
+    [[ -n ${2:-} ]] || list_steps "$1"
     [[ -z ${2:-} ]] || keep_dhcp_files "$1"
     clear_lans "$1"
     measure batch "$1" "${2:-}"
@@ -213,5 +221,4 @@ for count in "${COUNTS[@]}"; do
 done
 compare "${COUNTS[0]}" servers
 printf '%-22s %9.2f %9.2f %9.2f\n' "growth exponent" "$(growth library)" "$(growth batch)" "$(growth networkd)"
-printf '\nWhere the time goes with 50 LANs (ms a LAN, from the log):\n'
 cat /run/steps

@@ -26,8 +26,8 @@ bool is_too_long(const char* name) {
     return strlen(name) >= IFNAMSIZ;
 }
 
-/// The device of that name, as the kernel has it now. One is asked for and not the whole table, which takes the
-/// longer the more devices there are, and is asked for every port of every bridge. NM_ERR_BR_NO_DEVICE;
+/// The device of that name, as the kernel has it now. One is asked for and not the whole table, which takes
+/// the longer the more devices there are, and is asked for every port of every bridge. NM_ERR_BR_NO_DEVICE;
 /// NM_ERR_BR_CACHE if the kernel does not tell.
 int find_link(nl_sock* socket, const char* name, nm::RtnlLink& link) {
     if (is_too_long(name)) {
@@ -93,7 +93,8 @@ int br_addbr(const char* name) {
     if (ret != NM_OK) {
         return ret;
     }
-    // Whether there is such a device makes no difference, but a kernel that can't tell is not asked to make one.
+    // Whether there is such a device makes no difference, but a kernel that can't tell is not asked to make
+    // one.
     nm::RtnlLink present;
     if (find_link(socket.get(), name, present) == NM_ERR_BR_CACHE) {
         return NM_ERR_BR_CACHE;
