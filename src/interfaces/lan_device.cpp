@@ -15,7 +15,8 @@
 
 namespace nm {
 
-/// Asked by the name's ioctl, the kernel would look for a module of that name before it says no, by a process.
+/// Asked by the name's ioctl, the kernel would look for a module of that name before it says no, by a
+/// process.
 bool device_exists(const std::string& ifname) {
     return !leaves_directory(ifname) && access(("/sys/class/net/" + ifname + "/ifindex").c_str(), F_OK) == 0;
 }
