@@ -181,7 +181,7 @@ keep_dhcp_files() {
 # Full logs were put aside; of very many LANs only the latest copies are kept, and their share counts.
 list_steps() {
     printf '\nWhere the time goes with %d LANs (ms a LAN, from the log):\n' "$1"
-    { zcat -f "$LOG".*.gz && cat "$LOG"; } 2>/dev/null |
+    cat <(zcat -f "$LOG".*.gz 2>/dev/null) "$LOG" |
         awk -v requests="$1" -f "$(dirname "$0")/../log_steps.awk" | sort -rn | head -n 6
 } >>/run/steps
 
