@@ -81,7 +81,7 @@ Candidates read_candidates(const Json::Value& ports) {
     return candidates;
 }
 
-/// The WAN ports that take part, sorted, and the document.
+/// The WAN ports that take part, and the document.
 int read_uplinks(const std::string& path, Json::Value& document, Candidates& uplinks) {
     const int ret = json_file_to_mem(path, document);
     if (ret < 0) {
@@ -242,16 +242,7 @@ int reload_conditions() {
     return error == NM_OK ? NM_OK : NM_ERR_RELOAD;
 }
 
-}  // namespace
-
-int setup_site_to_site_load_balance(std::string path) {
-    NM_LOG(Debug) << "Enter";
-    Json::Value document;
-    Candidates uplinks;
-    const int ret = read_uplinks(path, document, uplinks);
-    if (ret != NM_OK) {
-        return NM_EXIT(ret);
-    }
+void load_site_to_site(const Json::Value& document, const Candidates& uplinks) {
     const Json::Value& private_ports = nm::json_member(document, "PRIVATE_PORT");
     if (private_ports.size() == 0) {
         NM_LOG(Debug) << "Empty PRIVATE_PORT info.";
@@ -259,23 +250,36 @@ int setup_site_to_site_load_balance(std::string path) {
     Candidates all = read_candidates(private_ports);
     all.insert(all.begin(), uplinks.begin(), uplinks.end());
     std::sort(all.begin(), all.end());
-    std::sort(uplinks.begin(), uplinks.end());
     load(site_to_site_ip4(all, uplinks, private_ports), "setup_site_to_site_load_balance() failed.");
     load(site_to_site_ip6(uplinks), "setup ipv6 site-to-site load balancing failed.");
-    return NM_EXIT(reload_conditions());
 }
 
-int setup_lan_to_wan_load_balance(std::string path) {
-    NM_LOG(Debug) << "Enter";
+void load_lan_to_wan(const Json::Value&, const Candidates& uplinks) {
+    load(lan_to_wan(uplinks), "setup_lan_to_wan_load_balance() failed.");
+}
+
+int balance(const std::string& path, void (*load_chains)(const Json::Value&, const Candidates&)) {
     Json::Value document;
     Candidates uplinks;
     const int ret = read_uplinks(path, document, uplinks);
     if (ret != NM_OK) {
-        return NM_EXIT(ret);
+        return ret;
     }
     std::sort(uplinks.begin(), uplinks.end());
-    load(lan_to_wan(uplinks), "setup_lan_to_wan_load_balance() failed.");
-    return NM_EXIT(reload_conditions());
+    load_chains(document, uplinks);
+    return reload_conditions();
+}
+
+}  // namespace
+
+int setup_site_to_site_load_balance(std::string path) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(balance(path, load_site_to_site));
+}
+
+int setup_lan_to_wan_load_balance(std::string path) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(balance(path, load_lan_to_wan));
 }
 
 int setup_local_single_wan_nf_condiftion(std::string path) {
