@@ -37,6 +37,26 @@ check_stalls() {
     done
 }
 
+# The device side and the addressing of one port keep out of each other's way.
+check_levels() {
+    local callers=()
+    delete_both
+    signal_service VelanWmd STOP
+    run 1 15 >"$scratch/result" &
+    callers+=("$!")
+    eventually 5 stands >/dev/null || true
+    document "$scratch/device.json" '.WAN_PORT.PORT1.MTU = "1400"'
+    nm_bin Setup_wanif "{\"PORT1\":{\"ops\":4,\"act\":3,\"path\":\"$scratch/device.json\"}}" >"$scratch/device" &
+    callers+=("$!")
+    sleep 2
+    same "the device waits while its addressing is set up" 1500 "$(</sys/class/net/swdev1/mtu)"
+    signal_service VelanWmd CONT
+    wait "${callers[@]}"
+    same "then it has its turn" "0 NM_OK success 0 NM_OK success 1400" \
+        "$(<"$scratch/result") $(<"$scratch/device") $(</sys/class/net/swdev1/mtu)"
+    ip link set swdev1 mtu 1500
+}
+
 # killed DELAY [SERVICE]: an alteration is killed after so many seconds, while the service stalls if one is named;
 # the same request again ends undisturbed.
 killed() {
@@ -70,6 +90,7 @@ cp "$DEVICE_INFO" "$NEW"
 { run 1 15 1 && run 1 15 2; } >/dev/null
 first=$(uplink 1) both=$(uplink 1 && uplink 2)
 check_stalls
+check_levels
 delete_both
 run 1 15 1 >/dev/null & other=$!
 run 1 15 2 >/dev/null
