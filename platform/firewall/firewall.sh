@@ -16,10 +16,11 @@ misused() {
     exit 2
 }
 
-# Rules of both families may match one name: then it is a list, and what is edited is the set of this family in it.
+# Rules of both families match the name lan. On the base of nm-base-rules it is a list, and what is edited is the set
+# of this family in it.
 find_set() {
     set=$1
-    ! ipset -quiet -name list "$family$1" >/dev/null || set=$family$1
+    [ "$set" != lan ] || ! ipset -quiet -name list "${family}lan" >/dev/null || set=${family}lan
 }
 
 edit() {
