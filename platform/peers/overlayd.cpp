@@ -182,6 +182,7 @@ int run(const std::set<std::string>& names) {
     ends_only.sa_flags = SA_NOCLDSTOP;
     sigaction(SIGCHLD, &ends_only, nullptr);
     std::vector<pid_t> children;
+    children.reserve(names.size());
     for (const std::string& name : names) {
         children.push_back(start(name, before));
     }

@@ -89,7 +89,7 @@ int read_uplinks(const std::string& path, Json::Value& document, Candidates& upl
         return ret;
     }
     const Json::Value& ports = nm::json_member(document, "WAN_PORT");
-    if (ports.size() == 0) {
+    if (ports.empty()) {
         NM_LOG(Error) << "Missing WAN_PORT info.";
         return NM_ERR_EMPTY;
     }
@@ -244,7 +244,7 @@ int reload_conditions() {
 
 void load_site_to_site(const Json::Value& document, const Candidates& uplinks) {
     const Json::Value& private_ports = nm::json_member(document, "PRIVATE_PORT");
-    if (private_ports.size() == 0) {
+    if (private_ports.empty()) {
         NM_LOG(Debug) << "Empty PRIVATE_PORT info.";
     }
     Candidates all = read_candidates(private_ports);
