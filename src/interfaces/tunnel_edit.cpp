@@ -20,16 +20,16 @@ struct TunnelEdit {
     const Json::Value& document;
 };
 
-/// A tunnel hangs on an address: without a lease or session there is none.
+/// A tunnel hangs on an address. A port that has no lease at present may still have the tunnel of an earlier
+/// one to tear down; one whose session cannot be asked for is left alone.
 int check_address(UplinkIfaceInfo& info) {
     const std::string ifname = info.get_ifname();
     if (info.get_ip4_type() == "DHCP") {
         DHCP_INFO lease{};
-        const int ret = info.get_dhcp_info(lease);
-        if (ret != NM_OK) {
+        if (info.get_dhcp_info(lease) != NM_OK) {
             NM_LOG(Error) << ifname << " get dhcp info failed.";
         }
-        return ret;
+        return NM_OK;
     }
     if (info.get_ip4_type() != "PPPOE") {
         return NM_OK;
