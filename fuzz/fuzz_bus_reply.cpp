@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include "peers/bus_exchange.h"
-#include "peers/service_bus.h"
+#include "peers/bus/bus_exchange.h"
+#include "peers/bus/service_bus.h"
 #include "result_codes.h"
 
 static std::string reply, text;

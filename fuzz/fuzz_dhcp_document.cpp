@@ -4,7 +4,7 @@
 #include <fstream>
 #include <memory>
 
-#include "services/DhcpService.h"
+#include "services/dhcp/DhcpService.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string words =

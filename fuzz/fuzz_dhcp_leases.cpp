@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "services/dhcp_leases.h"
+#include "services/dhcp/server_leases.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     std::ofstream("/var/lib/dhcpd/dhcpd_fuzz.leases", std::ios::binary)

@@ -2,9 +2,9 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "services/hosts.h"
-#include "services/line_file.h"
-#include "services/name_servers.h"
+#include "services/dns/hosts.h"
+#include "services/dns/name_servers.h"
+#include "services/files/line_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(bytes), size);

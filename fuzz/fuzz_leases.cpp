@@ -2,8 +2,8 @@
 // or nothing, and a lease that is appended to the file is the one that counts.
 #include <cstdlib>
 
-#include "interfaces/lease_info.h"
-#include "kernel/utils/ip_text.h"
+#include "services/leases/lease_info.h"
+#include "utils/ip_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(bytes), size);

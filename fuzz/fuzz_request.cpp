@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "control/setup_frame.h"
-#include "kernel/utils/json_text.h"
+#include "utils/json_text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     static const nm::RequestFamily family{[](std::string, uint32_t act, uint32_t, std::string, Json::Value) {

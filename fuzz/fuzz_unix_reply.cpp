@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "peers/peer_commands.h"
+#include "peers/unix/peer_commands.h"
 
 /// Deeper stacks come out of the parser's library in ever new forms, and fill the memory.
 extern "C" const char* __asan_default_options() {

@@ -1,5 +1,5 @@
 // Log statements. A statement is a stream that is written when it ends; the logger, the file and the
-// format behind it are chosen by peers/logging.h.
+// format behind it are chosen by peers/logs/logging.h.
 //
 //     NM_LOG(Error) << ifname << " does not exist";
 //     return NM_EXIT(result);

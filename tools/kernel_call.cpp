@@ -8,8 +8,8 @@
 #include <kernel/ethtool_utils.h>
 #include <kernel/uplink_routing.h>
 #include <kernel/vlan.h>
-#include <services/lan_dnsmasq.h>
-#include <services/name_servers.h>
+#include <services/dns/lan_dnsmasq.h>
+#include <services/dns/name_servers.h>
 
 #include <cstdio>
 #include <cstdlib>

@@ -8,14 +8,14 @@
 #include <sstream>
 #include <vector>
 
-#include "kernel/Utils.h"
-#include "kernel/utils/file_io.h"
-#include "kernel/utils/handles.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
-#include "peers/bus_exchange.h"
-#include "peers/service_bus.h"
+#include "peers/bus/bus_exchange.h"
+#include "peers/bus/service_bus.h"
 #include "result_codes.h"
+#include "utils/Utils.h"
+#include "utils/file_io.h"
+#include "utils/handles.h"
+#include "utils/json_text.h"
 
 namespace {
 

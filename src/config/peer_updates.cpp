@@ -4,9 +4,9 @@
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
 #include "config/port_names.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/json_text.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // Commands to the peer daemons for an uplink of which only the name or only the id is known; the device
-// document at `path` has the other. The commands themselves are in peers/peer_commands.h.
+// document at `path` has the other. The commands themselves are in peers/unix/peer_commands.h.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "peers/peer_commands.h"
+#include "peers/unix/peer_commands.h"
 
 #pragma GCC visibility push(default)
 

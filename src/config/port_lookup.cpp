@@ -7,11 +7,11 @@
 #include "config/nmconfig.h"
 #include "config/port_names.h"
 #include "config/schema.h"
-#include "kernel/Utils.h"
 #include "kernel/link.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/Utils.h"
+#include "utils/json_text.h"
 
 namespace {
 

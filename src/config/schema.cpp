@@ -7,8 +7,8 @@
 
 #include "config/port_lookup.h"
 #include "config/port_names.h"
-#include "kernel/Utils.h"
 #include "log.h"
+#include "utils/Utils.h"
 
 const std::map<std::string, int> ifacetype_map{
     {"NONE", 0}, {"WAN", 1}, {"PRIVATE", 2}, {"RGLINK", 3}, {"LAN", 4}};

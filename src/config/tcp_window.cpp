@@ -5,10 +5,10 @@
 #include <cstdlib>
 
 #include "config/nmconfig.h"
-#include "kernel/Utils.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/Utils.h"
+#include "utils/json_text.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 
 #include "config/nmconfig.h"
 #include "control/setup_frame.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
-#include "policy/edge_rules_tcp_mss.h"
+#include "policy/edge/tcp_mss.h"
 #include "result_codes.h"
-#include "services/hosts.h"
+#include "services/dns/hosts.h"
+#include "utils/json_text.h"
 
 namespace {
 

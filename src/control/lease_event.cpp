@@ -22,17 +22,17 @@
 #include "config/port_lookup.h"
 #include "config/schema.h"
 #include "control/setup_frame.h"
-#include "interfaces/BaseWanIfaceInfo.h"
-#include "interfaces/WanIfaceInfo.h"
+#include "interfaces/uplink/BaseWanIfaceInfo.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
 #include "kernel/address.h"
 #include "kernel/link.h"
 #include "kernel/uplink_routing.h"
-#include "kernel/utils/handles.h"
-#include "kernel/utils/ip_text.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"
-#include "services/name_servers.h"
+#include "services/dns/name_servers.h"
+#include "utils/handles.h"
+#include "utils/ip_text.h"
+#include "utils/json_text.h"
 
 namespace {
 

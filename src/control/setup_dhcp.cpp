@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "control/setup_frame.h"
-#include "services/DhcpService.h"
+#include "services/dhcp/DhcpService.h"
 
 namespace {
 

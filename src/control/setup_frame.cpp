@@ -3,10 +3,10 @@
 
 #include "config/actions.h"
 #include "config/nmconfig.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
-#include "peers/logging.h"
+#include "peers/logs/logging.h"
 #include "result_codes.h"
+#include "utils/json_text.h"
 
 namespace {
 

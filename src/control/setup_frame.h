@@ -1,6 +1,6 @@
 // The frame of every setup call, written once: an entry that shields the caller, a request layer that parses
-// and loops over the targets, and a target layer (interfaces/target.h) that works one of them. A family of
-// ports, information objects or services is a row for each layer.
+// and loops over the targets, and a target layer (interfaces/common/target.h) that works one of them. A
+// family of ports, information objects or services is a row for each layer.
 #pragma once
 
 #include <json/value.h>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "interfaces/target.h"
+#include "interfaces/common/target.h"
 
 namespace nm {
 

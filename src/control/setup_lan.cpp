@@ -6,10 +6,10 @@
 
 #include "config/schema.h"
 #include "control/setup_frame.h"
-#include "interfaces/LanIfaceInfo.h"
-#include "interfaces/LanInterface.h"
-#include "interfaces/VlanBrif.h"
-#include "peers/service_bus.h"
+#include "interfaces/lan/LanIfaceInfo.h"
+#include "interfaces/lan/LanInterface.h"
+#include "interfaces/lan/VlanBrif.h"
+#include "peers/bus/service_bus.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 
 #include "config/tcp_window.h"
 #include "control/setup_frame.h"
-#include "interfaces/WanIfaceInfo.h"
-#include "interfaces/WanInterface.h"
-#include "policy/load_balance.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
+#include "interfaces/uplink/WanInterface.h"
+#include "policy/balance/load_balance.h"
 
 int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
     static const nm::Family<WanInterface> family{

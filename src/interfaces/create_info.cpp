@@ -5,8 +5,8 @@
 #include <iterator>
 #include <utility>
 
-#include "interfaces/LanIfaceInfo.h"
-#include "interfaces/WanIfaceInfo.h"
+#include "interfaces/lan/LanIfaceInfo.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
 #include "log.h"
 #include "result_codes.h"
 

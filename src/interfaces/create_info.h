@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "interfaces/BaseIfaceInfo.h"
+#include "interfaces/common/BaseIfaceInfo.h"
 
 #pragma GCC visibility push(default)
 

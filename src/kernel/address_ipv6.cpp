@@ -19,15 +19,15 @@
 #include "kernel/device_path.h"
 #include "kernel/link.h"
 #include "kernel/netlink.h"
-#include "kernel/utils/file_io.h"
-#include "kernel/utils/files.h"
-#include "kernel/utils/handles.h"
-#include "kernel/utils/mac.h"
-#include "kernel/utils/process.h"
-#include "kernel/utils/shell_text.h"
-#include "kernel/utils/units.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/file_io.h"
+#include "utils/files.h"
+#include "utils/handles.h"
+#include "utils/mac.h"
+#include "utils/process.h"
+#include "utils/shell_text.h"
+#include "utils/units.h"
 
 namespace {
 

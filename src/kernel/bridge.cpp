@@ -8,9 +8,9 @@
 
 #include "kernel/device_path.h"
 #include "kernel/netlink.h"
-#include "kernel/utils/directories.h"
-#include "kernel/utils/files.h"
 #include "result_codes.h"
+#include "utils/directories.h"
+#include "utils/files.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <fcntl.h>
 
-#include "kernel/utils/file_io.h"
+#include "utils/file_io.h"
 
 namespace nm {
 

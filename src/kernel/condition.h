@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "kernel/utils/handles.h"
+#include "utils/handles.h"
 
 namespace nm {
 

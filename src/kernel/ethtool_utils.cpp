@@ -14,10 +14,10 @@
 #include <string>
 
 #include "kernel/link.h"
-#include "kernel/utils/device_facts.h"
-#include "kernel/utils/handles.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/device_facts.h"
+#include "utils/handles.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "kernel/netlink.h"
-#include "kernel/utils/handles.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/handles.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
-#include "kernel/Utils.h"
 #include "log.h"
+#include "utils/Utils.h"
 
 std::string get_pure_ifname(std::string ifname) {
     const size_t start = ifname.find("swdev");

@@ -16,9 +16,9 @@
 #include "kernel/policy_netlink.h"
 #include "kernel/route.h"
 #include "kernel/rule.h"
-#include "kernel/utils/device_facts.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/device_facts.h"
 
 namespace {
 

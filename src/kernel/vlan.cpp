@@ -14,11 +14,11 @@
 
 #include "kernel/link.h"
 #include "kernel/netlink.h"
-#include "kernel/utils/files.h"
-#include "kernel/utils/handles.h"
-#include "kernel/utils/json_text.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/files.h"
+#include "utils/handles.h"
+#include "utils/json_text.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "config/actions.h"
 #include "fake_pppoe.h"
-#include "interfaces/available_info.h"
+#include "interfaces/uplink/available_info.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 

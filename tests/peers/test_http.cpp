@@ -6,10 +6,10 @@
 #include <chrono>
 
 #include "fake_service.h"
-#include "peers/appliance_services.h"
-#include "peers/device_log.h"
-#include "peers/http.h"
-#include "peers/service_bus.h"
+#include "peers/bus/appliance_services.h"
+#include "peers/bus/service_bus.h"
+#include "peers/http/http.h"
+#include "peers/logs/device_log.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"

@@ -10,7 +10,7 @@
 #include <regex>
 
 #include "log.h"
-#include "peers/logging.h"
+#include "peers/logs/logging.h"
 #include "sandbox_fixture.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <future>
 
 #include "config/peer_updates.h"
-#include "peers/unix_cli.h"
+#include "peers/unix/unix_cli.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"

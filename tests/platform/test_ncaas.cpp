@@ -1,7 +1,7 @@
 // The configuration service as its callers meet it: a process on the bus.
 #include <gmock/gmock.h>
 
-#include "peers/bus_exchange.h"
+#include "peers/bus/bus_exchange.h"
 #include "sandbox_fixture.h"
 
 namespace {

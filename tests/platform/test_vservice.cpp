@@ -13,8 +13,8 @@
 #include <optional>
 #include <thread>
 
-#include "kernel/utils/handles.h"
 #include "sandbox_fixture.h"
+#include "utils/handles.h"
 
 using namespace std::string_literals;
 using namespace std::chrono;

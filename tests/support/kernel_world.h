@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "kernel/Utils.h"
 #include "sandbox_fixture.h"
+#include "utils/Utils.h"
 
 namespace kernel_world {
 

@@ -14,8 +14,8 @@
 #include <fstream>
 #include <string>
 
-#include "kernel/utils/json_text.h"
-#include "peers/logging.h"
+#include "peers/logs/logging.h"
+#include "utils/json_text.h"
 
 namespace fixture {
 

@@ -1,8 +1,8 @@
 // A command that records what it is asked and does nothing.
 #pragma once
 
-#include "kernel/utils/process.h"
 #include "sandbox_fixture.h"
+#include "utils/process.h"
 
 namespace fixture {
 

@@ -1,0 +1,100 @@
+// Construction of the device side of a port from its entry in the configuration.
+#include "interfaces/common/BaseInterface.h"
+
+#include <cstdlib>
+#include <map>
+#include <utility>
+
+#include "config/actions.h"
+#include "config/nmconfig.h"
+#include "config/port_lookup.h"
+#include "log.h"
+#include "result_codes.h"
+#include "utils/json_text.h"
+
+namespace {
+
+const std::map<int, const char*>& sections() {
+    static const std::map<int, const char*> table{
+        {KIND_WAN, "WAN_PORT"}, {KIND_PRIVATE, "PRIVATE_PORT"}, {KIND_RGLINK, "RGLINK_PORT"}};
+    return table;
+}
+
+/// A rate stored as a JSON number is no rate: the line speed stands in for it.
+unsigned long read_rate(const Json::Value& entry, const char* key, const std::string& line_speed) {
+    return strtoul(nm::json_string_or(entry, key, line_speed).c_str(), nullptr, 10);
+}
+
+}  // namespace
+
+BaseInterface::BaseInterface(std::string port, std::string path)
+    : path(std::move(path)), portname(std::move(port)) {
+    if (portname.empty() || this->path.empty()) {
+        throw NM_ERR_NULL_ARG;
+    }
+    NM_LOG(Info) << "\nport: " << portname << "\npath: " << this->path;
+}
+
+BaseWanInterface::BaseWanInterface(int type, std::string port, std::string path, Json::Value cfg)
+    : BaseInterface(std::move(port), std::move(path)), type(type) {
+    const int ret = cfg.empty() ? get_config() : get_config_from_json(std::move(cfg));
+    if (ret != NM_OK) {
+        throw ret;
+    }
+}
+
+int BaseWanInterface::get_config() {
+    Json::Value document;
+    if (json_file_to_mem(path, document) < 0) {
+        return NM_ERR_NOT_FOUND;
+    }
+    return get_config_from_json(std::move(document));
+}
+
+int BaseWanInterface::get_config_from_json(Json::Value cfg) {
+    const auto section = sections().find(type);
+    if (section == sections().end()) {
+        return NM_ERR_BAD_TYPE;
+    }
+    const Json::Value& entry = nm::json_member(nm::json_member(cfg, section->second), portname);
+    if (entry.empty()) {
+        return NM_ERR_NO_SECTION;
+    }
+    if (!entry.isObject()) {
+        NM_LOG(Error) << "[" << section->second << "]-[" << portname << "] is not valid format";
+        return NM_ERR_BAD_FORMAT;
+    }
+    interface = nm::json_text(entry, "INTERFACE");
+    prio = atoi(nm::json_text(entry, "PRIO", "1").c_str());
+    mtu = atoi(nm::json_text(entry, "MTU", "1500").c_str());
+    const std::string line_speed = nm::json_text(entry, "ISP_BW", "0");
+    rx_rate = read_rate(entry, "RX_RATE", line_speed);
+    tx_rate = read_rate(entry, "TX_RATE", line_speed);
+    dev_type = nm::json_text(entry, "DEV_TYPE");
+    hw_port = find_hw_port(portname);
+    return NM_OK;
+}
+
+int check_base_wan_interface_format(std::string section, Json::Value& root, bool& changed) {
+    if (nm::json_member(root, section).empty()) {
+        NM_LOG(Debug) << "[" << section << "] is empty, return.";
+        return NM_OK;
+    }
+    Json::Value& ports = root[section];
+    for (auto port = ports.begin(); port != ports.end(); ++port) {
+        if (!port->isObject()) {
+            continue;
+        }
+        const std::string line_speed = nm::json_string_or(*port, "ISP_BW", "1000000000");
+        for (const char* rate : {"RX_RATE", "TX_RATE"}) {
+            if (nm::json_member(*port, rate).isString()) {
+                continue;
+            }
+            (*port)[rate] = line_speed;
+            NM_LOG(Debug) << "Fix [" << section << "]-[" << port.name() << "]-[" << rate << "] as "
+                          << line_speed;
+            changed = true;
+        }
+    }
+    return NM_OK;
+}

@@ -1,0 +1,116 @@
+// The life cycle of an uplink's addressing.
+#include "interfaces/uplink/UplinkIfaceInfo.h"
+
+#include <utility>
+
+#include "config/actions.h"
+#include "config/nmconfig.h"
+#include "log.h"
+#include "result_codes.h"
+#include "services/dns/name_servers.h"
+
+namespace {
+
+constexpr unsigned char kIp4 = 2;
+
+/// Modes of disable_ipv4() and disable_ipv6(): whether a dynamic type follows.
+constexpr int kNothingFollows = 0;
+constexpr int kDynamicFollows = 2;
+
+}  // namespace
+
+UplinkIfaceInfo::UplinkIfaceInfo(const UplinkKind& kind, std::string ifname, std::string path,
+                                 Json::Value cfg)
+    : BaseWanIfaceInfo(kind.type, std::move(ifname), std::move(path), std::move(cfg)), kind(kind) {
+}
+
+int UplinkIfaceInfo::bring_up(uint32_t opt) {
+    return setup_info(opt);
+}
+
+int UplinkIfaceInfo::disable_ipv6(int) {
+    return NM_OK;
+}
+
+int UplinkIfaceInfo::setup_tun6(int) {
+    return NM_OK;
+}
+
+int UplinkIfaceInfo::add_info(uint32_t opt) {
+    NM_LOG(Debug) << "Enter";
+    register_uplink(true);
+    const int ret = bring_up(opt);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << kind.add_failed << ifname;
+    }
+    return NM_EXIT(ret);
+}
+
+int UplinkIfaceInfo::del_info(uint32_t) {
+    NM_LOG(Debug) << "Enter";
+    // The object was built before its lock was got, and a lease or session may have come in between.
+    read_runtime_state();
+    if (disable_ipv6(kNothingFollows) != NM_OK) {
+        NM_LOG(Error) << "Disable ipv6 failed, interface: " << ifname;
+    }
+    const int ret = disable_ipv4(kNothingFollows);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Disable ipv4 failed, interface: " << ifname;
+    }
+    register_uplink(false);
+    return NM_EXIT(ret);
+}
+
+int UplinkIfaceInfo::alt_info(uint32_t opt) {
+    NM_LOG(Debug) << "Enter";
+    int ret = NM_OK;
+    const std::unique_ptr<UplinkIfaceInfo> stored = make_stored(ret);
+    if (stored == nullptr) {
+        NM_LOG(Error) << ifname << " does not exist in " << kDeviceInfoPath;
+        return NM_EXIT(ret);
+    }
+    take_stored_down(*stored, opt);
+    return NM_EXIT(bring_up(opt));
+}
+
+/// What fails here is logged where it fails: the new state is set up all the same.
+void UplinkIfaceInfo::take_stored_down(UplinkIfaceInfo& stored, uint32_t opt) {
+    if ((opt & OPT_LINK) != 0 && (ip4_type == "PPPOE" || stored.ip4_type == "PPPOE")) {
+        (void)stored.del_info(opt);
+        return;
+    }
+    if ((opt & OPT_IP4) != 0) {
+        (void)stored.disable_ipv4(ip4_type == "DHCP" ? kDynamicFollows : kNothingFollows);
+    }
+    if ((opt & OPT_IP6) != 0) {
+        (void)stored.disable_ipv6(ip6_type == "STATIC" ? kNothingFollows : kDynamicFollows);
+    }
+}
+
+std::unique_ptr<BaseWanInterface> UplinkIfaceInfo::get_interface() {
+    int ret = NM_OK;
+    std::unique_ptr<BaseWanInterface> device = make_interface(ret);
+    if (device == nullptr) {
+        NM_LOG(Error) << ifname << " creates " << kind.device_class << " instance failed, ret=" << ret;
+    }
+    return device;
+}
+
+int UplinkIfaceInfo::get_interface_prio(uint32_t& prio) {
+    prio = 1;
+    const std::unique_ptr<BaseWanInterface> device = get_interface();
+    if (device == nullptr) {
+        NM_LOG(Error) << "Failed to do get_interface!";
+        return NM_ERR_NO_IFACE;
+    }
+    prio = static_cast<uint32_t>(device->get_prio());
+    return NM_OK;
+}
+
+int UplinkIfaceInfo::add_dns4() {
+    return insert_dns_server(ip4_dns, run_ifname);
+}
+
+int UplinkIfaceInfo::del_dns4() {
+    return remove_dns_server(run_ifname, kIp4);
+}

@@ -1,0 +1,158 @@
+// The addressing of an uplink: its life cycle, its IPv4 side, its PPPoE session, and what the overlay's
+// services are told of it. Private ports and RGLinks do most of it as WAN ports do. What differs is a row of
+// UplinkKind or an operation that a kind overrides.
+//
+// Operations take no lock: whoever builds the object holds the lock of its name. A failure after the address
+// is set is logged and passed over, and no overlay service undoes or ends anything: an uplink comes up as far
+// as it can.
+#pragma once
+
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "interfaces/common/BaseInterface.h"
+#include "interfaces/uplink/BaseWanIfaceInfo.h"
+
+#pragma GCC visibility push(default)
+
+/// The words and numbers in which the kinds of uplinks differ.
+struct UplinkKind {
+    int type;                   ///< KIND_WAN, ...
+    const char* device_class;   ///< class of the device side, for the log
+    const char* info_class;     ///< class of the addressing side, for the log
+    const char* add_failed;     ///< begins the line that says that add_info() failed
+    int mark;                   ///< whether firewall marks assign packets to it: `mark` of set_ip4_rule()
+    const char* tunnel_method;  ///< method of the overlay service that sets up its tunnel
+    bool tunnel_is_operated;    ///< whether that method is told to set up or to tear down
+    const char* link_daemon;    ///< its daemon "mlmd" runs as the unit "nm-mlmd@"
+    bool daemon_log_is_brief;   ///< whether the lines about that daemon leave the interface out
+    const char* monitor_type;   ///< `type` for the link monitor in the place of `id`; null for none
+    std::vector<std::string> ip4_types;     ///< what `IP4_TYPE` may be
+    std::vector<std::string> tunnel_types;  ///< with which of them there is a tunnel
+};
+
+class UplinkIfaceInfo : public BaseWanIfaceInfo {
+public:
+    /// Throws as BaseWanIfaceInfo does. `kind` outlives the object.
+    UplinkIfaceInfo(const UplinkKind& kind, std::string ifname, std::string path, Json::Value cfg);
+
+    /// Registers the uplink and sets it up. The result is that of the setup.
+    int add_info(uint32_t opt) override;
+    /// Takes down what the stored document says and `opt` names, then sets up this state. The link settings
+    /// of a PPPoE port, before or after, take all of it down. The result is that of the setup, or the code
+    /// of building the stored state.
+    int alt_info(uint32_t opt) override;
+    /// Takes everything down, whatever fails. The result is that of disable_ipv4(): a failure of the IPv6
+    /// side is only logged.
+    int del_info(uint32_t opt) override;
+
+    /// What the client for dynamic addresses, or the dialler, calls with a lease that comes ("add") or goes
+    /// ("del"). The overlay is told in any case; the result is that of set_dhcp_source_route().
+    int dhcp_source_route_cb(DHCP_INFO& info, std::string& act) override;
+    /// Empties the table and rules of the uplink and, on "add", fills them from the lease. 0;
+    /// NM_ERR_BAD_ACT; NM_ERR_NO_IFACE; NM_ERR_EMPTY for a lease without address, netmask or gateway; the
+    /// first failure of kernel/uplink_routing.h.
+    int set_dhcp_source_route(DHCP_INFO& info, std::string& act);
+
+    /// Removes addresses, routes, rules, set members and host names, and tells the overlay. `mode` is that of
+    /// setup_ipv4_dhcp(). Goes on after a failure; the first one is the result. Peers and sets do not count.
+    int disable_ipv4(int mode) override;
+    /// 0; NM_ERR_BAD_TYPE for a type that the kind does not have; the code of the type's setup.
+    int setup_ipv4(uint32_t opt) override;
+    /// 0; NM_ERR_SERVICE if the client does not start; the code of kill_ipv4_dhcp().
+    int setup_ipv4_dhcp(int mode) override;
+    /// 0; NM_ERR_BAD_IP for a bad address or prefix; NM_ERR_NO_IFACE; the code of setting the address.
+    int setup_ipv4_static() override;
+
+    /// NM_ERR_EMPTY without a user name; else setup_pppoe_service(1).
+    int setup_pppoe(uint32_t opt) override;
+    /// 1 stores the session's configuration and dials, 0 stops the session and removes what belongs to it. 0;
+    /// NM_ERR_BAD_TYPE for stopping what is no PPPoE port; a code of vpppoe.h less 1702. A stop goes on after
+    /// a failure; the first one is the result.
+    virtual int setup_pppoe_service(int mode);
+
+    /// The IPv6 side; nothing on kinds without one. `mode` 2 says that a dynamic type follows.
+    virtual int disable_ipv6(int mode);
+
+    /// The overlay's services: `mode` 1 sets up, any other value tears down. 0; NM_ERR_BAD_TYPE;
+    /// NM_ERR_BAD_IP for a gateway or address that is none; NM_ERR_NO_IFACE if the device side cannot be
+    /// built or has no rate; the code of the call; NM_ERR_PARSE; else the service's own error,
+    /// NM_ERR_BAD_ACT for a reply without one. "STATIC" takes the configured gateway or address in the place
+    /// of the argument.
+    ///
+    /// The tunnel's end, with the inspection of its traffic and the link daemon behind it. A device without
+    /// an id has no tunnels: 0.
+    virtual int setup_tun(int mode);
+    /// The same for IPv6, without the daemon; nothing on kinds without IPv6.
+    virtual int setup_tun6(int mode);
+    /// The monitor of the link `name`, which is told the rate of the port.
+    virtual int setup_wan_monitor(int mode, std::string name, std::string gateway);
+    /// The local site of the IPsec service. Its result is not looked into.
+    virtual int setup_ipsec(int mode, std::string address);
+    /// The daemon of the link, a unit that is told where the configuration lies. 0 or the unit's code;
+    /// NM_ERR_BAD_FORMAT for a path that no unit can be told.
+    int setup_link_daemon(int mode);
+
+    /// Adds or removes (`action` "add", "del") the uplink's address `ip` in the sets that the rule sets match
+    /// on: localip, the appliance's addresses, and WANIFSET, addresses with the interface that they belong
+    /// to. 0, also without an address; the first failure of edit_ipset().
+    int setup_ipset(const std::string& action, const std::string& ip);
+
+    /// Adds or removes the configured name servers as those of the interface that the traffic runs on.
+    int add_dns4();
+    int del_dns4();
+
+    /// The priority of the port among the uplinks; 1 with NM_ERR_NO_IFACE if its device side cannot be built.
+    int get_interface_prio(uint32_t& prio);
+
+protected:
+    /// The device side of the port, null with the code if it cannot be built.
+    virtual std::unique_ptr<BaseWanInterface> make_interface(int& ret) = 0;
+    /// The same with the failure logged.
+    std::unique_ptr<BaseWanInterface> get_interface();
+    /// The addressing that the stored document describes, null with the code if it cannot be built.
+    virtual std::unique_ptr<UplinkIfaceInfo> make_stored(int& ret) = 0;
+
+    /// Tells the health manager that the uplink comes or goes. Nothing depends on what it answers.
+    virtual void register_uplink(bool comes) = 0;
+    /// What add and alter end with. setup_info(), unless a kind dials its sessions past it.
+    virtual int bring_up(uint32_t opt);
+    /// setup_ipv4() of a PPPoE port.
+    virtual int setup_ipv4_pppoe(uint32_t opt) = 0;
+    /// Starts the session of setup_pppoe_service().
+    virtual int start_pppoe();
+
+    /// One call to the overlay for a tunnel's end; `label` names it in the log and `prefix` begins the name
+    /// of its device. With 0 a tunnel was set up or torn down, and `has_tunnel` says whether there is one at
+    /// all.
+    int request_tunnel(int mode, const char* method, const char* label, bool& has_tunnel);
+    /// Traffic inspection of the tunnel, whose name begins with `prefix` and follows from the port's.
+    void inspect_tunnel(int mode, const std::string& prefix);
+    /// One call to the IPsec service about the local site of `address`, under the key `key`.
+    int edit_local_site(int mode, const char* method, const char* key, const std::string& address);
+
+    void set_up_overlays(int mode, const std::string& address, const std::string& gateway);
+    void tell_peers();
+    void forget_at_peers();
+    void take_down_overlays();
+
+    const UplinkKind& kind;
+
+private:
+    int disable_ip(int mode);
+    int disable_session();
+    int remove_addresses();
+    std::string address_in_sets();
+    int write_static_address();
+    void write_static_routes();
+    int write_dhcp_routes(const DHCP_INFO& info);
+    int write_stop_flag();
+    int stop_pppoe();
+    void take_stored_down(UplinkIfaceInfo& stored, uint32_t opt);
+    Json::Value monitor_target(const std::string& name);
+};
+
+#pragma GCC visibility pop

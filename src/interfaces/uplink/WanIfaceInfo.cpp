@@ -1,0 +1,166 @@
+// The addressing side of a WAN port: what it does in ways of its own.
+#include "interfaces/uplink/WanIfaceInfo.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+#include "config/actions.h"
+#include "config/nmconfig.h"
+#include "interfaces/common/factory.h"
+#include "interfaces/uplink/WanInterface.h"
+#include "interfaces/uplink/tunnel_edit.h"
+#include "kernel/link_state.h"
+#include "log.h"
+#include "peers/bus/service_bus.h"
+#include "result_codes.h"
+#include "utils/json_text.h"
+
+namespace {
+
+const UplinkKind& wan_kind() {
+    static const UplinkKind kind = [] {
+        UplinkKind wan{};
+        wan.type = KIND_WAN;
+        wan.device_class = "WanInterface";
+        wan.add_failed = "Add info failed, interface: ";
+        wan.mark = 1;
+        wan.tunnel_method = "Setup_TUN";
+        wan.tunnel_is_operated = true;
+        wan.link_daemon = "mlmd";
+        wan.daemon_log_is_brief = true;
+        wan.ip4_types = {"DHCP", "STATIC", "PPPOE", "DISABLED"};
+        wan.tunnel_types = {"PPPOE", "DHCP", "STATIC"};
+        return wan;
+    }();
+    return kind;
+}
+
+std::string lower_case(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return tolower(c); });
+    return text;
+}
+
+void tell_health_manager(const char* method, const Json::Value& request) {
+    std::string input = nm::write_compact_json(request);
+    std::string output;
+    (void)vservice_call("nm-hmgr", method, input, output, false);  // it logs; the uplink comes up without
+}
+
+/// An empty `document` means the stored one.
+std::unique_ptr<UplinkIfaceInfo> make_info(const std::string& ifname, const Json::Value& document, int& ret) {
+    WanIfaceInfo* info = nullptr;
+    ret = create_WAN_INFO(&info, ifname, kDeviceInfoPath, document);
+    return std::unique_ptr<UplinkIfaceInfo>(info);
+}
+
+}  // namespace
+
+WanIfaceInfo::WanIfaceInfo(std::string ifname, std::string path, Json::Value cfg)
+    : UplinkIfaceInfo(wan_kind(), std::move(ifname), std::move(path), std::move(cfg)) {
+}
+
+std::unique_ptr<BaseWanInterface> WanIfaceInfo::make_interface(int& ret) {
+    WanInterface* wan = nullptr;
+    ret = create_WAN(&wan, portname, path, cfg);
+    return std::unique_ptr<BaseWanInterface>(wan);
+}
+
+std::unique_ptr<UplinkIfaceInfo> WanIfaceInfo::make_stored(int& ret) {
+    return make_info(ifname, Json::Value(), ret);
+}
+
+void WanIfaceInfo::register_uplink(bool comes) {
+    Json::Value request;
+    request["id"] = id_;
+    if (!comes) {
+        tell_health_manager("RemoveWan", request);
+        return;
+    }
+    const std::unique_ptr<BaseWanInterface> device = get_interface();
+    if (device == nullptr) {
+        return;
+    }
+    Json::Value& info = request["info"];
+    info["ifname"] = run_ifname;
+    info["ip4_type"] = lower_case(ip4_type);
+    info["ip6_type"] = lower_case(ip6_type);
+    info["rx_rate"] = static_cast<Json::UInt64>(device->get_rx_rate());
+    info["tx_rate"] = static_cast<Json::UInt64>(device->get_tx_rate());
+    info["iface_type"] = iface_type;
+    tell_health_manager("AddWan", request);
+}
+
+/// A session is dialled whatever changed: its far end gives all that the mask could name.
+int WanIfaceInfo::bring_up(uint32_t opt) {
+    return ip4_type == "PPPOE" ? setup_pppoe_service(1) : setup_info(opt);
+}
+
+int WanIfaceInfo::setup_ipv4_pppoe(uint32_t) {
+    NM_LOG(Debug) << "Skip setup PPPoE.";
+    return NM_OK;
+}
+
+int WanIfaceInfo::setup_ipv6(uint32_t opt) {
+    NM_LOG(Trace) << "Interface : " << ifname << ", ip6_type: " << ip6_type << ", opt: " << opt;
+    if (ip6_type == "DISABLED" || ip6_type == "PPPOEV6") {
+        NM_LOG(Debug) << ip6_type << "; do nothing.";
+        return NM_OK;
+    }
+    NM_LOG(Error) << ifname << ": ip6_type " << ip6_type << " is not served.";
+    return NM_ERR_BAD_TYPE;
+}
+
+int WanIfaceInfo::disable_ipv6(int mode) {
+    if (ip6_type == "PPPOEV6") {
+        return setup_pppoe_service(0);
+    }
+    if (ip6_type == "DISABLED") {
+        NM_LOG(Debug) << ifname << " does not enable IPv6.";
+        return NM_OK;
+    }
+    NM_LOG(Debug) << "DHCP act: " << mode << "; " << ifname << " has no IPv6 to disable.";
+    return NM_OK;
+}
+
+int WanIfaceInfo::setup_tun6(int mode) {
+    NM_LOG(Debug) << "Enter";
+    bool has_tunnel = false;
+    const int ret = request_tunnel(mode, "Setup_TUN6", "'s Tunnnel6.", has_tunnel);
+    if (ret == NM_OK && has_tunnel) {
+        inspect_tunnel(mode, "ip6tun");
+    }
+    return NM_EXIT(ret);
+}
+
+int WanIfaceInfo::setup_ipsec6(int mode, std::string address) {
+    NM_LOG(Debug) << (mode == 1 ? "Add " : "Del ") << ifname << "'s ipsec6 configuration.";
+    if (mode == 1) {
+        NM_LOG(Debug) << ifname << "'s ipv6 address [" << address << "].";
+    }
+    return edit_local_site(mode, "ipsec.edit_local_site_ip6", "ip6", address);
+}
+
+int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(nm::build(info, "info", ifname, path, cfg));
+}
+
+int edit_tunnels(int op) {
+    return nm::edit_tunnels_of({"WAN_IFACE_INFO", "WanIfaceInfo", make_info}, op);
+}
+
+int check_iface_link_up(WanIfaceInfo* info, unsigned int act) {
+    if ((act & OPT_LINK_TOLD) == 0) {
+        if (info == nullptr) {
+            NM_LOG(Error) << "info is NULL";
+            return 0;
+        }
+        return is_interface_link_up(info->get_ifname(), info->get_dev_type());
+    }
+    if ((act & OPT_LINK_TOLD_UP) == 0) {
+        NM_LOG(Debug) << "Interface is down";
+        return 0;
+    }
+    return 1;
+}

@@ -1,0 +1,168 @@
+// What each uplink has in force, put together from its configuration, the kernel, and its lease or session.
+#include "interfaces/uplink/available_info.h"
+
+#include <vpppoe.h>
+
+#include <cstdlib>
+#include <memory>
+
+#include "config/nmconfig.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
+#include "kernel/link_state.h"
+#include "log.h"
+#include "result_codes.h"
+#include "utils/json_text.h"
+
+namespace {
+
+/// A runtime address has a prefix unless it is `whole`, the length of a whole address.
+available_address address_in_force(const std::string& type, const std::string& runtime, int whole) {
+    const size_t slash = runtime.find('/');
+    available_address address;
+    address.type = type;
+    address.addr = runtime.substr(0, slash);
+    if (!address.addr.empty()) {
+        address.prefix = slash == std::string::npos ? whole : atoi(runtime.c_str() + slash + 1);
+    }
+    return address;
+}
+
+template <class Lease>
+std::vector<std::string> servers_of(const Lease& lease) {
+    std::vector<std::string> servers;
+    for (const char* server : {lease.dns1, lease.dns2}) {
+        if (*server != '\0') {
+            servers.emplace_back(server);
+        }
+    }
+    return servers;
+}
+
+/// A lease that cannot be read is told in the log and has no servers.
+std::vector<std::string> ip4_servers(BaseWanIfaceInfo& info) {
+    DHCP_INFO lease{};
+    if (info.get_ip4_type() == "STATIC") {
+        return info.get_ip4_dns();
+    }
+    if (info.get_ip4_type() == "DHCP") {
+        (void)info.get_dhcp_info(lease);
+    }
+    if (info.get_ip4_type() == "PPPOE") {
+        (void)cast_ppp_cfg_into_dhcp_info(info.get_ifname(), lease);
+    }
+    return servers_of(lease);
+}
+
+/// A lease file outlives its lease: what it says counts as long as the interface has an address.
+available_address ip4_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
+    available_address address = address_in_force(info.get_ip4_type(), info.get_runtime_ip4(), 32);
+    if (address.type == "STATIC" || !address.addr.empty()) {
+        address.gw = info.get_curr_gw();
+        address.dns = comprehensive ? ip4_servers(info) : address.dns;
+    }
+    return address;
+}
+
+available_address ip6_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
+    available_address address = address_in_force(info.get_ip6_type(), info.get_runtime_ip6(), 128);
+    const bool is_static = address.type == "STATIC";
+    DHCP6_INFO lease{};
+    if (!is_static && !address.addr.empty()) {
+        (void)info.get_dhcp6_info(lease);  // as above
+    }
+    address.gw = is_static ? info.get_ip6_gw() : lease.gateway;
+    if (comprehensive) {
+        address.dns = is_static ? info.get_ip6_dns() : servers_of(lease);
+    }
+    return address;
+}
+
+/// is_iface_up() looks at the port's device, which says nothing of a session on it.
+bool is_up(BaseWanIfaceInfo& info) {
+    if (info.get_ip4_type() != "PPPOE") {
+        return is_iface_up(info.get_run_ifname()) == 1;
+    }
+    pppoe_status session{};
+    return get_pppoe_status(info.get_ifname().c_str(), &session) == VPPPOE_SUCCESS && session.running == 1;
+}
+
+void write_address(const available_address& address, const std::string& family, bool comprehensive,
+                   Json::Value& record) {
+    record[family + "_TYPE"] = address.type;
+    record[family + "_ADDR"] = address.addr;
+    record[family + "_PREFIX"] = address.prefix;
+    record[family + "_GW"] = address.gw;
+    if (!comprehensive) {
+        return;
+    }
+    record[family + "_DNS"] = Json::arrayValue;
+    for (const std::string& server : address.dns) {
+        record[family + "_DNS"].append(server);
+    }
+}
+
+/// One section with the factory of its family, so that another kind of uplink is one more call.
+template <class Info>
+int collect(std::vector<available_base_wan_status>& records, const std::string& path, const char* section,
+            bool comprehensive, int (*create)(Info**, std::string, std::string, Json::Value)) {
+    Json::Value document;
+    const int ret = json_file_to_mem(path, document);
+    if (ret < 0) {
+        return ret;
+    }
+    records.clear();
+    const Json::Value& entries = nm::json_member(document, section);
+    for (auto entry = entries.begin(); entries.isObject() && entry != entries.end(); ++entry) {
+        Info* built = nullptr;
+        const int create_ret = create(&built, entry.name(), path, document);
+        const std::unique_ptr<Info> info(built);
+        if (info == nullptr) {
+            NM_LOG(Error) << entry.name() << " has no status, ret=" << create_ret;
+            continue;
+        }
+        records.push_back(nm::uplink_status(*info, comprehensive));
+    }
+    return NM_OK;
+}
+
+}  // namespace
+
+namespace nm {
+
+available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive) {
+    available_base_wan_status status;
+    status.id = info.id();
+    status.portname = info.get_portname();
+    status.interface = info.get_ifname();
+    status.ifname = info.get_run_ifname();
+    status.ifindex = info.get_ifindex();
+    status.up = is_up(info);
+    status.ip4 = ip4_in_force(info, comprehensive);
+    status.ip6 = ip6_in_force(info, comprehensive);
+    return status;
+}
+
+Json::Value status_json(const std::vector<available_base_wan_status>& records, bool comprehensive) {
+    Json::Value list(Json::arrayValue);
+    for (const available_base_wan_status& status : records) {
+        Json::Value record;
+        record["ID"] = status.id;
+        record["PORT_NAME"] = status.portname;
+        record["INTERFACE"] = status.interface;
+        record["IFNAME"] = status.ifname;
+        record["IFINDEX"] = status.ifindex;
+        record["UP"] = status.up;
+        write_address(status.ip4, "IP4", comprehensive, record);
+        write_address(status.ip6, "IP6", comprehensive, record);
+        list.append(record);
+    }
+    return list;
+}
+
+}  // namespace nm
+
+int get_available_wan_info(std::vector<available_base_wan_status>& wans, std::string path,
+                           int comprehensive) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(collect<WanIfaceInfo>(wans, path, "WAN_IFACE_INFO", comprehensive != 0, create_WAN_INFO));
+}

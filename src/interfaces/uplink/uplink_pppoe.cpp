@@ -1,0 +1,90 @@
+// The PPPoE session of an uplink: dialling it, stopping it, and what a session leaves behind.
+#include <sys/socket.h>
+#include <vpppoe.h>
+
+#include "interfaces/uplink/UplinkIfaceInfo.h"
+#include "interfaces/uplink/session_code.h"
+#include "kernel/uplink_routing.h"
+#include "log.h"
+#include "peers/logs/device_log.h"
+#include "result_codes.h"
+#include "services/dns/hosts.h"
+#include "utils/process.h"
+#include "utils/shell_text.h"
+
+namespace {
+
+/// The device log's event for a dialling that begins.
+constexpr uint32_t kDialEvent = 255;
+
+}  // namespace
+
+int UplinkIfaceInfo::setup_pppoe(uint32_t) {
+    if (username.empty()) {
+        NM_LOG(Error) << ifname << " username is empty; return.";
+        return NM_ERR_EMPTY;
+    }
+    return setup_pppoe_service(1);
+}
+
+int UplinkIfaceInfo::setup_pppoe_service(int mode) {
+    NM_LOG(Debug) << "Enter";
+    if (mode == 1) {
+        return NM_EXIT(start_pppoe());
+    }
+    if (ip4_type != "PPPOE") {
+        NM_LOG(Error) << "Bad ipv4 type! ip4_type: " << ip4_type;
+        return NM_EXIT(NM_ERR_BAD_TYPE);
+    }
+    if (is_interface_pppoe_cfg_exist(ifname.c_str()) != VPPPOE_SUCCESS) {
+        NM_LOG(Debug) << ifname << "'s PPPoE cfg is not existed; skip stop service.";
+        return NM_EXIT(NM_OK);
+    }
+    return NM_EXIT(stop_pppoe());
+}
+
+int UplinkIfaceInfo::start_pppoe() {
+    NM_LOG(Debug) << ifname << ": do nm_add_pppoe_and_run.";
+    pppoe_dial_log(portname, kDialEvent);
+    const int with_ipv6 = ip6_type == "PPPOEV6" ? 1 : 0;
+    const int retval = nm_add_pppoe_and_run(ifname.c_str(), username.c_str(), password.c_str(), with_ipv6);
+    if (retval != VPPPOE_SUCCESS) {
+        NM_LOG(Error) << "do nm_add_pppoe_and_run failed! retval: " << retval;
+    }
+    return nm::session_code(retval);
+}
+
+int UplinkIfaceInfo::stop_pppoe() {
+    if (write_stop_flag() != NM_OK) {
+        NM_LOG(Error) << "Failed to echo STOP_FLAG to PPPoE env!";
+    }
+    const int retval = stop_interface_pppoe(ifname.c_str());
+    const int ret =
+        retval == VPPPOE_ERR_NO_SESSION ? NM_OK : nm::session_code(retval);  // it may be down already
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Failed to stop PPPoE on " << ifname;
+    }
+    if (ifindex == 0) {
+        NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
+    } else if (nm::delete_session_routerule(run_ifname, ifindex, AF_INET) != NM_OK) {
+        NM_LOG(Error) << "Delete source route or rule fail. Interface: " << run_ifname;
+    }
+    if (del_hosts(run_ifname, AF_INET) != NM_OK) {
+        NM_LOG(Error) << "Delete hosts failed, interface: " << run_ifname;
+    }
+    const int removed = nm::session_code(del_interface_pppoe_cfg(ifname.c_str()));
+    if (removed != NM_OK) {
+        NM_LOG(Error) << "Failed to remove the PPPoE cfg of " << ifname;
+    }
+    return ret != NM_OK ? ret : removed;
+}
+
+/// Tells the dialler that the session ends on purpose and is not to be dialled again.
+int UplinkIfaceInfo::write_stop_flag() {
+    const std::optional<std::string> file = nm::shell_word("/etc/vpppoe/env/" + ifname + ".env");
+    if (!file || ifname.find('/') != std::string::npos) {
+        NM_LOG(Error) << "Bad interface name: " << ifname;
+        return NM_ERR_BAD_FORMAT;
+    }
+    return system_cmd(("echo 'STOP_FLAG=\"1\"' >> " + *file).c_str());
+}

@@ -1,0 +1,427 @@
+// The log of a process: picks file, limit and format by category, configures the logging library with
+// them, writes the statements of log.h and hands full files to compression. The only unit that knows
+// the logging library.
+#include "peers/logs/logging.h"
+
+#include <easylogging++.h>
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string_view>
+
+#include "log.h"
+#include "utils/Utils.h"
+#include "utils/file_io.h"
+#include "utils/shell_text.h"
+
+const std::string SEPARATE_LINE = std::string(80, '=') + "\n";
+
+namespace {
+
+constexpr char kDefaultLogger[] = "default";
+constexpr char kOtherLogger[] = "other";
+
+constexpr char kLogDirectory[] = "/var/log/network/";
+constexpr char kSettingsDirectory[] = "/tmp/log_config/";
+constexpr char kDefaultSettings[] = "/tmp/log_config/default.conf";
+constexpr char kDefaultLogFile[] = "/var/log/network/default.log";
+constexpr char kDefaultLimit[] = "102400";
+
+constexpr char kLineFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %thread %level [%loc] %func >>> %msg";
+constexpr char kBriefFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %thread %level %msg";
+constexpr char kBareFormat[] = "%msg";
+
+/// When a row of the category table applies.
+enum class Phase { Any, Booting, GoingDown };
+
+/// Where the machine stands between power-on and power-off.
+struct MachineState {
+    bool booting;
+    bool going_down;
+};
+
+/// One row of the category table. Names are shell patterns; `settings` and `log` are file names without
+/// directory and suffix, an empty `log` is the name of the category itself. `limit` is in bytes, empty
+/// for a file that never rolls over.
+struct Category {
+    const char* pattern;
+    Phase phase;
+    const char* settings;
+    const char* log;
+    const char* limit;
+};
+
+constexpr std::array kCategories{
+    Category{"MAIN", Phase::Booting, "bootup", "bootup", ""},
+    Category{"MAIN", Phase::GoingDown, "shutdown", "shutdown", ""},
+    Category{"MAIN", Phase::Any, "main", "main", "524288"},
+    Category{"API", Phase::Any, "api", "api", "102400"},
+    Category{"TEST", Phase::Any, "test", "test", "102400"},
+    Category{"VPPPOE", Phase::Any, "vpppoe", "default", "102400"},
+    Category{"WANIPD", Phase::Any, "wanipd", "wanipd", "102400"},
+    Category{"RESSD", Phase::Any, "ressd", "ressd", "102400"},
+    Category{"NCSID", Phase::Any, "ncsid", "ncsid", "102400"},
+    Category{"DNSMASQMGR", Phase::Any, "dnsmasq_mgr", "dnsmasq_mgr", "102400"},
+    Category{"RMGMTD", Phase::Any, "rmgmtd", "rmgmtd", "102400"},
+    Category{"NCAAS", Phase::Any, "ncaas", "ncaas", "102400"},
+    Category{"DAS", Phase::Any, "das", "das", "102400"},
+    Category{"MAPED", Phase::Any, "maped", "maped", "102400"},
+    Category{"*-wrapper*", Phase::Any, "default", "", "102400"},
+    Category{"*", Phase::Any, "default", "default", "102400"},
+};
+
+bool in_phase(Phase phase, const MachineState& state) {
+    switch (phase) {
+        case Phase::Booting:
+            return state.booting;
+        case Phase::GoingDown:
+            return state.going_down;
+        case Phase::Any:
+            break;
+    }
+    return true;
+}
+
+const Category& find_category(const std::string& name, const MachineState& state) {
+    for (const Category& row : kCategories) {
+        if (fnmatch(row.pattern, name.c_str(), 0) == 0 && in_phase(row.phase, state)) {
+            return row;
+        }
+    }
+    return kCategories.back();
+}
+
+bool is_named_by_category(const Category& row) {
+    return *row.log == '\0';
+}
+
+std::string log_file_of(const Category& row, const std::string& name) {
+    return kLogDirectory + (is_named_by_category(row) ? name : row.log) + ".log";
+}
+
+MachineState read_machine_state() {
+    return {!is_file_exists("/var/run/network/.boot_fin"),
+            is_file_exists("/var/run/network/.reboot") || is_file_exists("/var/run/network/.poweroff")};
+}
+
+/// The storage is never destroyed: threads that still run while the process exits may log until the end.
+el::base::type::StoragePointer make_lasting_storage() {
+    const el::LogBuilderPtr builder(new el::base::DefaultLogBuilder());
+    return {new el::base::Storage(builder), [](el::base::Storage*) {}};
+}
+
+}  // namespace
+
+SHARE_EASYLOGGINGPP(make_lasting_storage())
+
+namespace {
+
+/// The logging library opens its files so that children inherit them, and reopens a full one without
+/// append mode, so that a second process that writes to the same file would be overwritten. Both are
+/// set right on the open descriptor, which the stream class keeps to itself.
+void guard_descriptor(std::fstream* stream) {
+    struct OpenFile : std::filebuf {
+        static auto member() { return &OpenFile::_M_file; }
+    };
+    if (stream == nullptr || !stream->is_open()) {
+        return;
+    }
+    const int fd = (stream->rdbuf()->*OpenFile::member()).fd();
+    (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
+    (void)fcntl(fd, F_SETFL, O_APPEND);
+}
+
+/// The library's defaults without its habit of printing every statement on standard output.
+void set_to_quiet_default(el::Configurations& conf) {
+    conf.setToDefault();
+    conf.set(el::Level::Global, el::ConfigurationType::ToStandardOutput, "false");
+}
+
+/// The callback in front of rolloutHandler. A write that fails on a full disk ends here as well, with
+/// every statement anew: a file that is empty by then holds nothing to keep.
+void roll_over(const char* filename, std::size_t size) {
+    struct stat status {};
+    if (stat(filename, &status) != 0 || status.st_size != 0) {
+        rolloutHandler(filename, size);
+    }
+}
+
+/// A file that is full when it is opened is truncated by the library without asking the callback.
+void roll_over_full_files(el::Configurations& conf) {
+    std::set<std::string> paths;
+    for (const el::Configuration* setting : conf.list()) {
+        const bool is_file = setting->configurationType() == el::ConfigurationType::Filename;
+        if (!is_file || !paths.insert(setting->value()).second) {
+            continue;
+        }
+        const auto* const limit = conf.get(setting->level(), el::ConfigurationType::MaxLogFileSize);
+        const off_t bytes = limit == nullptr ? 0 : std::atol(limit->value().c_str());
+        struct stat status {};
+        if (bytes > 0 && stat(setting->value().c_str(), &status) == 0 && status.st_size >= bytes) {
+            roll_over(setting->value().c_str(), static_cast<std::size_t>(status.st_size));
+        }
+    }
+}
+
+/// Gives the logger the configuration, with its file opened anew: a file that could not be opened before,
+/// was removed, or belongs to the previous category does not stay behind.
+void reconfigure(const char* logger_id, el::Configurations& conf) {
+    roll_over_full_files(conf);
+    el::Logger* const logger = el::Loggers::getLogger(logger_id);
+    const el::base::threading::ScopedLock logger_lock(logger->lock());
+    const el::base::threading::ScopedLock storage_lock(el::base::elStorage->lock());
+    const auto streams = el::Loggers::logStreamsReference();
+    streams->clear();
+    logger->configure(conf);
+    for (const auto& [path, stream] : *streams) {
+        guard_descriptor(stream.get());
+    }
+}
+
+/// Both loggers exist, and are silent, from the moment the library is loaded until INITIALIZE_LOG.
+class LoadedLog {
+public:
+    LoadedLog() {
+        el::Loggers::addFlag(el::LoggingFlag::StrictLogFileSizeCheck);
+        el::Configurations silent;
+        set_to_quiet_default(silent);
+        silent.set(el::Level::Global, el::ConfigurationType::Enabled, "false");
+        reconfigure(kDefaultLogger, silent);
+        reconfigure(kOtherLogger, silent);
+        ready_ = true;
+    }
+    ~LoadedLog() {
+        ready_ = false;
+        // A thread that writes at this moment must neither be disturbed nor hold up the end of the process.
+        const std::unique_lock lock(el::base::elStorage->lock(), std::try_to_lock);
+        if (lock) {
+            el::Loggers::flushAll();
+        }
+    }
+    LoadedLog(const LoadedLog&) = delete;
+    LoadedLog& operator=(const LoadedLog&) = delete;
+
+    /// False before this unit's initialisers ran and after its end: nothing can be logged then.
+    bool is_ready() const { return ready_; }
+
+private:
+    std::atomic<bool> ready_{false};
+};
+
+LoadedLog loaded_log;
+
+/// The values that the library would take without complaint and misread: a relative path, which lands in
+/// whatever directory the caller stands in, and a size that is no number.
+bool is_sound(const el::Configuration* setting) {
+    const std::string& value = setting->value();
+    if (setting->configurationType() == el::ConfigurationType::Filename) {
+        return value.compare(0, 1, "/") == 0;
+    }
+    if (setting->configurationType() == el::ConfigurationType::MaxLogFileSize) {
+        return !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
+    }
+    return true;
+}
+
+/// Reads a configuration file onto the quiet defaults; true if every line of it is understood. The
+/// library's own reader reports the last line only, so each line is given to it alone, under the level
+/// line that it belongs to.
+bool parse_log_conf(const std::string& path, el::Configurations& conf) {
+    const std::optional<std::string> text = is_file_exists(path) ? nm::read_file(path) : std::nullopt;
+    if (!text) {
+        return false;
+    }
+    std::istringstream lines(*text);
+    el::Configurations settings;
+    std::string level;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t first = line.find_first_not_of(" \t");
+        if (first != std::string::npos && line[first] == '*') {
+            level = line + "\n";
+            continue;
+        }
+        if (!settings.parseFromText(level + line + "\n")) {
+            return false;
+        }
+    }
+    const bool sound = std::all_of(settings.list().begin(), settings.list().end(), is_sound);
+    if (settings.empty() || !sound) {
+        return false;
+    }
+    set_to_quiet_default(conf);
+    conf.setFromBase(&settings);
+    return true;
+}
+
+/// The built-in configuration, for a process that finds no usable configuration file.
+void build_default_log_conf(el::Configurations& conf, const std::string& name, const char* nalog,
+                            const MachineState& state) {
+    using Type = el::ConfigurationType;
+    conf.setToDefault();
+    conf.set(el::Level::Global, Type::Format, kLineFormat);
+    conf.set(el::Level::Global, Type::ToStandardOutput, "false");
+    conf.set(el::Level::Global, Type::LogFlushThreshold, "1");
+    conf.set(el::Level::Info, Type::Format, kBareFormat);
+    if (nalog != nullptr) {
+        conf.set(el::Level::Global, Type::Filename, kDefaultLogFile);
+        conf.set(el::Level::Global, Type::MaxLogFileSize, kDefaultLimit);
+        return;
+    }
+    const Category& row = find_category(name, state);
+    conf.set(el::Level::Global, Type::Filename, log_file_of(row, name));
+    if (*row.limit != '\0') {
+        conf.set(el::Level::Global, Type::MaxLogFileSize, row.limit);
+    }
+}
+
+/// The configuration of the logger `default` for the category.
+void read_category_conf(el::Configurations& conf, const std::string& name, const MachineState& state) {
+    const Category& row = find_category(name, state);
+    if (!parse_log_conf(std::string(kSettingsDirectory) + row.settings + ".conf", conf)) {
+        build_default_log_conf(conf, name, nullptr, state);
+    }
+    if (is_named_by_category(row)) {
+        conf.set(el::Level::Global, el::ConfigurationType::Filename, log_file_of(row, name));
+    }
+    if (std::getenv("CALL_BY_NMLOG") != nullptr) {
+        conf.set(el::Level::Global, el::ConfigurationType::Format, kBriefFormat);
+    }
+}
+
+void configure_log(const std::string& name) {
+    const MachineState state = read_machine_state();
+    const char* const nalog = std::getenv("NALOG");
+    el::Configurations conf;
+    if (nalog == nullptr) {
+        read_category_conf(conf, name, state);
+        reconfigure(kDefaultLogger, conf);
+        return;
+    }
+    if (!parse_log_conf(kDefaultSettings, conf)) {
+        build_default_log_conf(conf, name, nalog, state);
+    }
+    reconfigure(kOtherLogger, conf);
+}
+
+/// Reopening standard error on a path that cannot be opened would leave the process without one, so the
+/// path is tried first.
+void redirect_stderr() {
+    constexpr char kErrorLog[] = "/var/log/network/err_log";
+    const char* const debug = std::getenv("DEBUG_NA");
+    if (debug == nullptr || std::string_view(debug) != "1") {
+        return;
+    }
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> trial(std::fopen(kErrorLog, "a+e"), std::fclose);
+    if (trial != nullptr) {
+        [[maybe_unused]] const std::FILE* const reopened = std::freopen(kErrorLog, "a+", stderr);
+    }
+}
+
+void write_statement(nm::LogLevel severity, const char* file, int line, const char* function,
+                     const std::string& text) {
+    const auto level = static_cast<el::Level>(severity);
+    const char* const id = std::getenv("NALOG") != nullptr ? kOtherLogger : kDefaultLogger;
+    el::Logger* const logger = el::Loggers::getLogger(id);
+    const el::base::threading::ScopedLock lock(logger->lock());
+    if (!logger->enabled(level)) {
+        return;
+    }
+    const auto line_number = static_cast<el::base::type::LineNumber>(line);
+    el::base::Writer(level, file, line_number, function).construct(logger) << text;
+    guard_descriptor(logger->typedConfigurations()->fileStream(level));
+}
+
+constexpr std::size_t kRolledPathLimit = 256;
+
+std::optional<std::string> read_link_target(const char* link) {
+    std::array<char, kRolledPathLimit> target{};
+    const ssize_t length = readlink(link, target.data(), target.size());
+    if (length < 0) {
+        return std::nullopt;
+    }
+    return std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+std::optional<std::string> path_to_compress(const char* filename) {
+    struct stat status {};
+    if (filename == nullptr || lstat(filename, &status) != 0) {
+        return std::nullopt;
+    }
+    if (S_ISLNK(status.st_mode)) {
+        return read_link_target(filename);
+    }
+    if (S_ISREG(status.st_mode)) {
+        return std::string(filename).substr(0, kRolledPathLimit);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void rolloutHandler(const char* filename, std::size_t /*size*/) {
+    const std::optional<std::string> path = path_to_compress(filename);
+    const std::optional<std::string> word = path ? nm::shell_word(*path) : std::nullopt;
+    if (!word) {
+        return;
+    }
+    // Not through system_cmd, which logs: this runs under the locks of the logging library.
+    [[maybe_unused]] const int status = std::system(("/usr/sbin/log_compress.sh " + *word).c_str());
+}
+
+void INITIALIZE_LOG(const char* name) {
+    if (!loaded_log.is_ready()) {
+        return;
+    }
+    redirect_stderr();
+    configure_log(name == nullptr ? "" : name);
+    const el::base::threading::ScopedLock lock(el::base::elStorage->lock());
+    el::Helpers::installPreRollOutCallback(roll_over);
+}
+
+void DETACH_LOG() {
+    if (!loaded_log.is_ready()) {
+        return;
+    }
+    const el::base::threading::ScopedLock lock(el::base::elStorage->lock());
+    el::Helpers::uninstallPreRollOutCallback();
+}
+
+namespace nm {
+
+LogStatement::LogStatement(LogLevel level, const char* file, int line, const char* function)
+    : level_(level), file_(file), line_(line), function_(function) {
+    // A caller's locale must not put separators into the numbers of our lines.
+    text_.imbue(std::locale::classic());
+}
+
+LogStatement::~LogStatement() {
+    const int caller_errno = errno;
+    if (loaded_log.is_ready()) {
+        try {
+            write_statement(level_, file_, line_, function_, text_.str());
+        } catch (...) {
+            // Logging never fails the caller, and a destructor has nobody to tell.
+        }
+    }
+    errno = caller_errno;
+}
+
+int log_exit(int result, const char* file, int line, const char* function) {
+    LogStatement(LogLevel::Debug, file, line, function) << "Exit " << result;
+    return result;
+}
+
+}  // namespace nm

@@ -1,0 +1,304 @@
+// The chains of the load balancing, written whole and loaded at once.
+#include "policy/balance/load_balance.h"
+
+#include <json/value.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iomanip>
+#include <locale>
+#include <optional>
+#include <sstream>
+#include <vector>
+
+#include "config/nmconfig.h"
+#include "kernel/condition.h"
+#include "kernel/marks.h"
+#include "log.h"
+#include "peers/bus/bus_exchange.h"
+#include "result_codes.h"
+#include "utils/json_text.h"
+#include "utils/process.h"
+#include "utils/shell_text.h"
+
+namespace {
+
+using Candidates = std::vector<load_balance_if>;
+
+/// How the rules of a chain name a port: its condition, its mark, and what a packet without a choice bears.
+struct Chain {
+    const char* name;
+    const char* condition_suffix;
+    uint32_t flag;
+    const char* mask;
+};
+
+constexpr Chain kSiteToSite{"S2SLB", "", 0, "/0xf"};
+constexpr Chain kWithoutMpls{"S2SLB_WITHOUT_MPLS", "", 0, "/0xf"};
+constexpr Chain kLanToWan{"WANLB", "_ncsi", nm::kLanToWan, "/0x200f"};
+
+constexpr const char* kUnchosen = " -m mark --mark 0x0/0xf";
+constexpr const char* kChosen = " -m mark ! --mark 0x0/0xf -j RETURN\n";
+constexpr const char* kSingleWan = "single_wan_condition";
+
+/// Member `key` as text; what is no text and no number counts as absent.
+std::string text_of(const Json::Value& entry, const char* key, const char* fallback) {
+    const Json::Value& value = nm::json_member(entry, key);
+    return value.isObject() || value.isArray() ? fallback : nm::json_text(entry, key, fallback);
+}
+
+/// A text that is no number in range gives 0, and so leaves the port out.
+uint64_t rate_of(const Json::Value& entry) {
+    const std::string text = nm::json_string_or(entry, "TX_RATE", text_of(entry, "ISP_BW", "0"));
+    errno = 0;
+    const uint64_t rate = strtoull(text.c_str(), nullptr, 10);
+    return errno != 0 || text.find('-') != std::string::npos ? 0 : rate;
+}
+
+/// The rules are text for a shell: a name that cannot be written there harmlessly is no name.
+bool is_writable(const std::string& interface) {
+    if (interface.empty()) {
+        return false;
+    }
+    const bool writable = nm::restore_word(interface).has_value();
+    if (!writable) {
+        NM_LOG(Error) << "Bad interface name: " << interface;
+    }
+    return writable;
+}
+
+Candidates read_candidates(const Json::Value& ports) {
+    Candidates candidates;
+    for (const Json::Value& entry : ports) {
+        load_balance_if candidate{text_of(entry, "INTERFACE", ""), atoi(text_of(entry, "PRIO", "0").c_str()),
+                                  rate_of(entry)};
+        if (candidate.prio != 0 && candidate.rate != 0 && is_writable(candidate.interface)) {
+            candidates.push_back(std::move(candidate));
+        }
+    }
+    return candidates;
+}
+
+/// The WAN ports that take part, and the document.
+int read_uplinks(const std::string& path, Json::Value& document, Candidates& uplinks) {
+    const int ret = json_file_to_mem(path, document);
+    if (ret < 0) {
+        NM_LOG(Error) << "Read json file: " << path << " failed.";
+        return ret;
+    }
+    const Json::Value& ports = nm::json_member(document, "WAN_PORT");
+    if (ports.empty()) {
+        NM_LOG(Error) << "Missing WAN_PORT info.";
+        return NM_ERR_EMPTY;
+    }
+    uplinks = read_candidates(ports);
+    if (uplinks.empty()) {
+        NM_LOG(Error) << "Empty WAN_PORT info.";
+        return NM_ERR_EMPTY;
+    }
+    return NM_OK;
+}
+
+int port_of(const std::string& interface) {
+    for (const std::string prefix : {"swdev", "eth"}) {
+        if (interface.find(prefix) != std::string::npos) {
+            return atoi(interface.c_str() + prefix.size());
+        }
+    }
+    return 0;
+}
+
+std::string mark_of(const Chain& chain, const std::string& interface) {
+    return std::to_string(port_of(interface) + static_cast<int>(chain.flag)) + chain.mask;
+}
+
+std::string rule(const Chain& chain, const std::string& rest) {
+    return std::string("-A ") + chain.name + rest;
+}
+
+std::string condition(const Chain& chain, const load_balance_if& candidate) {
+    return " --condition " + nm::restore_word(candidate.interface + chain.condition_suffix).value_or("");
+}
+
+/// Restores the choice of the connection, or saves it.
+std::string connmark(const Chain& chain, const char* direction) {
+    const std::string mask = chain.mask + 1;
+    return rule(chain, std::string(" -j CONNMARK --") + direction + "-mark --nfmask " + mask + " --ctmask " +
+                           mask + "\n");
+}
+
+/// Wipes the choice of a port that has died since.
+std::string wiping_rules(const Chain& chain, const Candidates& candidates) {
+    std::string text;
+    for (const load_balance_if& candidate : candidates) {
+        text += rule(chain, " -m mark --mark " + mark_of(chain, candidate.interface) + " -m condition !" +
+                                condition(chain, candidate) + " -j MARK --set-mark 0x0" + chain.mask + "\n");
+    }
+    return text;
+}
+
+/// With a point whatever the locale of the process.
+std::string probability(double rate, double remaining) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << std::fixed << std::setprecision(6) << rate / remaining;
+    return text.str();
+}
+
+double sum_of_rates(const Candidates& candidates) {
+    uint64_t sum = 0;
+    for (const load_balance_if& candidate : candidates) {
+        sum += candidate.rate;
+    }
+    return static_cast<double>(sum);
+}
+
+/// The weighted choice. Each probability holds for what the rules before have left, so the last port needs
+/// none.
+std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
+    std::string text;
+    double remaining = sum_of_rates(candidates);
+    for (size_t i = candidates.size() - 1; i > 0; --i) {
+        const load_balance_if& candidate = candidates[i];
+        const auto rate = static_cast<double>(candidate.rate);
+        text += rule(chain, std::string(kUnchosen) + " -m condition" + condition(chain, candidate) +
+                                " -m statistic --mode random --probability " + probability(rate, remaining) +
+                                " -j MARK --set-mark " + mark_of(chain, candidate.interface) + "\n");
+        remaining -= rate;
+    }
+    return text;
+}
+
+/// What the choice left over takes the first port that is alive.
+std::string remaining_rules(const Chain& chain, const Candidates& candidates) {
+    std::string text;
+    for (const load_balance_if& candidate : candidates) {
+        text += rule(chain, std::string(" -m mark --mark 0x0") + chain.mask + " -m condition" +
+                                condition(chain, candidate) + " -j MARK --set-mark " +
+                                mark_of(chain, candidate.interface) + "\n");
+    }
+    return text;
+}
+
+std::string choice(const Chain& chain, const Candidates& candidates) {
+    return statistic_rules(chain, candidates) + remaining_rules(chain, candidates) + connmark(chain, "save");
+}
+
+/// Traffic that does not belong on the private circuits loses a private port that it was given before.
+std::string private_wiping_rules(const Json::Value& ports) {
+    std::string text;
+    for (const Json::Value& entry : ports) {
+        const std::string interface = text_of(entry, "INTERFACE", "");
+        if (!interface.empty()) {
+            text += rule(kWithoutMpls, " -m mark --mark " + mark_of(kWithoutMpls, interface) +
+                                           " -j MARK --set-mark 0x0/0xf\n");
+        }
+    }
+    return text;
+}
+
+std::string restore_script(const char* command, const std::string& rules) {
+    return std::string("/bin/cat <<- EOF | /sbin/") + command + " -n\n*mangle\n" + rules + "COMMIT\nEOF";
+}
+
+std::string site_to_site_ip4(const Candidates& all, const Candidates& uplinks,
+                             const Json::Value& private_ports) {
+    return restore_script("iptables-restore",
+                          "-F S2SLB\n-F S2SLB_WITHOUT_MPLS\n" + connmark(kSiteToSite, "restore") +
+                              wiping_rules(kSiteToSite, all) +
+                              "-A S2SLB -m set ! --match-set mpls_rlan dst -j S2SLB_WITHOUT_MPLS\n" +
+                              rule(kSiteToSite, kChosen) + choice(kSiteToSite, all) +
+                              private_wiping_rules(private_ports) + rule(kWithoutMpls, kChosen) +
+                              choice(kWithoutMpls, uplinks));
+}
+
+/// There are no private circuits for IPv6, and a connection stays with its port even when that has died.
+std::string site_to_site_ip6(const Candidates& uplinks) {
+    return restore_script("ip6tables-restore",
+                          "-F S2SLB\n" + connmark(kSiteToSite, "restore") + choice(kSiteToSite, uplinks));
+}
+
+std::string lan_to_wan(const Candidates& uplinks) {
+    return restore_script("iptables-restore", "-F WANLB\n" + connmark(kLanToWan, "restore") +
+                                                  wiping_rules(kLanToWan, uplinks) +
+                                                  rule(kLanToWan, kChosen) + choice(kLanToWan, uplinks));
+}
+
+void load(const std::string& script, const char* failure) {
+    if (system_cmd(script.c_str()) != NM_OK) {
+        NM_LOG(Error) << failure;
+    }
+}
+
+/// Conditions exist only while a rule names them, so the monitor has to set those of new rules.
+int reload_conditions() {
+    int error = NM_OK;
+    const int ret = nm::query_service("VelanWmd", "Reload_condition", Json::Value(), error);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    return error == NM_OK ? NM_OK : NM_ERR_RELOAD;
+}
+
+void load_site_to_site(const Json::Value& document, const Candidates& uplinks) {
+    const Json::Value& private_ports = nm::json_member(document, "PRIVATE_PORT");
+    if (private_ports.empty()) {
+        NM_LOG(Debug) << "Empty PRIVATE_PORT info.";
+    }
+    Candidates all = read_candidates(private_ports);
+    all.insert(all.begin(), uplinks.begin(), uplinks.end());
+    std::sort(all.begin(), all.end());
+    load(site_to_site_ip4(all, uplinks, private_ports), "setup_site_to_site_load_balance() failed.");
+    load(site_to_site_ip6(uplinks), "setup ipv6 site-to-site load balancing failed.");
+}
+
+void load_lan_to_wan(const Json::Value&, const Candidates& uplinks) {
+    load(lan_to_wan(uplinks), "setup_lan_to_wan_load_balance() failed.");
+}
+
+int balance(const std::string& path, void (*load_chains)(const Json::Value&, const Candidates&)) {
+    Json::Value document;
+    Candidates uplinks;
+    const int ret = read_uplinks(path, document, uplinks);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    std::sort(uplinks.begin(), uplinks.end());
+    load_chains(document, uplinks);
+    return reload_conditions();
+}
+
+}  // namespace
+
+int setup_site_to_site_load_balance(std::string path) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(balance(path, load_site_to_site));
+}
+
+int setup_lan_to_wan_load_balance(std::string path) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(balance(path, load_lan_to_wan));
+}
+
+int setup_local_single_wan_nf_condiftion(std::string path) {
+    NM_LOG(Debug) << "Enter";
+    nm::FileDescriptor switch_file = nm::open_condition(kSingleWan);
+    if (!switch_file) {
+        NM_LOG(Error) << "file not good: " << nm::condition_path(kSingleWan);
+        return NM_EXIT(NM_ERR_OPEN);
+    }
+    Json::Value document;
+    const int ret = json_file_to_mem(path, document);
+    if (ret < 0) {
+        return NM_EXIT(ret);
+    }
+    const bool single = nm::json_member(document, "WAN_PORT").size() <= 1;
+    if (!nm::set_condition(switch_file, single)) {
+        NM_LOG(Error) << "Write condition: " << path << " failed, " << strerror(errno);
+        return NM_EXIT(NM_ERR_OPEN);
+    }
+    NM_LOG(Debug) << "Update condition:  " << nm::condition_path(kSingleWan) << (single ? ", 1" : ", 0");
+    return NM_EXIT(NM_OK);
+}

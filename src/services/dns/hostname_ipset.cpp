@@ -1,0 +1,82 @@
+// The map of host names to ipsets.
+#include "services/dns/hostname_ipset.h"
+
+#include <stdio.h>
+
+#include <memory>
+#include <vector>
+
+#include "log.h"
+#include "result_codes.h"
+#include "services/files/line_file.h"
+#include "utils/containers.h"
+#include "utils/files.h"
+#include "utils/process.h"
+#include "utils/shell_text.h"
+
+namespace {
+
+constexpr const char* kDirectory = "/var/run/network/dnsmasq.d/";
+constexpr const char* kMapPath = "/var/run/network/dnsmasq.d/ipset.conf";
+constexpr const char* kSign = "ipset=";
+
+/// dnsmasq ends a name at "/", takes quotes and backslashes for its own, and does not start on a line that it
+/// cannot read.
+bool is_name(const std::string& text) {
+    return !text.empty() && nm::is_one_word(text) && text.find_first_of("/\"\\") == std::string::npos;
+}
+
+bool are_names(const std::string& host, const std::string& set) {
+    const bool valid = is_name(host) && is_name(set);
+    if (!valid) {
+        NM_LOG(Error) << "Bad host name or set: " << host << ", " << set;
+    }
+    return valid;
+}
+
+std::string map_line(const std::string& host, const std::string& set) {
+    return std::string(kSign) + "/" + host + "/" + set;
+}
+
+/// In place: dnsmasq reads every file of the directory, so one beside it would be read as well.
+int write_set_file(const std::string& domain, const std::string& set) {
+    const int ret = writeValue(kDirectory + set, map_line(domain, set), false);
+    return ret == NM_OK ? NM_OK : -1;
+}
+
+}  // namespace
+
+int read_hostname_ipset_map(std::unordered_map<std::string, std::string>& map) {
+    NM_LOG(Debug) << "Enter";
+    map.clear();
+    for (const std::string& line : nm::split_lines(readValue(kMapPath, false))) {
+        std::vector<std::string> pieces;
+        split_into_vector(line, '/', pieces);
+        if (pieces.size() > 2 && pieces[0] == kSign) {
+            map[pieces[1]] = pieces[2];
+        }
+    }
+    return NM_EXIT(NM_OK);
+}
+
+int write_hostname_ipset_map(std::unordered_map<std::string, std::string>& map) {
+    NM_LOG(Debug) << "Enter";
+    std::string text;
+    for (const auto& [host, set] : map) {
+        text += are_names(host, set) ? map_line(host, set) + "\n" : "";
+    }
+    return NM_EXIT(writeValue(kMapPath, text, false));
+}
+
+int dnsmasq_add_ipset(const char* domain, const char* set) {
+    NM_LOG(Debug) << "Enter";
+    if (domain == nullptr || set == nullptr || !are_names(domain, set)) {
+        return NM_EXIT(-1);
+    }
+    // A name has no newline, so there is always a word for it. A set that is there with another type stays
+    // as it is, and is filled all the same.
+    const std::string word = *nm::shell_word(set);
+    (void)system_cmd(("/sbin/ipset create " + word + " hash:net --exist").c_str());
+    (void)system_cmd(("/sbin/ipset flush " + word).c_str());
+    return NM_EXIT(write_set_file(domain, set));
+}

@@ -1,0 +1,175 @@
+// Whole files: read, write, copy, and getting them onto the disk.
+#include "utils/files.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "log.h"
+#include "result_codes.h"
+#include "utils/file_io.h"
+#include "utils/handles.h"
+
+namespace {
+
+constexpr std::size_t kChunk = 16384;
+
+int cannot(const char* what, const std::string& path, int result) {
+    const int reason = errno;
+    NM_LOG(Error) << "Cannot " << what << " " << path << ": " << strerror(reason);
+    return result;
+}
+
+// "Cannot open <path>" stands without a reason, as operators' log filters know it.
+int cannot_open(const std::string& path) {
+    NM_LOG(Error) << "Cannot open " << path;
+    return NM_ERR_OPEN;
+}
+
+ssize_t read_some(int fd, char* buffer, std::size_t size) {
+    ssize_t got = 0;
+    do {
+        got = read(fd, buffer, size);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+// Some errors (a full quota, a network file system) are told by close() only.
+int store(nm::FileDescriptor file, const std::string& path, std::string_view text) {
+    if (!file) {
+        return cannot_open(path);
+    }
+    return nm::write_all(file.get(), text) && file.close() ? NM_OK : cannot("write", path, NM_ERR_WRITE);
+}
+
+int pass_content(int source, int target, const std::string& from, const std::string& to) {
+    char buffer[kChunk];
+    while (true) {
+        const ssize_t got = read_some(source, buffer, sizeof(buffer));
+        if (got < 0) {
+            return cannot("read", from, NM_ERR_OPEN);
+        }
+        if (got == 0) {
+            return NM_OK;
+        }
+        if (!nm::write_all(target, {buffer, static_cast<std::size_t>(got)})) {
+            return cannot("write", to, NM_ERR_WRITE);
+        }
+    }
+}
+
+// Both files are opened before either is judged; the target is emptied only when there is a source, so
+// that a missing source does not cost the copy of yesterday.
+int copy_content(const std::string& from, const std::string& to) {
+    const auto source = nm::FileDescriptor::open(from.c_str(), O_RDONLY);
+    auto target = nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_CREAT | (source ? O_TRUNC : 0), 0666);
+    const int source_result = source ? NM_OK : cannot_open(from);
+    const int target_result = target ? NM_OK : cannot_open(to);
+    if (source_result != NM_OK || target_result != NM_OK) {
+        return NM_ERR_OPEN;
+    }
+    const int result = pass_content(source.get(), target.get(), from, to);
+    return target.close() ? result : cannot("write", to, NM_ERR_WRITE);
+}
+
+}  // namespace
+
+namespace nm {
+
+std::optional<std::string> read_to_end(int fd) {
+    std::string text;
+    char buffer[kChunk];
+    ssize_t got = 0;
+    while ((got = read_some(fd, buffer, sizeof(buffer))) > 0) {
+        text.append(buffer, static_cast<std::size_t>(got));
+    }
+    return got == 0 ? std::optional(std::move(text)) : std::nullopt;
+}
+
+bool write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            return false;
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::optional<std::string> read_file(const std::string& path) {
+    const auto file = FileDescriptor::open(path.c_str(), O_RDONLY);
+    return file ? read_to_end(file.get()) : std::nullopt;
+}
+
+int sync_to_disk(const std::string& path, std::size_t expected_size) {
+    const auto file = FileDescriptor::open(path.c_str(), O_RDONLY);
+    struct stat status = {};
+    if (!file || fstat(file.get(), &status) != 0 || fsync(file.get()) != 0) {
+        return cannot("sync", path, NM_ERR_WRITE);
+    }
+    if (static_cast<std::size_t>(status.st_size) != expected_size) {
+        NM_LOG(Error) << path << " holds " << status.st_size << " bytes instead of " << expected_size;
+        return NM_ERR_WRITE;
+    }
+    return NM_OK;
+}
+
+}  // namespace nm
+
+std::string readValue(std::string path, bool lock) {
+    NM_LOG(Debug) << "Enter";
+    std::optional<nm::LockGuard> guard;
+    if (lock) {
+        guard.emplace(path, nm::LockGuard::Kind::Shared, lock);
+    }
+    if (guard && guard->handle() < 0) {
+        return {};
+    }
+    const auto file = nm::FileDescriptor::open(path.c_str(), O_RDONLY);
+    if (!file) {
+        (void)cannot_open(path);
+        return {};
+    }
+    // Some files of sysfs open and then refuse to be read, the carrier of a device that is down for one.
+    const std::optional<std::string> text = nm::read_to_end(file.get());
+    NM_LOG(Debug) << "Exit";
+    return text.value_or("");
+}
+
+int writeValue(std::string path, std::string value, bool lock) {
+    NM_LOG(Debug) << "Enter";
+    auto file = nm::FileDescriptor::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (!lock) {
+        return NM_EXIT(store(std::move(file), path, value));
+    }
+    nm::LockGuard guard(path);
+    if (guard.handle() < 0) {
+        return NM_EXIT(guard.handle());
+    }
+    (void)store(std::move(file), path, value);  // The unlock's result is the caller's.
+    return NM_EXIT(guard.release());
+}
+
+int copy_file(std::string from, std::string to) {
+    NM_LOG(Debug) << "Enter";
+    nm::LockGuard source_lock(from, nm::LockGuard::Kind::Shared);
+    nm::LockGuard target_lock(to);
+    if (source_lock.handle() < 0) {
+        return NM_EXIT(source_lock.handle());
+    }
+    if (target_lock.handle() < 0) {
+        return NM_EXIT(target_lock.handle());
+    }
+    (void)copy_content(from, to);  // The unlocks' results are the caller's, the last one last.
+    (void)target_lock.release();
+    return NM_EXIT(source_lock.release());
+}
+
+bool is_file_exists(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}

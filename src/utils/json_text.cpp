@@ -1,0 +1,73 @@
+// jsoncpp's older reader and writers behind plain functions.
+#include "utils/json_text.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+// The newer builders write another form; ours is fixed by what peers and stored files hold.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+namespace nm {
+
+bool parse_json(const std::string& text, Json::Value& root, bool collect_comments) {
+    // The reader throws on text that is nested too deep.
+    try {
+        return Json::Reader().parse(text, root, collect_comments);
+    } catch (const Json::Exception&) {
+        return false;
+    }
+}
+
+std::string write_compact_json(const Json::Value& value) {
+    return Json::FastWriter().write(value);
+}
+
+std::string write_styled_json(const Json::Value& value) {
+    return Json::StyledWriter().write(value);
+}
+
+std::string show_json(const Json::Value& value) {
+    if (value.isString()) {
+        return value.asString();
+    }
+    std::string text = write_compact_json(value);
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text;
+}
+
+const Json::Value& json_member(const Json::Value& value, const std::string& key) {
+    if (!value.isObject()) {
+        return Json::Value::nullSingleton();
+    }
+    const Json::Value* found = value.find(key.data(), key.data() + key.size());
+    return found != nullptr ? *found : Json::Value::nullSingleton();
+}
+
+std::string json_text(const Json::Value& value, const std::string& key, const std::string& fallback) {
+    if (!value.isObject() || !value.isMember(key)) {
+        return fallback;
+    }
+    return value[key].asString();
+}
+
+std::string json_string_or(const Json::Value& value, const std::string& key, const std::string& fallback) {
+    const Json::Value& member = json_member(value, key);
+    return member.isString() ? member.asString() : fallback;
+}
+
+bool json_integer(const Json::Value& value, const std::string& key, int fallback, int& number) {
+    if (!value.isObject()) {
+        return false;
+    }
+    if (json_member(value, key).isNull()) {
+        number = fallback;
+        return true;
+    }
+    if (!value[key].isInt()) {
+        return false;
+    }
+    number = value[key].asInt();
+    return true;
+}
+
+}  // namespace nm
