@@ -10,8 +10,8 @@
 #include "interfaces/common/factory.h"
 #include "kernel/if_utils.h"
 #include "log.h"
+#include "peers/bus/qos_rate.h"
 #include "peers/bus/service_bus.h"
-#include "policy/edge/qos_rate.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 

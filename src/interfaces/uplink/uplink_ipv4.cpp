@@ -7,12 +7,12 @@
 
 #include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "kernel/address.h"
+#include "kernel/ipset.h"
 #include "kernel/link.h"
 #include "kernel/uplink_routing.h"
 #include "log.h"
 #include "peers/logs/event_log.h"
 #include "peers/unix/peer_commands.h"
-#include "policy/common/ipset.h"
 #include "result_codes.h"
 #include "services/dns/hosts.h"
 #include "services/leases/dhcp_client.h"

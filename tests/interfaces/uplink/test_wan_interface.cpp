@@ -6,7 +6,7 @@
 #include "config/actions.h"
 #include "fake_service.h"
 #include "interfaces/uplink/WanInterface.h"
-#include "policy/edge/qos_rate.h"
+#include "peers/bus/qos_rate.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
 

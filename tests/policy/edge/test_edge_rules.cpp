@@ -2,7 +2,7 @@
 // The match on IP options is no part of stock iptables: its lines are compared with what reaches the restore
 // command, all others are loaded.
 #include "control/edge_entries.h"
-#include "policy/common/ipset.h"
+#include "kernel/ipset.h"
 #include "policy/edge/alg.h"
 #include "policy/edge/attack_defense.h"
 #include "policy/edge/tcp_mss.h"

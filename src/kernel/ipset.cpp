@@ -1,5 +1,5 @@
 // Edits of ipsets.
-#include "policy/common/ipset.h"
+#include "kernel/ipset.h"
 
 #include "log.h"
 #include "result_codes.h"

@@ -1,5 +1,5 @@
 // QoS rates.
-#include "policy/edge/qos_rate.h"
+#include "peers/bus/qos_rate.h"
 
 #include <json/value.h>
 
