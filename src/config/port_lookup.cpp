@@ -71,6 +71,25 @@ std::string run_ifname(const Json::Value& root, const PortSection& section, cons
     return nm::json_string_or(info, "IP4_TYPE", "DISABLED") == "PPPOE" ? nm::ppp_ifname(ifname) : ifname;
 }
 
+int find_ifname(const std::string& port, const Json::Value& root, std::string& ifname, int mode) {
+    if (port.empty()) {
+        NM_LOG(Error) << "portname is empty; return.";
+        return NM_ERR_EMPTY;
+    }
+    for (const PortSection& section : kPortSections) {
+        if (mode != 0 && mode != section.mode) {
+            continue;
+        }
+        const Json::Value& entry = nm::json_member(nm::json_member(root, section.ports), port);
+        if (!entry.isNull()) {
+            ifname = run_ifname(root, section, entry);
+            return NM_OK;
+        }
+    }
+    NM_LOG(Error) << port << " get ifname failed.";
+    return NM_ERR_NO_IFACE;
+}
+
 const PortSection* find_port_section(int ifacetype) {
     if (ifacetype == ifacetype_map.at("WAN")) {
         return &kPortSections.front();
@@ -173,28 +192,19 @@ int get_portname_by_ifname(std::string ifname, std::string path, std::string& po
 }
 
 int get_ifname_by_portname(std::string port, Json::Value root, std::string& ifname, int mode) {
-    if (port.empty()) {
-        NM_LOG(Error) << "portname is empty; return.";
-        return NM_ERR_EMPTY;
-    }
-    for (const PortSection& section : kPortSections) {
-        if (mode != 0 && mode != section.mode) {
-            continue;
-        }
-        const Json::Value& entry = nm::json_member(nm::json_member(root, section.ports), port);
-        if (!entry.isNull()) {
-            ifname = run_ifname(root, section, entry);
-            return NM_OK;
-        }
-    }
-    NM_LOG(Error) << port << " get ifname failed.";
-    return NM_ERR_NO_IFACE;
+    return find_ifname(port, root, ifname, mode);
 }
 
 int get_ifname_by_portname(std::string port, std::string path, std::string& ifname, int mode) {
     Json::Value root;
     const int ret = json_file_to_mem(path, root);
-    return ret < 0 ? ret : get_ifname_by_portname(port, root, ifname, mode);
+    return ret < 0 ? ret : find_ifname(port, root, ifname, mode);
+}
+
+std::string get_ifname(const Json::Value& device, const std::string& port, int mode) {
+    std::string ifname;
+    (void)find_ifname(port, device, ifname, mode);  // an unknown port is logged and has no name
+    return ifname;
 }
 
 int get_portname_ifname_pair_list_by_path(std::map<std::string, std::string>& out, std::string path,

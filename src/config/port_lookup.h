@@ -40,6 +40,9 @@ int get_portname_by_ifname(std::string ifname, std::string path, std::string& po
 int get_ifname_by_portname(std::string port, Json::Value root, std::string& ifname, int mode);
 int get_ifname_by_portname(std::string port, std::string path, std::string& ifname, int mode);
 
+/// The same name as a text, for callers that look up many ports of one document; empty if there is none.
+std::string get_ifname(const Json::Value& device, const std::string& port, int mode);
+
 /// All pairs of port and interface of one kind, 1 (WAN) or 4 (LAN) of ifacetype_map, named as by
 /// get_ifname_by_portname(). 0; NM_ERR_BAD_TYPE; NM_ERR_NO_KEY for an absent section; or the code of
 /// reading `path`.
