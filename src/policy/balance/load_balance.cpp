@@ -18,6 +18,7 @@
 #include "kernel/marks.h"
 #include "log.h"
 #include "peers/bus/bus_exchange.h"
+#include "policy/common/restore_script.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
@@ -32,15 +33,15 @@ struct Chain {
     const char* name;
     const char* condition_suffix;
     uint32_t flag;
-    const char* mask;
+
+    /// The bits that the choice covers.
+    std::string mask() const { return nm::hex_mark(flag | nm::kEgressPort.mask); }
 };
 
-constexpr Chain kSiteToSite{"S2SLB", "", 0, "/0xf"};
-constexpr Chain kWithoutMpls{"S2SLB_WITHOUT_MPLS", "", 0, "/0xf"};
-constexpr Chain kLanToWan{"WANLB", "_ncsi", nm::kLanToWan, "/0x200f"};
+constexpr Chain kSiteToSite{"S2SLB", "", 0};
+constexpr Chain kWithoutMpls{"S2SLB_WITHOUT_MPLS", "", 0};
+constexpr Chain kLanToWan{"WANLB", "_ncsi", nm::kLanToWan};
 
-constexpr const char* kUnchosen = " -m mark --mark 0x0/0xf";
-constexpr const char* kChosen = " -m mark ! --mark 0x0/0xf -j RETURN\n";
 constexpr const char* kSingleWan = "single_wan_condition";
 
 /// Member `key` as text; what is no text and no number counts as absent.
@@ -111,30 +112,43 @@ int port_of(const std::string& interface) {
 }
 
 std::string mark_of(const Chain& chain, const std::string& interface) {
-    return std::to_string(port_of(interface) + static_cast<int>(chain.flag)) + chain.mask;
+    return std::to_string(port_of(interface) + static_cast<int>(chain.flag)) + "/" + chain.mask();
 }
 
 std::string rule(const Chain& chain, const std::string& rest) {
-    return std::string("-A ") + chain.name + rest;
+    return nm::append_rule(chain.name, rest);
 }
 
-std::string condition(const Chain& chain, const load_balance_if& candidate) {
-    return " --condition " + nm::restore_word(candidate.interface + chain.condition_suffix).value_or("");
+std::string condition(const Chain& chain, const load_balance_if& candidate, bool negated = false) {
+    return nm::condition_match(nm::restore_word(candidate.interface + chain.condition_suffix).value_or(""),
+                               negated);
 }
 
 /// Restores the choice of the connection, or saves it.
 std::string connmark(const Chain& chain, const char* direction) {
-    const std::string mask = chain.mask + 1;
-    return rule(chain, std::string(" -j CONNMARK --") + direction + "-mark --nfmask " + mask + " --ctmask " +
-                           mask + "\n");
+    return rule(chain, std::string(" -j CONNMARK --") + direction + "-mark --nfmask " + chain.mask() +
+                           " --ctmask " + chain.mask());
+}
+
+std::string set_mark(const std::string& mark) {
+    return " -j MARK --set-mark " + mark;
+}
+
+std::string egress_mask() {
+    return nm::hex_mark(nm::kEgressPort.mask);
+}
+
+/// Whoever has a port already is not asked again.
+std::string chosen_returns(const Chain& chain) {
+    return rule(chain, nm::unmarked_match(egress_mask(), true) + " -j RETURN");
 }
 
 /// Wipes the choice of a port that has died since.
 std::string wiping_rules(const Chain& chain, const Candidates& candidates) {
     std::string text;
     for (const load_balance_if& candidate : candidates) {
-        text += rule(chain, " -m mark --mark " + mark_of(chain, candidate.interface) + " -m condition !" +
-                                condition(chain, candidate) + " -j MARK --set-mark 0x0" + chain.mask + "\n");
+        text += rule(chain, " -m mark --mark " + mark_of(chain, candidate.interface) +
+                                condition(chain, candidate, true) + set_mark("0x0/" + chain.mask()));
     }
     return text;
 }
@@ -163,9 +177,9 @@ std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
     for (size_t i = candidates.size() - 1; i > 0; --i) {
         const load_balance_if& candidate = candidates[i];
         const auto rate = static_cast<double>(candidate.rate);
-        text += rule(chain, std::string(kUnchosen) + " -m condition" + condition(chain, candidate) +
+        text += rule(chain, nm::unmarked_match(egress_mask()) + condition(chain, candidate) +
                                 " -m statistic --mode random --probability " + probability(rate, remaining) +
-                                " -j MARK --set-mark " + mark_of(chain, candidate.interface) + "\n");
+                                set_mark(mark_of(chain, candidate.interface)));
         remaining -= rate;
     }
     return text;
@@ -175,9 +189,8 @@ std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
 std::string remaining_rules(const Chain& chain, const Candidates& candidates) {
     std::string text;
     for (const load_balance_if& candidate : candidates) {
-        text += rule(chain, std::string(" -m mark --mark 0x0") + chain.mask + " -m condition" +
-                                condition(chain, candidate) + " -j MARK --set-mark " +
-                                mark_of(chain, candidate.interface) + "\n");
+        text += rule(chain, nm::unmarked_match(chain.mask()) + condition(chain, candidate) +
+                                set_mark(mark_of(chain, candidate.interface)));
     }
     return text;
 }
@@ -193,37 +206,33 @@ std::string private_wiping_rules(const Json::Value& ports) {
         const std::string interface = text_of(entry, "INTERFACE", "");
         if (!interface.empty()) {
             text += rule(kWithoutMpls, " -m mark --mark " + mark_of(kWithoutMpls, interface) +
-                                           " -j MARK --set-mark 0x0/0xf\n");
+                                           set_mark("0x0/" + egress_mask()));
         }
     }
     return text;
 }
 
-std::string restore_script(const char* command, const std::string& rules) {
-    return std::string("/bin/cat <<- EOF | /sbin/") + command + " -n\n*mangle\n" + rules + "COMMIT\nEOF";
-}
-
 std::string site_to_site_ip4(const Candidates& all, const Candidates& uplinks,
                              const Json::Value& private_ports) {
-    return restore_script("iptables-restore",
-                          "-F S2SLB\n-F S2SLB_WITHOUT_MPLS\n" + connmark(kSiteToSite, "restore") +
-                              wiping_rules(kSiteToSite, all) +
-                              "-A S2SLB -m set ! --match-set mpls_rlan dst -j S2SLB_WITHOUT_MPLS\n" +
-                              rule(kSiteToSite, kChosen) + choice(kSiteToSite, all) +
-                              private_wiping_rules(private_ports) + rule(kWithoutMpls, kChosen) +
-                              choice(kWithoutMpls, uplinks));
+    return nm::table_script(nm::kRestoreIp4, "mangle",
+                            "-F S2SLB\n-F S2SLB_WITHOUT_MPLS\n" + connmark(kSiteToSite, "restore") +
+                                wiping_rules(kSiteToSite, all) +
+                                "-A S2SLB -m set ! --match-set mpls_rlan dst -j S2SLB_WITHOUT_MPLS\n" +
+                                chosen_returns(kSiteToSite) + choice(kSiteToSite, all) +
+                                private_wiping_rules(private_ports) + chosen_returns(kWithoutMpls) +
+                                choice(kWithoutMpls, uplinks));
 }
 
 /// There are no private circuits for IPv6, and a connection stays with its port even when that has died.
 std::string site_to_site_ip6(const Candidates& uplinks) {
-    return restore_script("ip6tables-restore",
-                          "-F S2SLB\n" + connmark(kSiteToSite, "restore") + choice(kSiteToSite, uplinks));
+    return nm::table_script(nm::kRestoreIp6, "mangle",
+                            "-F S2SLB\n" + connmark(kSiteToSite, "restore") + choice(kSiteToSite, uplinks));
 }
 
 std::string lan_to_wan(const Candidates& uplinks) {
-    return restore_script("iptables-restore", "-F WANLB\n" + connmark(kLanToWan, "restore") +
-                                                  wiping_rules(kLanToWan, uplinks) +
-                                                  rule(kLanToWan, kChosen) + choice(kLanToWan, uplinks));
+    return nm::table_script(nm::kRestoreIp4, "mangle",
+                            "-F WANLB\n" + connmark(kLanToWan, "restore") + wiping_rules(kLanToWan, uplinks) +
+                                chosen_returns(kLanToWan) + choice(kLanToWan, uplinks));
 }
 
 void load(const std::string& script, const char* failure) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "log.h"
+#include "policy/common/restore_script.h"
 #include "utils/process.h"
 
 namespace {
@@ -33,7 +34,7 @@ constexpr struct {
 };
 
 std::string drop_rule(const std::string& match) {
-    return "-A ATTACK_DEFENSE " + match + " -j DROP\n";
+    return nm::append_rule("ATTACK_DEFENSE", " " + match + " -j DROP");
 }
 
 std::string ip_option_rule(uint32_t flags) {
@@ -50,10 +51,10 @@ std::string ip_option_rule(uint32_t flags) {
 
 int setup_attack_defense(uint32_t flags) {
     NM_LOG(Debug) << "Enter";
-    std::string script = "/bin/cat <<- EOF | /sbin/iptables-restore -n\n*filter\n-F ATTACK_DEFENSE\n";
+    std::string rules = "-F ATTACK_DEFENSE\n";
     for (const auto& row : kMatches) {
-        script += (flags & row.bit) != 0 ? drop_rule(row.match) : "";
+        rules += (flags & row.bit) != 0 ? drop_rule(row.match) : "";
     }
-    script += ip_option_rule(flags) + "COMMIT\nEOF";
-    return NM_EXIT(system_cmd(script.c_str()));
+    rules += ip_option_rule(flags);
+    return NM_EXIT(system_cmd(nm::table_script(nm::kRestoreIp4, "filter", rules).c_str()));
 }

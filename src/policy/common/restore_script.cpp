@@ -1,0 +1,63 @@
+// Scripts for the restore commands.
+#include "policy/common/restore_script.h"
+
+#include <cstdlib>
+#include <exception>
+#include <locale>
+#include <sstream>
+
+#include "log.h"
+#include "utils/process.h"
+
+namespace nm {
+
+namespace {
+
+constexpr char kRefusal[] = "Error occurred at line: ";
+
+}  // namespace
+
+std::string here_document(const std::string& head, const std::string& lines) {
+    return head + "\n" + lines + "EOF";
+}
+
+std::string table_script(const std::string& head, const std::string& table, const std::string& lines) {
+    return here_document(head, "*" + table + "\n" + lines + "COMMIT\n");
+}
+
+std::string append_rule(const std::string& chain, const std::string& rest) {
+    return "-A " + chain + rest + "\n";
+}
+
+std::string condition_match(const std::string& name, bool negated) {
+    return std::string(" -m condition") + (negated ? " !" : "") + " --condition " + name;
+}
+
+std::string hex_mark(uint32_t value) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << "0x" << std::hex << value;
+    return text.str();
+}
+
+std::string unmarked_match(const std::string& mask, bool negated) {
+    return std::string(" -m mark") + (negated ? " !" : "") + " --mark 0x0/" + mask;
+}
+
+std::optional<int> refused_line(const std::string& script) {
+    std::string output;
+    try {
+        output = exec(script.c_str());
+    } catch (const std::exception& error) {
+        NM_LOG(Error) << "Restore: " << error.what();
+        return 0;
+    }
+    NM_LOG(Debug) << "Restore: " << output;
+    const size_t refusal = output.find(kRefusal);
+    if (refusal == std::string::npos) {
+        return std::nullopt;
+    }
+    return atoi(output.c_str() + refusal + sizeof(kRefusal) - 1);
+}
+
+}  // namespace nm
