@@ -24,6 +24,8 @@
 #include "interfaces/lan/VlanBrif.h"
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
 #include "interfaces/uplink/UplinkIfaceInfo.h"
+#include "interfaces/uplink/UplinkInterface.h"
+#include "interfaces/uplink/UplinkKind.h"
 #include "interfaces/uplink/WanIfaceInfo.h"
 #include "interfaces/uplink/WanInterface.h"
 #include "interfaces/uplink/available_info.h"

@@ -10,6 +10,16 @@
 
 namespace nm {
 
+/// The port that a name of the form "PORT1.100", a port with a VLAN, stands for.
+inline std::string port_without_vlan(std::string port) {
+    const size_t point = port.find('.');
+    if (point != std::string::npos) {
+        NM_LOG(Debug) << "PORT: " << port.substr(0, point) << "'s VLAN: " << port.substr(point + 1);
+        port.erase(point);
+    }
+    return port;
+}
+
 /// Logs why a constructor threw `code`; `word` is the family's own ("wan", "lan", ...).
 inline void log_construction_failure(int code, const std::string& word, const std::string& name,
                                      const std::string& path) {

@@ -391,10 +391,5 @@ int create_LAN(PortLanInterface** lan, std::string port, std::string path, Json:
 
 int create_LAN(TagLanInterface** lan, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    const size_t point = port.find('.');
-    if (point != std::string::npos) {
-        NM_LOG(Debug) << "PORT: " << port << "'s VLAN: " << port.substr(point + 1);
-        port.erase(point);
-    }
-    return NM_EXIT(nm::build(lan, "lan", port, path, cfg));
+    return NM_EXIT(nm::build(lan, "lan", nm::port_without_vlan(port), path, cfg));
 }

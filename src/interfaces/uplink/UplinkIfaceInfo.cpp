@@ -5,6 +5,7 @@
 
 #include "config/actions.h"
 #include "config/nmconfig.h"
+#include "interfaces/uplink/UplinkInterface.h"
 #include "log.h"
 #include "result_codes.h"
 #include "services/dns/name_servers.h"
@@ -64,7 +65,8 @@ int UplinkIfaceInfo::del_info(uint32_t) {
 int UplinkIfaceInfo::alt_info(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
     int ret = NM_OK;
-    const std::unique_ptr<UplinkIfaceInfo> stored = make_stored(ret);
+    const std::unique_ptr<UplinkIfaceInfo> stored =
+        kind.make_info(ifname, kDeviceInfoPath, Json::Value(), ret);
     if (stored == nullptr) {
         NM_LOG(Error) << ifname << " does not exist in " << kDeviceInfoPath;
         return NM_EXIT(ret);
@@ -87,9 +89,9 @@ void UplinkIfaceInfo::take_stored_down(UplinkIfaceInfo& stored, uint32_t opt) {
     }
 }
 
-std::unique_ptr<BaseWanInterface> UplinkIfaceInfo::get_interface() {
+std::unique_ptr<UplinkInterface> UplinkIfaceInfo::get_interface() {
     int ret = NM_OK;
-    std::unique_ptr<BaseWanInterface> device = make_interface(ret);
+    std::unique_ptr<UplinkInterface> device = kind.make_device(portname, path, cfg, ret);
     if (device == nullptr) {
         NM_LOG(Error) << ifname << " creates " << kind.device_class << " instance failed, ret=" << ret;
     }
@@ -98,7 +100,7 @@ std::unique_ptr<BaseWanInterface> UplinkIfaceInfo::get_interface() {
 
 int UplinkIfaceInfo::get_interface_prio(uint32_t& prio) {
     prio = 1;
-    const std::unique_ptr<BaseWanInterface> device = get_interface();
+    const std::unique_ptr<UplinkInterface> device = get_interface();
     if (device == nullptr) {
         NM_LOG(Error) << "Failed to do get_interface!";
         return NM_ERR_NO_IFACE;

@@ -15,24 +15,9 @@
 
 #include "interfaces/common/BaseInterface.h"
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
+#include "interfaces/uplink/UplinkKind.h"
 
 #pragma GCC visibility push(default)
-
-/// The words and numbers in which the kinds of uplinks differ.
-struct UplinkKind {
-    int type;                   ///< KIND_WAN, ...
-    const char* device_class;   ///< class of the device side, for the log
-    const char* info_class;     ///< class of the addressing side, for the log
-    const char* add_failed;     ///< begins the line that says that add_info() failed
-    int mark;                   ///< whether firewall marks assign packets to it: `mark` of set_ip4_rule()
-    const char* tunnel_method;  ///< method of the overlay service that sets up its tunnel
-    bool tunnel_is_operated;    ///< whether that method is told to set up or to tear down
-    const char* link_daemon;    ///< its daemon "mlmd" runs as the unit "nm-mlmd@"
-    bool daemon_log_is_brief;   ///< whether the lines about that daemon leave the interface out
-    const char* monitor_type;   ///< `type` for the link monitor in the place of `id`; null for none
-    std::vector<std::string> ip4_types;     ///< what `IP4_TYPE` may be
-    std::vector<std::string> tunnel_types;  ///< with which of them there is a tunnel
-};
 
 class UplinkIfaceInfo : public BaseWanIfaceInfo {
 public:
@@ -109,12 +94,8 @@ public:
     int get_interface_prio(uint32_t& prio);
 
 protected:
-    /// The device side of the port, null with the code if it cannot be built.
-    virtual std::unique_ptr<BaseWanInterface> make_interface(int& ret) = 0;
-    /// The same with the failure logged.
-    std::unique_ptr<BaseWanInterface> get_interface();
-    /// The addressing that the stored document describes, null with the code if it cannot be built.
-    virtual std::unique_ptr<UplinkIfaceInfo> make_stored(int& ret) = 0;
+    /// The device side of the port, null with the failure logged if it cannot be built.
+    std::unique_ptr<UplinkInterface> get_interface();
 
     /// Tells the health manager that the uplink comes or goes. Nothing depends on what it answers.
     virtual void register_uplink(bool comes) = 0;
@@ -152,7 +133,6 @@ private:
     int write_stop_flag();
     int stop_pppoe();
     void take_stored_down(UplinkIfaceInfo& stored, uint32_t opt);
-    Json::Value monitor_target(const std::string& name);
 };
 
 #pragma GCC visibility pop

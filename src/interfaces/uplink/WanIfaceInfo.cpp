@@ -6,9 +6,8 @@
 #include <utility>
 
 #include "config/actions.h"
-#include "config/nmconfig.h"
 #include "interfaces/common/factory.h"
-#include "interfaces/uplink/WanInterface.h"
+#include "interfaces/uplink/UplinkInterface.h"
 #include "interfaces/uplink/tunnel_edit.h"
 #include "kernel/link_state.h"
 #include "log.h"
@@ -17,24 +16,6 @@
 #include "utils/json_text.h"
 
 namespace {
-
-const UplinkKind& wan_kind() {
-    static const UplinkKind kind = [] {
-        UplinkKind wan{};
-        wan.type = KIND_WAN;
-        wan.device_class = "WanInterface";
-        wan.add_failed = "Add info failed, interface: ";
-        wan.mark = 1;
-        wan.tunnel_method = "Setup_TUN";
-        wan.tunnel_is_operated = true;
-        wan.link_daemon = "mlmd";
-        wan.daemon_log_is_brief = true;
-        wan.ip4_types = {"DHCP", "STATIC", "PPPOE", "DISABLED"};
-        wan.tunnel_types = {"PPPOE", "DHCP", "STATIC"};
-        return wan;
-    }();
-    return kind;
-}
 
 std::string lower_case(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return tolower(c); });
@@ -47,27 +28,10 @@ void tell_health_manager(const char* method, const Json::Value& request) {
     (void)vservice_call("nm-hmgr", method, input, output, false);  // it logs; the uplink comes up without
 }
 
-/// An empty `document` means the stored one.
-std::unique_ptr<UplinkIfaceInfo> make_info(const std::string& ifname, const Json::Value& document, int& ret) {
-    WanIfaceInfo* info = nullptr;
-    ret = create_WAN_INFO(&info, ifname, kDeviceInfoPath, document);
-    return std::unique_ptr<UplinkIfaceInfo>(info);
-}
-
 }  // namespace
 
 WanIfaceInfo::WanIfaceInfo(std::string ifname, std::string path, Json::Value cfg)
-    : UplinkIfaceInfo(wan_kind(), std::move(ifname), std::move(path), std::move(cfg)) {
-}
-
-std::unique_ptr<BaseWanInterface> WanIfaceInfo::make_interface(int& ret) {
-    WanInterface* wan = nullptr;
-    ret = create_WAN(&wan, portname, path, cfg);
-    return std::unique_ptr<BaseWanInterface>(wan);
-}
-
-std::unique_ptr<UplinkIfaceInfo> WanIfaceInfo::make_stored(int& ret) {
-    return make_info(ifname, Json::Value(), ret);
+    : UplinkIfaceInfo(nm::uplink_kind(KIND_WAN), std::move(ifname), std::move(path), std::move(cfg)) {
 }
 
 void WanIfaceInfo::register_uplink(bool comes) {
@@ -77,7 +41,7 @@ void WanIfaceInfo::register_uplink(bool comes) {
         tell_health_manager("RemoveWan", request);
         return;
     }
-    const std::unique_ptr<BaseWanInterface> device = get_interface();
+    const std::unique_ptr<UplinkInterface> device = get_interface();
     if (device == nullptr) {
         return;
     }
@@ -147,7 +111,7 @@ int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string path, J
 }
 
 int edit_tunnels(int op) {
-    return nm::edit_tunnels_of({"WAN_IFACE_INFO", "WanIfaceInfo", make_info}, op);
+    return nm::edit_tunnels_of(nm::uplink_kind(KIND_WAN), op);
 }
 
 int check_iface_link_up(WanIfaceInfo* info, unsigned int act) {

@@ -30,8 +30,6 @@ public:
     int setup_mlmd(int mode) { return setup_link_daemon(mode); }
 
 protected:
-    std::unique_ptr<BaseWanInterface> make_interface(int& ret) override;
-    std::unique_ptr<UplinkIfaceInfo> make_stored(int& ret) override;
     void register_uplink(bool comes) override;
     int bring_up(uint32_t opt) override;
     int setup_ipv4_pppoe(uint32_t opt) override;

@@ -5,6 +5,7 @@
 
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
+#include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "interfaces/uplink/session_code.h"
 #include "log.h"
 #include "result_codes.h"
@@ -15,7 +16,7 @@ constexpr int kSetUp = 0x1;
 constexpr int kTearDown = 0x2;
 
 struct TunnelEdit {
-    const nm::TunnelFamily& family;
+    const UplinkKind& kind;
     int op;
     const Json::Value& document;
 };
@@ -45,9 +46,10 @@ int check_address(UplinkIfaceInfo& info) {
 int visit(std::string ifname, void* argument) {
     const TunnelEdit& edit = *static_cast<const TunnelEdit*>(argument);
     int ret = NM_OK;
-    const std::unique_ptr<UplinkIfaceInfo> info = edit.family.make(ifname, edit.document, ret);
+    const std::unique_ptr<UplinkIfaceInfo> info =
+        edit.kind.make_info(ifname, kDeviceInfoPath, edit.document, ret);
     if (info == nullptr) {
-        NM_LOG(Error) << "Create " << edit.family.class_name << " instance failed, ret=" << ret;
+        NM_LOG(Error) << "Create " << edit.kind.info_class << " instance failed, ret=" << ret;
         return ret;
     }
     NM_LOG(Debug) << "IFNAME: " << ifname << ", Type: " << info->get_ip4_type();
@@ -71,15 +73,15 @@ int visit(std::string ifname, void* argument) {
 
 namespace nm {
 
-int edit_tunnels_of(const TunnelFamily& family, int op) {
+int edit_tunnels_of(const UplinkKind& kind, int op) {
     NM_LOG(Debug) << "Enter";
     Json::Value document;
     const int ret = json_file_to_mem(kDeviceInfoPath, document);
     if (ret < 0) {
         return NM_EXIT(ret);
     }
-    TunnelEdit edit{family, op, document};
-    return NM_EXIT(json_key_foreach_value_do(document, family.section, false, visit, &edit));
+    TunnelEdit edit{kind, op, document};
+    return NM_EXIT(json_key_foreach_value_do(document, kind.section, false, visit, &edit));
 }
 
 }  // namespace nm

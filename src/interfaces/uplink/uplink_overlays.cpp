@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "config/port_names.h"
-#include "interfaces/uplink/UplinkIfaceInfo.h"
+#include "interfaces/uplink/UplinkInterface.h"
 #include "interfaces/uplink/tunnel_address.h"
 #include "log.h"
 #include "peers/bus/bus_exchange.h"
@@ -70,9 +70,7 @@ int UplinkIfaceInfo::request_tunnel(int mode, const char* method, const char* la
     has_tunnel = true;
     NM_LOG(Debug) << (mode == 1 ? "Setup " : "Destroy ") << run_ifname << label;
     Json::Value request;
-    if (kind.tunnel_is_operated) {
-        request["op"] = std::to_string(mode == 0 ? 1 : 0);  // the service counts the other way round
-    }
+    request["op"] = std::to_string(mode == 0 ? 1 : 0);  // the service counts the other way round
     request["dev"] = run_ifname;
     request["conf"] = path;
     return nm::ask_service("VelanWsd.service", method, request, kMissingError);
@@ -83,20 +81,11 @@ void UplinkIfaceInfo::inspect_tunnel(int mode, const std::string& prefix) {
     (void)setup_dpi(mode, kWanRole, tunnel);  // inspection is no condition of a tunnel
 }
 
-Json::Value UplinkIfaceInfo::monitor_target(const std::string& name) {
-    Json::Value target;
-    target["ifname"] = name;
-    if (kind.monitor_type != nullptr) {
-        target["type"] = kind.monitor_type;
-    } else {
-        target["id"] = id_;
-    }
-    return target;
-}
-
 int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string gateway) {
     NM_LOG(Debug) << (mode == 1 ? "Setup " : "Destroy ") << name << "'s monitor.";
-    Json::Value request = monitor_target(name);
+    Json::Value request;
+    request["id"] = id_;
+    request["ifname"] = name;
     if (mode != 1) {
         return nm::ask_service("VelanWmd", "Del_monitor_iface", request, kMissingError);
     }
@@ -109,7 +98,7 @@ int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string g
         NM_LOG(Error) << "Bad gateway address [" << gateway << "] for Monitor.";
         return NM_ERR_BAD_IP;
     }
-    const std::unique_ptr<BaseWanInterface> device = get_interface();
+    const std::unique_ptr<UplinkInterface> device = get_interface();
     if (device == nullptr || device->get_tx_rate() == 0) {
         NM_LOG(Error) << "Get bandwidth failed.";
         return NM_ERR_NO_IFACE;
@@ -141,7 +130,7 @@ int UplinkIfaceInfo::edit_local_site(int mode, const char* method, const char* k
         return NM_ERR_BAD_IP;
     }
     if (mode == 1) {
-        const std::unique_ptr<BaseWanInterface> device = get_interface();
+        const std::unique_ptr<UplinkInterface> device = get_interface();
         if (device == nullptr) {
             NM_LOG(Error) << "Create " << kind.device_class << " instance failed.";
             return NM_ERR_NO_IFACE;

@@ -5,6 +5,7 @@
 
 #include "config/actions.h"
 #include "fake_service.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
 #include "interfaces/uplink/WanInterface.h"
 #include "peers/bus/qos_rate.h"
 #include "result_codes.h"
@@ -64,7 +65,7 @@ TEST(WanFactory, TurnsEveryFailureIntoItsCode) {
     const std::tuple<const char*, fs::path, std::string, int, const char*> cases[] = {
         {"PORT9", stored.path, "null", 0, ""},
         {"PORT9", stored.path, good, NM_ERR_NO_SECTION, "Cannot find [PORT9]'s configuration."},
-        {"PORT1.100", "/p", good, 0, "PORT: PORT1.100's VLAN: 100"},
+        {"PORT1.100", "/p", good, 0, "PORT: PORT1's VLAN: 100"},
         {".100", "/p", good, NM_ERR_NULL_ARG, "wan is NULL"},
         {"PORT1", "", good, NM_ERR_NULL_ARG, "wan is NULL"},
         {"PORT1", "/p", "null", NM_ERR_NOT_FOUND, "File loading failed; path:/p"},

@@ -1,0 +1,44 @@
+// The kinds of uplinks. What they do alike is in UplinkInterface.h, the device side, and UplinkIfaceInfo.h,
+// the addressing side; a kind is a row here and the few operations that its classes override.
+#pragma once
+
+#include <json/value.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class UplinkIfaceInfo;
+class UplinkInterface;
+
+#pragma GCC visibility push(default)
+
+/// The words and numbers in which the kinds differ, and how the objects of their two sides are made.
+struct UplinkKind {
+    int type;                   ///< KIND_WAN, ...
+    const char* section;        ///< where its addressing is configured
+    const char* device_class;   ///< class of the device side, for the log
+    const char* info_class;     ///< class of the addressing side, for the log
+    const char* add_failed;     ///< begins the line that says that add_info() failed
+    int mark;                   ///< whether firewall marks assign packets to it: `mark` of set_ip4_rule()
+    const char* tunnel_method;  ///< method of the overlay service that sets up its tunnel
+    const char* link_daemon;    ///< its daemon "mlmd" runs as the unit "nm-mlmd@"
+    bool daemon_log_is_brief;   ///< whether the lines about that daemon leave the interface out
+    std::vector<std::string> ip4_types;     ///< what `IP4_TYPE` may be
+    std::vector<std::string> tunnel_types;  ///< with which of them there is a tunnel
+
+    /// The factories of its classes: null with the factory's code in `ret` on failure.
+    std::unique_ptr<UplinkInterface> (*make_device)(const std::string& portname, const std::string& path,
+                                                    const Json::Value& cfg, int& ret);
+    std::unique_ptr<UplinkIfaceInfo> (*make_info)(const std::string& ifname, const std::string& path,
+                                                  const Json::Value& cfg, int& ret);
+};
+
+#pragma GCC visibility pop
+
+namespace nm {
+
+/// The row of a kind; `type` is one of KIND_WAN, ... of config/actions.h that has a row.
+const UplinkKind& uplink_kind(int type);
+
+}  // namespace nm
