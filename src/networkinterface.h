@@ -44,6 +44,7 @@
 #include "policy/edge/alg.h"
 #include "policy/edge/attack_defense.h"
 #include "policy/edge/tcp_mss.h"
+#include "policy/routes/static_route.h"
 #include "result_codes.h"
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_defaults.h"

@@ -9,6 +9,7 @@
 #include "control/setup_frame.h"
 #include "log.h"
 #include "policy/edge/tcp_mss.h"
+#include "policy/routes/static_route.h"
 #include "result_codes.h"
 #include "services/dns/hosts.h"
 #include "utils/json_text.h"
@@ -19,12 +20,12 @@ std::string text_or_empty(const char* text) {
     return text != nullptr ? text : "";
 }
 
-int reload_tcpmss(char* args) {
+/// The arguments of a reload: an object whose member `path` is a text if it is there.
+int read_arguments(const char* args, Json::Value& root) {
     if (args == nullptr) {
         NM_LOG(Error) << "args is Null pointer.";
         return NM_ERR_NULL_ARG;
     }
-    Json::Value root;
     if (!nm::parse_json(args, root)) {
         NM_LOG(Error) << "Json parse failed. args:" << args;
         return NM_ERR_PARSE;
@@ -33,7 +34,28 @@ int reload_tcpmss(char* args) {
         NM_LOG(Error) << "root is not valid format, root:" << nm::show_json(root);
         return NM_ERR_BAD_FORMAT;
     }
-    return set_tcp_mss(nm::json_string_or(root, "path", kDeviceInfoPath));
+    return NM_OK;
+}
+
+/// A reload that needs the device document alone.
+int reload(const char* args, int (*work)(std::string path)) {
+    Json::Value root;
+    const int ret = read_arguments(args, root);
+    return ret != NM_OK ? ret : work(nm::json_string_or(root, "path", kDeviceInfoPath));
+}
+
+int reload_routes(const char* args) {
+    Json::Value root;
+    const int ret = read_arguments(args, root);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const std::string path = nm::json_string_or(root, "path", kDeviceInfoPath);
+    const std::string family = nm::json_string_or(root, "family", "");
+    if (family == "4") {
+        return reload_static_route(path);
+    }
+    return family == "6" ? reload_static_route6(path) : __reload_static_route(path);
 }
 
 }  // namespace
@@ -48,5 +70,9 @@ int Del_hosts(char* ifname) {
 }
 
 int Reload_tcpmss(char* args) {
-    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload_tcpmss(args); });
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload(args, set_tcp_mss); });
+}
+
+int Reload_static_route(char* args) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload_routes(args); });
 }
