@@ -59,6 +59,11 @@ public:
     /// a failure; the first one is the result.
     virtual int setup_pppoe_service(int mode);
 
+    /// Ends a session that an earlier configuration has left on a port of another type, and removes what
+    /// belongs to the session alone; the port's own addressing stays. 0, also without such a session; codes
+    /// as those of a stop.
+    int end_left_over_session();
+
     /// The IPv6 side; nothing on kinds without one. `mode` 2 says that a dynamic type follows.
     virtual int disable_ipv6(int mode);
 
@@ -110,6 +115,8 @@ protected:
     /// of its device. With 0 a tunnel was set up or torn down, and `has_tunnel` says whether there is one at
     /// all.
     int request_tunnel(int mode, const char* method, const char* label, bool& has_tunnel);
+    /// Traffic inspection of a device that is the uplink's.
+    void inspect_traffic(int mode, std::string device);
     /// Traffic inspection of the tunnel, whose name begins with `prefix` and follows from the port's.
     void inspect_tunnel(int mode, const std::string& prefix);
     /// One call to the IPsec service about the local site of `address`, under the key `key`.
@@ -132,6 +139,8 @@ private:
     int write_dhcp_routes(const DHCP_INFO& info);
     int write_stop_flag();
     int stop_pppoe();
+    int end_session();
+    int remove_session_config();
     void take_stored_down(UplinkIfaceInfo& stored, uint32_t opt);
 };
 

@@ -23,8 +23,9 @@ void WanInterface::prepare_sessions() {
     remove_left_over_pppoe();
 }
 
-/// A session of an earlier configuration may still run on a port that is no PPPoE port any more. Only the
-/// stored state knows how to take it down.
+/// A session of an earlier configuration may still run on a port that is not a PPPoE port any more. The
+/// stored state knows how to take it down, unless the caller has stored the new one already: then what is
+/// live on the port is of another type, and not to be touched.
 void WanInterface::remove_left_over_pppoe() {
     if (is_interface_pppoe_cfg_exist(interface.c_str()) != 0) {
         NM_LOG(Debug) << "PPPoE config for " << interface << " does not exist.";
@@ -37,7 +38,8 @@ void WanInterface::remove_left_over_pppoe() {
         NM_LOG(Error) << "Create old " << kind.info_class << " instance failed, ret=" << ret;
         return;
     }
-    (void)old->del_info(0);  // the MTU is set whatever is left of the session
+    // The MTU is set whatever is left of the session.
+    (void)(old->get_ip4_type() == "PPPOE" ? old->del_info(0) : old->end_left_over_session());
 }
 
 int create_WAN(WanInterface** wan, std::string port, std::string path, Json::Value cfg) {

@@ -16,13 +16,11 @@
 #include "result_codes.h"
 #include "services/dns/hosts.h"
 #include "services/leases/dhcp_client.h"
-#include "utils/device_facts.h"
 #include "utils/ip_text.h"
 #include "utils/units.h"
 
 namespace {
 
-constexpr int kWanRole = 1;
 constexpr int kWholeAddress = 32;
 
 bool contains(const std::vector<std::string>& texts, const std::string& text) {
@@ -174,7 +172,7 @@ int UplinkIfaceInfo::disable_ip(int mode) {
 void UplinkIfaceInfo::take_down_overlays() {
     (void)setup_wan_monitor(0, run_ifname, "");
     (void)setup_tun(0);
-    (void)setup_dpi(0, kWanRole, run_ifname);
+    inspect_traffic(0, run_ifname);
     (void)setup_ipsec(0, "");
     forget_at_peers();
 }
@@ -289,7 +287,7 @@ int UplinkIfaceInfo::setup_ipset(const std::string& action, const std::string& i
 /// All of it is told to others, who log for themselves what they could not do.
 void UplinkIfaceInfo::set_up_overlays(int mode, const std::string& address, const std::string& gateway) {
     (void)setup_tun(mode);
-    (void)setup_dpi(mode, kWanRole, run_ifname);
+    inspect_traffic(mode, run_ifname);
     (void)setup_wan_monitor(mode, run_ifname, gateway);
     (void)setup_ipsec(mode, address);
 }

@@ -76,9 +76,12 @@ int UplinkIfaceInfo::request_tunnel(int mode, const char* method, const char* la
     return nm::ask_service("VelanWsd.service", method, request, kMissingError);
 }
 
+void UplinkIfaceInfo::inspect_traffic(int mode, std::string device) {
+    (void)setup_dpi(mode, kWanRole, device);  // a device works without inspection as well
+}
+
 void UplinkIfaceInfo::inspect_tunnel(int mode, const std::string& prefix) {
-    std::string tunnel = prefix + tunnel_suffix(ifname);
-    (void)setup_dpi(mode, kWanRole, tunnel);  // inspection is no condition of a tunnel
+    inspect_traffic(mode, prefix + tunnel_suffix(ifname));
 }
 
 int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string gateway) {

@@ -2,13 +2,16 @@
 #include <sys/socket.h>
 #include <vpppoe.h>
 
+#include "config/port_names.h"
 #include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "interfaces/uplink/session_code.h"
+#include "interfaces/uplink/session_remains.h"
 #include "kernel/uplink_routing.h"
 #include "log.h"
 #include "peers/logs/device_log.h"
 #include "result_codes.h"
 #include "services/dns/hosts.h"
+#include "services/dns/name_servers.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
 
@@ -55,6 +58,17 @@ int UplinkIfaceInfo::start_pppoe() {
 }
 
 int UplinkIfaceInfo::stop_pppoe() {
+    const int ret = end_session();
+    if (ifindex == 0) {
+        NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
+    } else if (nm::delete_session_routerule(run_ifname, ifindex, AF_INET) != NM_OK) {
+        NM_LOG(Error) << "Delete source route or rule fail. Interface: " << run_ifname;
+    }
+    const int removed = remove_session_config();
+    return ret != NM_OK ? ret : removed;
+}
+
+int UplinkIfaceInfo::end_session() {
     if (write_stop_flag() != NM_OK) {
         NM_LOG(Error) << "Failed to echo STOP_FLAG to PPPoE env!";
     }
@@ -64,18 +78,36 @@ int UplinkIfaceInfo::stop_pppoe() {
     if (ret != NM_OK) {
         NM_LOG(Error) << "Failed to stop PPPoE on " << ifname;
     }
-    if (ifindex == 0) {
-        NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
-    } else if (nm::delete_session_routerule(run_ifname, ifindex, AF_INET) != NM_OK) {
-        NM_LOG(Error) << "Delete source route or rule fail. Interface: " << run_ifname;
+    return ret;
+}
+
+int UplinkIfaceInfo::remove_session_config() {
+    const std::string session = nm::ppp_ifname(ifname);
+    if (del_hosts(session, AF_INET) != NM_OK) {
+        NM_LOG(Error) << "Delete hosts failed, interface: " << session;
     }
-    if (del_hosts(run_ifname, AF_INET) != NM_OK) {
-        NM_LOG(Error) << "Delete hosts failed, interface: " << run_ifname;
-    }
-    const int removed = nm::session_code(del_interface_pppoe_cfg(ifname.c_str()));
-    if (removed != NM_OK) {
+    const int ret = nm::session_code(del_interface_pppoe_cfg(ifname.c_str()));
+    if (ret != NM_OK) {
         NM_LOG(Error) << "Failed to remove the PPPoE cfg of " << ifname;
     }
+    return ret;
+}
+
+/// The overlay's other services know the port under its own name, whatever its type, so they are left alone.
+int UplinkIfaceInfo::end_left_over_session() {
+    if (is_interface_pppoe_cfg_exist(ifname.c_str()) != VPPPOE_SUCCESS) {
+        return NM_OK;
+    }
+    const std::string session = nm::ppp_ifname(ifname);
+    NM_LOG(Debug) << "End the session that is left over. Interface: " << session;
+    pppoe_runtime_cfg running{};
+    (void)get_pppoe_runtime_cfg(ifname.c_str(), &running);  // zeroed where none runs
+    const int ret = end_session();
+    const int removed = remove_session_config();
+    (void)remove_dns_server(session, AF_INET);  // logged there, as all of this
+    (void)setup_wan_monitor(0, session, "");
+    inspect_traffic(0, session);
+    nm::clear_session_remains(ifname, running.ip4_addr, running.ifindex);
     return ret != NM_OK ? ret : removed;
 }
 

@@ -1,14 +1,14 @@
 // The addressing of WAN ports: what each step of a port's life makes of the kernel, the sets, the units and
 // the sessions, and what it tells the peers, in which order and with which result.
-#include <vpppoe.h>
-
 #include <optional>
 #include <tuple>
 
 #include "config/actions.h"
 #include "control/setup_wan.h"
+#include "fake_pppoe.h"
 #include "fake_service.h"
 #include "interfaces/uplink/WanIfaceInfo.h"
+#include "interfaces/uplink/WanInterface.h"
 #include "interfaces/uplink/tunnel_address.h"
 #include "kernel/link.h"
 #include "kernel_world.h"
@@ -40,6 +40,7 @@ extern "C" int nm_add_pppoe_and_run(const char* ifname, const char* user, const 
 }
 extern "C" int stop_interface_pppoe(const char* ifname) {
     (void)std::system("ip link del ppp-swdev3 2>/dev/null");
+    session = {};
     return dialler(std::string("stop ") + ifname, dialler_says);
 }
 extern "C" int del_interface_pppoe_cfg(const char* ifname) {
@@ -210,6 +211,38 @@ TEST_F(WanInfo, DialsAndStopsSessionsUnderTheLock) {
         EXPECT_EQ(WanIfaceInfo(name, kPath, json(document(kPppoe, name))).disable_ipv4(0), -1705) << name;
         EXPECT_EQ(fs::exists(std::string("/etc/vpppoe/env/") + name + ".env"), written) << name;
     }
+}
+
+TEST_F(WanInfo, EndsASessionOfAnEarlierTypeAlone) {
+    run("ip link set far up");
+    const std::string fixed = document(kStatic + kNoIp6);
+    put(kStored, quoted(fixed));
+    EXPECT_EQ(_setup_waninfo("swdev3", ACT_ADD, 15, kStored, {}), 0);
+    const Lines alone = state();
+    const std::string removed = "firewall.sh <edit_ipset> <del> ";
+    const Calls own{removed + "<WANIFSET> <192.0.2.40,ppp-swdev3> up", removed + "<localip> <192.0.2.40> up"};
+    // The address of the session is the port's own by now, or it is nobody's.
+    for (const auto& [address, sets] :
+         {std::pair{"192.0.2.40", own}, {"192.0.2.3", {removed + "<WANIFSET> <192.0.2.3,ppp-swdev3> up"}}}) {
+        run(std::string("ip link add ppp-swdev3 type veth peer name far2 && ip addr add ") + address +
+            " dev ppp-swdev3");
+        session = {1, {get_iface_index("ppp-swdev3"), "ppp-swdev3", "", "", "", ""}};
+        std::string(address).copy(session.cfg.ip4_addr, 15);
+        dialled = "swdev3";
+        FakeService::take_calls();
+        EXPECT_EQ(WanInterface("PORT3", kPath, json(fixed)).setup_if(OPT_LINK), 0);
+        Calls calls = FakeService::take_calls();
+        EXPECT_EQ(steps(calls), "S-");
+        EXPECT_EQ(dialled + slurp("/etc/vpppoe/env/swdev3.env"), "STOP_FLAG=\"1\"\n");
+        EXPECT_EQ(Calls(calls.end() - sets.size(), calls.end()), sets);
+        EXPECT_EQ(state(), alone);
+        fs::remove("/etc/vpppoe/env/swdev3.env");
+    }
+    // One whose port the store still knows as that of a session goes with all that it has.
+    put(kStored, quoted(document(kPppoe + kNoIp6)));
+    dialled = "swdev3";
+    EXPECT_EQ(WanInterface("PORT3", kPath, json(fixed)).setup_if(OPT_LINK), 0);
+    EXPECT_EQ(steps(), "S-TMR");
 }
 
 TEST_F(WanInfo, FollowsTheLease) {
