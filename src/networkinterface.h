@@ -41,6 +41,7 @@
 #include "peers/unix/peer_commands.h"
 #include "peers/unix/unix_cli.h"
 #include "policy/balance/load_balance.h"
+#include "policy/dnat/dnat.h"
 #include "policy/edge/alg.h"
 #include "policy/edge/attack_defense.h"
 #include "policy/edge/tcp_mss.h"

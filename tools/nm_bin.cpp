@@ -77,6 +77,8 @@ constexpr std::array kCommands{
             "work what a DHCP client or PPPoE session reports (called by their hooks)"},
     Command{"Reload_tcpmss", "REQUEST", 1, true, run_with_text<Reload_tcpmss>,
             "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
+    Command{"Reload_dnat", "REQUEST", 1, true, run_with_text<Reload_dnat>,
+            "write the stored port forwards anew ({\"path\": ...} or {})"},
     Command{"Reload_static_route", "REQUEST", 1, true, run_with_text<Reload_static_route>,
             "write the stored static routes anew ({\"family\": \"4\" or \"6\", \"path\": ...} or {})"},
 };

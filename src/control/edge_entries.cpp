@@ -8,6 +8,7 @@
 #include "config/nmconfig.h"
 #include "control/setup_frame.h"
 #include "log.h"
+#include "policy/dnat/dnat.h"
 #include "policy/edge/tcp_mss.h"
 #include "policy/routes/static_route.h"
 #include "result_codes.h"
@@ -71,6 +72,10 @@ int Del_hosts(char* ifname) {
 
 int Reload_tcpmss(char* args) {
     return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload(args, set_tcp_mss); });
+}
+
+int Reload_dnat(char* args) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload(args, reload_dnat); });
 }
 
 int Reload_static_route(char* args) {
