@@ -41,6 +41,11 @@ active() {
     systemctl --quiet is-active "$1"
 }
 
+# The unit is not about to be started by itself, as systemd does with one that has failed.
+not_waiting() {
+    [[ $(systemctl is-active "$1") != activating ]]
+}
+
 # address MAC [NETNS]: the address that a client of this MAC gets, "none" within a quarter of a minute.
 address() {
     local netns=${2:-clients}
@@ -93,12 +98,16 @@ mkdir "$LEASES"
 dhcp lan0 1 "$STORED"
 same "a server that dies at once is a failure" "-1011 no" "$result $(active nm-dhcpd@lan0 || echo no)"
 logged "and is logged" "Start service 'nm-dhcpd@lan0' failed, ret=1"
+dhcp lan0 2 "$STORED"
+check "deleted, it is not started again and again" eventually 15 not_waiting nm-dhcpd@lan0
 rmdir "$LEASES"
 printf '[Service]\nType=oneshot\nExecStart=/bin/sh -c "echo >>%s/tries; exit 1"\n' "$scratch" \
     >/etc/systemd/system/nm-dhcpd@.service
+systemctl daemon-reload
 dhcp lan0 1 "$STORED"
 same "a unit that fails is started five times" "-1011 5" "$result $(wc -l <"$scratch/tries")"
 rm /etc/systemd/system/nm-dhcpd@.service
+systemctl daemon-reload
 dhcp lan0 2 "$STORED"
 
 flock -o /var/lock/network/dhcpservice.lck sleep 60 &

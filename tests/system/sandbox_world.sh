@@ -41,6 +41,22 @@ fails "refused namespaces" 77 env PATH="$shared:$PATH" scripts/sandbox true
 fails "not root" 77 setpriv --reuid 65534 --clear-groups --inh-caps +dac_read_search \
     --ambient-caps +dac_read_search bash scripts/sandbox true
 
+# The same under systemd, whose own boot would empty /tmp and set kernel parameters.
+if why=$(inside --systemd true 2>&1); then
+    same "units run, and what is shared stays, as do the kernel's settings" "systemd kept Read-only file system" \
+        "$(inside --systemd --share "$shared" bash -c "printf '[Service]\nType=oneshot\nExecStart=/bin/cp /proc/1/comm /run/\n' \
+            >/run/systemd/system/a.service && systemctl daemon-reload && systemctl start a && cat /run/comm '$shared/kept'
+            echo 60 2>&1 >/proc/sys/kernel/panic | sed 's/.*panic: //'" | xargs)"
+    same "input, arguments, output and status are passed on under systemd" $'input\na b\n7' \
+        "$(inside --systemd bash -c 'cat; printf "%s\n" "$@"; exit 7' - 'a b' <<<input || echo $?)"
+else
+    skip "units under systemd" "$why"
+fi
+fails "no systemd" 77 inside bash -c 'rm /lib/systemd/systemd; exec scripts/lib/systemd-world true'
+mkdir "$shared/no_mount" && ln -s /bin/false "$shared/no_mount/mount"
+fails "refused control groups" 77 inside --share "$shared" bash -c "PATH='$shared/no_mount':\$PATH; touch /usr/bin/systemctl.machine
+    chmod +x /usr/bin/systemctl.machine; exec scripts/lib/systemd-world true"
+
 for signal in TERM KILL; do
     sleeper="sleep 1000.$RANDOM$RANDOM"
     inside bash -c "setsid $sleeper & $sleeper" &
