@@ -1,4 +1,4 @@
-// Addresses on devices, by libnl's address cache.
+// Addresses on devices, by libnl's address objects.
 #include "kernel/address.h"
 
 #include <net/if.h>
@@ -43,36 +43,23 @@ bool has_wider_scope(rtnl_addr* address) {
     return false;
 }
 
-/// Which addresses a walk is about.
-struct Selection {
-    unsigned int ifindex;
-    int family;
-    bool (*has_wanted_scope)(rtnl_addr* address);
+using AddressPredicate = bool (*)(rtnl_addr* address);
 
-    bool holds(rtnl_addr* address) const {
-        return rtnl_addr_get_ifindex(address) == static_cast<int>(ifindex) &&
-               rtnl_addr_get_family(address) == family && has_wanted_scope(address);
-    }
-};
-
-/// The first selected address from `object` on, or null.
-rtnl_addr* find_from(nl_object* object, const Selection& selection) {
-    while (object != nullptr && !selection.holds(reinterpret_cast<rtnl_addr*>(object))) {
-        object = nl_cache_get_next(object);
-    }
-    return reinterpret_cast<rtnl_addr*>(object);
+rtnl_addr* address_of(const nm::NlObjects::value_type& object) {
+    return reinterpret_cast<rtnl_addr*>(object.get());
 }
 
-int read_first(const Selection& selection, std::string& out) {
+int read_first(unsigned int ifindex, int family, AddressPredicate has_wanted_scope, std::string& out) {
     nm::AddressTable table;
-    const int ret = nm::read_address_table(table, kByIndex);
+    const int ret = nm::read_address_table(ifindex, family, kByIndex, table);
     if (ret != NM_OK) {
         return ret;
     }
-    rtnl_addr* address = find_from(nl_cache_get_first(table.addresses.get()), selection);
-    if (address != nullptr) {
+    const auto found = std::find_if(table.addresses.begin(), table.addresses.end(),
+                                    [=](const auto& object) { return has_wanted_scope(address_of(object)); });
+    if (found != table.addresses.end()) {
         std::array<char, 128> text{};
-        out = nl_addr2str(rtnl_addr_get_local(address), text.data(), text.size());
+        out = nl_addr2str(rtnl_addr_get_local(address_of(*found)), text.data(), text.size());
     }
     return NM_OK;
 }
@@ -116,32 +103,37 @@ nm::RtnlAddr address_on(unsigned int ifindex, int family) {
     return address;
 }
 
-int flush(const Selection& selection) {
+int flush(unsigned int ifindex, int family, AddressPredicate has_wanted_scope) {
     nm::AddressTable table;
-    const int ret = nm::read_address_table(table, kByIndex);
+    const int ret = nm::read_address_table(ifindex, family, kByIndex, table);
     if (ret != NM_OK) {
         return ret;
     }
     // The table is what was there at the start. The kernel takes an IPv4 primary's secondaries along with it,
     // so that some of what is listed has gone when its turn comes.
-    rtnl_addr* address = find_from(nl_cache_get_first(table.addresses.get()), selection);
-    while (address != nullptr) {
-        const int error = rtnl_addr_delete(table.socket.get(), address, 0);
+    for (const auto& object : table.addresses) {
+        if (!has_wanted_scope(address_of(object))) {
+            continue;
+        }
+        const int error = rtnl_addr_delete(table.socket.get(), address_of(object), 0);
         if (error < 0 && error != -NLE_NOADDR) {
             NM_LOG(Error) << "Delete address failed: " << nl_geterror(error)
-                          << ". Interface index: " << selection.ifindex;
+                          << ". Interface index: " << ifindex;
             return NM_ERR_IOCTL;
         }
-        address = find_from(nl_cache_get_next(OBJ_CAST(address)), selection);
     }
     return NM_OK;
 }
 
-void delete_address(nl_object* object, void* socket) {
-    const int error =
-        rtnl_addr_delete(static_cast<nl_sock*>(socket), reinterpret_cast<rtnl_addr*>(object), 0);
-    if (error < 0) {
-        nl_perror(error, "Unable to delete address");
+/// Goes on after a refusal, which standard error takes.
+void delete_each(const nm::AddressTable& table, AddressPredicate has_wanted_scope) {
+    for (const auto& object : table.addresses) {
+        const int error = has_wanted_scope(address_of(object))
+                              ? rtnl_addr_delete(table.socket.get(), address_of(object), 0)
+                              : 0;
+        if (error < 0) {
+            nl_perror(error, "Unable to delete address");
+        }
     }
 }
 
@@ -149,8 +141,9 @@ int flush_by_name(const char* function, const char* ifname, int family) {
     if (ifname == nullptr) {
         return NM_ERR_NL_ARG;
     }
+    // A name without a device has the index 0, which is no address's.
     nm::AddressTable table;
-    const int ret = nm::read_address_table(table, kByName);
+    const int ret = nm::read_address_table(if_nametoindex(ifname), family, kByName, table);
     if (ret == NM_ERR_NL_SOCKET) {
         fprintf(stderr, "%s: socket for netlink operation is created failed\n", function);
     }
@@ -160,22 +153,9 @@ int flush_by_name(const char* function, const char* ifname, int family) {
     if (ret != NM_OK) {
         return ret;
     }
-    const nm::NlCache links = nm::read_links(table.socket.get());
-    const nm::RtnlAddr filter(rtnl_addr_alloc());
-    if (links == nullptr || filter == nullptr) {
-        fprintf(stderr, "%s: Cannot allocate memory for link cache, or addr object\n", function);
-        return NM_ERR_NOMEM;
-    }
     // The number is part of the line that operators' filters know.
     fprintf(stderr, "%s(%d): %s\n", function, 327, ifname);
-    // A name without a device has the index 0, which is no address's.
-    rtnl_addr_set_ifindex(filter.get(), rtnl_link_name2i(links.get(), ifname));
-    rtnl_addr_set_family(filter.get(), family);
-    if (family == AF_INET6) {
-        rtnl_addr_set_scope(filter.get(), RT_SCOPE_UNIVERSE);
-    }
-    nl_cache_foreach_filter(table.addresses.get(), OBJ_CAST(filter.get()), delete_address,
-                            table.socket.get());
+    delete_each(table, family == AF_INET6 ? has_universe_scope : has_any_scope);
     return NM_OK;
 }
 
@@ -198,15 +178,15 @@ void append_device_name(nl_object* object, void* argument) {
 }  // namespace
 
 int get_ipv4_addr(unsigned int ifindex, std::string& out) {
-    return read_first({ifindex, AF_INET, has_any_scope}, out);
+    return read_first(ifindex, AF_INET, has_any_scope, out);
 }
 
 int get_ipv6_addr(unsigned int ifindex, std::string& out) {
-    return read_first({ifindex, AF_INET6, has_wider_scope}, out);
+    return read_first(ifindex, AF_INET6, has_wider_scope, out);
 }
 
 int get_ipv6_link_addr(unsigned int ifindex, std::string& out) {
-    return read_first({ifindex, AF_INET6, has_link_scope}, out);
+    return read_first(ifindex, AF_INET6, has_link_scope, out);
 }
 
 int set_ipv4_addr(unsigned int ifindex, std::string addr) {
@@ -227,12 +207,12 @@ int set_ipv6_addr(unsigned int ifindex, std::string& addr, int scope) {
 
 int flush_ipv4_addr(unsigned int ifindex) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(flush({ifindex, AF_INET, has_any_scope}));
+    return NM_EXIT(flush(ifindex, AF_INET, has_any_scope));
 }
 
 int flush_ipv6_addr(unsigned int ifindex) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(flush({ifindex, AF_INET6, has_universe_scope}));
+    return NM_EXIT(flush(ifindex, AF_INET6, has_universe_scope));
 }
 
 int flush_ipaddr(const char* ifname, int family) {

@@ -99,13 +99,12 @@ int wait_for_detection(const char* ifname) {
     return 1;
 }
 
-void find_tentative(nl_object* object, void* argument) {
-    auto* address = reinterpret_cast<rtnl_addr*>(object);
+void find_tentative(rtnl_addr* address, int& tentative) {
     std::array<char, 128> text{};
     NM_LOG(Debug) << "ADDR: " << nl_addr2str(rtnl_addr_get_local(address), text.data(), text.size());
     if ((rtnl_addr_get_flags(address) & IFA_F_TENTATIVE) != 0) {
         NM_LOG(Debug) << "ADDR TENTATIVE.";
-        *static_cast<int*>(argument) = 1;
+        tentative = 1;
     }
 }
 
@@ -218,20 +217,18 @@ int check_tentative_state(const char* ifname, int& tentative) {
         return NM_ERR_NO_IFACE;
     }
     nm::AddressTable table;
-    const int ret = nm::read_address_table(table, {NM_ERR_NL_SOCKET, NM_ERR_NL_CONNECT});
-    const nm::RtnlAddr filter(rtnl_addr_alloc());
-    if (ret == NM_ERR_NOMEM || filter == nullptr) {
+    const int ret = nm::read_address_table(static_cast<unsigned int>(ifindex), AF_INET6,
+                                           {NM_ERR_NL_SOCKET, NM_ERR_NL_CONNECT}, table);
+    if (ret == NM_ERR_NOMEM) {
         NM_LOG(Error) << "Cannot allocate memory for route object, addr cache.";
-        return NM_ERR_NOMEM;
     }
-    if (ret != NM_OK) {
-        return ret;
+    for (const auto& object : table.addresses) {
+        auto* address = reinterpret_cast<rtnl_addr*>(object.get());
+        if (rtnl_addr_get_scope(address) == RT_SCOPE_LINK) {
+            find_tentative(address, tentative);
+        }
     }
-    rtnl_addr_set_ifindex(filter.get(), ifindex);
-    rtnl_addr_set_family(filter.get(), AF_INET6);
-    rtnl_addr_set_scope(filter.get(), RT_SCOPE_LINK);
-    nl_cache_foreach_filter(table.addresses.get(), OBJ_CAST(filter.get()), find_tentative, &tentative);
-    return NM_OK;
+    return ret;
 }
 
 int set_ipv6_addrgenmode(std::string& ifname, std::string mode) {

@@ -26,24 +26,17 @@ bool is_too_long(const char* name) {
     return strlen(name) >= IFNAMSIZ;
 }
 
-/// The device of that name, as the kernel has it now. One is asked for and not the whole table, which takes
-/// the longer the more devices there are, and is asked for every port of every bridge. NM_ERR_BR_NO_DEVICE;
-/// NM_ERR_BR_CACHE if the kernel does not tell.
-int find_link(nl_sock* socket, const char* name, nm::RtnlLink& link) {
-    if (is_too_long(name)) {
-        return NM_ERR_BR_NO_DEVICE;
+/// The device of that name. NM_ERR_BR_NO_DEVICE; NM_ERR_BR_CACHE if the kernel does not tell.
+int find_device(nl_sock* socket, const char* name, nm::RtnlLink& link) {
+    switch (nm::find_link(socket, name, link)) {
+        case nm::LinkSearch::Found:
+            return NM_OK;
+        case nm::LinkSearch::Absent:
+            return NM_ERR_BR_NO_DEVICE;
+        case nm::LinkSearch::Failed:
+            break;
     }
-    rtnl_link* found = nullptr;
-    const int error = rtnl_link_get_kernel(socket, 0, name, &found);
-    link.reset(found);
-    if (error == -NLE_NODEV || error == -NLE_OBJ_NOTFOUND) {
-        return NM_ERR_BR_NO_DEVICE;
-    }
-    if (error < 0) {
-        return NM_ERR_BR_CACHE;
-    }
-    // The kernel also knows devices by their alternative names.
-    return strcmp(rtnl_link_get_name(link.get()), name) == 0 ? NM_OK : NM_ERR_BR_NO_DEVICE;
+    return NM_ERR_BR_CACHE;
 }
 
 /// What is done to a port, and the code of its failure.
@@ -68,8 +61,8 @@ int change_port(const PortChange& change, const char* bridge_name, const char* p
     }
     nm::RtnlLink bridge;
     nm::RtnlLink port;
-    ret = find_link(socket.get(), bridge_name, bridge);
-    ret = ret == NM_OK ? find_link(socket.get(), port_name, port) : ret;
+    ret = find_device(socket.get(), bridge_name, bridge);
+    ret = ret == NM_OK ? find_device(socket.get(), port_name, port) : ret;
     if (ret != NM_OK) {
         return ret;
     }
@@ -96,7 +89,7 @@ int br_addbr(const char* name) {
     // Whether there is such a device makes no difference, but a kernel that can't tell is not asked to make
     // one.
     nm::RtnlLink present;
-    if (find_link(socket.get(), name, present) == NM_ERR_BR_CACHE) {
+    if (find_device(socket.get(), name, present) == NM_ERR_BR_CACHE) {
         return NM_ERR_BR_CACHE;
     }
     const nm::RtnlLink link = nm::named_link(name);

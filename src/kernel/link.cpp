@@ -1,4 +1,4 @@
-// Device flags, MTU, name and counters: raw netlink for the first two, libnl's caches for the rest.
+// Device flags, MTU, name and counters: raw netlink for the first two, libnl for the rest.
 #include "kernel/link.h"
 
 #include <net/if.h>
@@ -21,12 +21,9 @@
 
 namespace {
 
-/// What a walk of the link table looks for and what it found.
+/// What a query is about and what it found.
 struct LinkQuery {
-    explicit LinkQuery(const char* ifname) : ifname(ifname) {}
-
     const char* ifname;
-    bool found = false;
     unsigned int flags = 0;
     int mtu = 0;
 };
@@ -49,7 +46,8 @@ int read_attribute(const nlattr* attribute, void* argument) {
     return MNL_CB_OK;
 }
 
-int match_link(const nlmsghdr* message, void* argument) {
+/// The kernel also finds devices by their alternative names.
+int read_link(const nlmsghdr* message, void* argument) {
     if (message->nlmsg_type != RTM_NEWLINK) {
         return MNL_CB_OK;
     }
@@ -58,29 +56,15 @@ int match_link(const nlmsghdr* message, void* argument) {
     (void)mnl_attr_parse(message, sizeof(*info), read_attribute, &attributes);  // the callback never fails
     auto* query = static_cast<LinkQuery*>(argument);
     if (attributes.name != nullptr && strcmp(attributes.name, query->ifname) == 0) {
-        query->found = true;
         query->flags = info->ifi_flags;
         query->mtu = attributes.mtu;
     }
     return MNL_CB_OK;
 }
 
-/// A table that changes while it is dumped marks the messages of the dump, and libmnl stops at the mark. A
-/// walk for one name can go on: what it finds is true. Takes the marks off and tells whether there were any.
-bool clear_interruption(char* answer, ssize_t length) {
-    bool interrupted = false;
-    int rest = static_cast<int>(length);
-    for (auto* message = reinterpret_cast<nlmsghdr*>(answer); mnl_nlmsg_ok(message, rest);
-         message = mnl_nlmsg_next(message, &rest)) {
-        interrupted = interrupted || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
-        message->nlmsg_flags &= static_cast<uint16_t>(~NLM_F_DUMP_INTR);
-    }
-    return interrupted;
-}
-
-/// One request and the walk over its answer. 0 at the end of the answer, otherwise a code; `interrupted` is
-/// set if the answer may lack something. The buffer is libmnl's recommended size.
-int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, bool& interrupted) {
+/// One request, and its answer up to the acknowledgement. 0 or a code; `refusal` takes the errno that the
+/// kernel answered, 0 without one. A device with many alternative names needs more than libmnl's usual 8 KiB.
+int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, int& refusal) {
     const nm::MnlSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
     if (socket == nullptr) {
         return NM_ERR_SOCKET;
@@ -91,7 +75,7 @@ int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, bool& inter
     if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) {
         return NM_ERR_SEND;
     }
-    std::vector<char> answer(MNL_SOCKET_BUFFER_SIZE);
+    std::vector<char> answer(size_t{32} << 10);
     const unsigned int port = mnl_socket_get_portid(socket.get());
     int run = MNL_CB_OK;
     while (run > MNL_CB_STOP) {
@@ -105,32 +89,31 @@ int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, bool& inter
         if (length == 0) {
             return NM_OK;
         }
-        interrupted = clear_interruption(answer.data(), length) || interrupted;
         run = mnl_cb_run(answer.data(), static_cast<size_t>(length), request->nlmsg_seq, port, callback,
                          argument);
     }
+    refusal = run == MNL_CB_ERROR ? errno : 0;
     return run == MNL_CB_ERROR ? NM_ERR_IOCTL : NM_OK;
 }
 
-/// Walks the whole link table for one name. A device that does not exist is no failure; neither is a table
-/// that could not be read, which is logged.
+/// Asks for the one device of that name, without its counters. A device that does not exist is no failure;
+/// neither is a kernel that does not answer, which is logged.
 void query_link(LinkQuery& query) {
-    alignas(nlmsghdr) std::array<char, 64> buffer{};
+    alignas(nlmsghdr) std::array<char, 128> buffer{};
     nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
     request->nlmsg_type = RTM_GETLINK;
-    request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
     request->nlmsg_seq = static_cast<uint32_t>(time(nullptr));
-    static_cast<rtgenmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtgenmsg)))->rtgen_family = AF_PACKET;
-
-    // A device that an interrupted dump does not show may be there all the same.
-    constexpr int kTries = 5;
-    bool interrupted = true;
-    for (int attempt = 0; attempt < kTries && interrupted && !query.found; ++attempt) {
-        interrupted = false;
-        const int ret = talk(request, match_link, &query, interrupted);
-        if (ret != NM_OK) {
-            NM_LOG(Error) << "Reading the link table failed, ret=" << ret << ". Interface : " << query.ifname;
-        }
+    mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
+    mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+    // A name that does not fit belongs to no device.
+    if (!mnl_attr_put_strz_check(request, buffer.size(), IFLA_IFNAME, query.ifname)) {
+        return;
+    }
+    int refusal = 0;
+    const int ret = talk(request, read_link, &query, refusal);
+    if (ret != NM_OK && refusal != ENODEV) {
+        NM_LOG(Error) << "Reading the link failed, ret=" << ret << ". Interface : " << query.ifname;
     }
 }
 
@@ -155,26 +138,14 @@ int change_flags(const char* ifname, unsigned int mask, unsigned int flags) {
     if (!mnl_attr_put_strz_check(request, buffer.size(), IFLA_IFNAME, ifname)) {
         return NM_ERR_IOCTL;
     }
-    bool interrupted = false;
-    return talk(request, nullptr, nullptr, interrupted);
+    int refusal = 0;
+    return talk(request, nullptr, nullptr, refusal);
 }
 
-/// libnl's answer to a failed request goes to standard error and changes nothing: the caller looks at the
-/// device, not at this walk.
-void rename_matching_link(nl_object* object, void* argument) {
-    const auto [socket, change] = *static_cast<std::pair<nl_sock*, rtnl_link*>*>(argument);
-    const int error = rtnl_link_change(socket, reinterpret_cast<rtnl_link*>(object), change, 0);
-    if (error < 0) {
-        nl_perror(error, "Unable to change link");
-    }
-}
-
-void copy_counters(nl_object* object, void* argument) {
+void copy_counters(rtnl_link* link, uint64_t* counters) {
     constexpr std::array kCounters{RTNL_LINK_RX_PACKETS, RTNL_LINK_TX_PACKETS, RTNL_LINK_RX_BYTES,
                                    RTNL_LINK_TX_BYTES,   RTNL_LINK_RX_ERRORS,  RTNL_LINK_TX_ERRORS,
                                    RTNL_LINK_RX_DROPPED, RTNL_LINK_TX_DROPPED};
-    auto* counters = static_cast<uint64_t*>(argument);
-    auto* link = reinterpret_cast<rtnl_link*>(object);
     std::transform(kCounters.begin(), kCounters.end(), counters,
                    [link](rtnl_link_stat_id_t id) { return rtnl_link_get_stat(link, id); });
 }
@@ -202,7 +173,7 @@ int get_iface_flags(const char* ifname, unsigned int* flags) {
     if (ifname == nullptr || flags == nullptr) {
         return NM_ERR_NULL_ARG;
     }
-    LinkQuery query(ifname);
+    LinkQuery query{ifname};
     query_link(query);
     *flags = query.flags;
     return NM_OK;
@@ -220,7 +191,7 @@ int get_iface_mtu(const char* ifname, int* mtu) {
     if (ifname == nullptr || mtu == nullptr) {
         return NM_ERR_NULL_ARG;
     }
-    LinkQuery query(ifname);
+    LinkQuery query{ifname};
     query_link(query);
     *mtu = query.mtu;
     return NM_OK;
@@ -260,22 +231,25 @@ int link_rename(const char* from, const char* to, unsigned int up) {
         fprintf(stderr, "%s: connect socket for route netlink operation failed\n", __func__);
         return NM_ERR_NL_CONNECT;
     }
-    const nm::NlCache links = nm::read_links(socket.get());
-    const nm::RtnlLink filter = nm::named_link(from);
+    nm::RtnlLink link;
+    const nm::LinkSearch search = nm::find_link(socket.get(), from, link);
     const nm::RtnlLink change = nm::named_link(to);
-    if (links == nullptr || filter == nullptr || change == nullptr) {
+    if (search == nm::LinkSearch::Failed || change == nullptr) {
         fprintf(stderr, "%s: Cannot allocate memory for link cache, link object or change object\n",
                 __func__);
         return NM_ERR_NOMEM;
     }
-    nl_cache_mngt_provide(links.get());
     const int ret = unset_iface_flags(from, IFF_UP);
     if (ret != NM_OK) {
         fprintf(stderr, "%s: link down operation failed\n", __func__);
         return ret;
     }
-    std::pair<nl_sock*, rtnl_link*> request(socket.get(), change.get());
-    nl_cache_foreach_filter(links.get(), OBJ_CAST(filter.get()), rename_matching_link, &request);
+    // A refusal changes nothing: the caller looks at the device.
+    const int error =
+        search == nm::LinkSearch::Found ? rtnl_link_change(socket.get(), link.get(), change.get(), 0) : 0;
+    if (error < 0) {
+        nl_perror(error, "Unable to change link");
+    }
     if (up == 1 && set_iface_flags(to, IFF_UP) != NM_OK) {
         fprintf(stderr, "%s: link up operation failed\n", __func__);
     }
@@ -311,12 +285,14 @@ int get_iface_rxtx_stats(const char* ifname, uint64_t* counters) {
     if (!connected) {
         return NM_ERR_SOCKET;
     }
-    const nm::NlCache links = nm::read_links(socket.get());
-    const nm::RtnlLink filter = nm::named_link(ifname);
-    if (links == nullptr || filter == nullptr) {
+    nm::RtnlLink link;
+    const nm::LinkSearch search = nm::find_link(socket.get(), ifname, link);
+    if (search == nm::LinkSearch::Failed) {
         return NM_ERR_NOMEM;
     }
-    nl_cache_foreach_filter(links.get(), OBJ_CAST(filter.get()), copy_counters, counters);
+    if (search == nm::LinkSearch::Found) {
+        copy_counters(link.get(), counters);
+    }
     return NM_OK;
 }
 

@@ -12,7 +12,9 @@
 #include <netlink/route/route.h>
 #include <netlink/route/rule.h>
 
+#include <functional>
 #include <memory>
+#include <vector>
 
 namespace nm {
 
@@ -20,6 +22,7 @@ struct NlDeleter {
     void operator()(mnl_socket* socket) const { (void)mnl_socket_close(socket); }  // nothing left to lose
     void operator()(nl_sock* socket) const { nl_socket_free(socket); }
     void operator()(nl_addr* address) const { nl_addr_put(address); }
+    void operator()(nl_object* object) const { nl_object_put(object); }
     void operator()(rtnl_link* link) const { rtnl_link_put(link); }
     void operator()(rtnl_addr* address) const { rtnl_addr_put(address); }
     void operator()(rtnl_route* route) const { rtnl_route_put(route); }
@@ -41,9 +44,10 @@ using RtnlAddr = std::unique_ptr<rtnl_addr, NlDeleter>;
 using RtnlRoute = std::unique_ptr<rtnl_route, NlDeleter>;
 using RtnlNextHop = std::unique_ptr<rtnl_nexthop, NlDeleter>;
 using RtnlRule = std::unique_ptr<rtnl_rule, NlDeleter>;
+using NlObjects = std::vector<std::unique_ptr<nl_object, NlDeleter>>;
 
-/// A rtnetlink socket connected to the kernel. Null when the socket could not be allocated; `connected`
-/// tells whether the connection stands.
+/// A rtnetlink socket connected to the kernel, on which a dump that the kernel breaks off is a failure. Null
+/// when the socket could not be allocated; `connected` tells whether the connection stands.
 NlSocket open_route_socket(bool& connected);
 
 /// The codes by which a function tells the two ways of not reaching the kernel.
@@ -61,14 +65,34 @@ NlCache read_links(nl_sock* socket);
 /// The kernel's address table as of now, or null.
 NlCache read_addresses(nl_sock* socket);
 
-/// The kernel's addresses as of now, and the socket by which to change them.
-struct AddressTable {
-    NlSocket socket;
-    NlCache addresses;
+/// What becomes of the search for a device.
+enum class LinkSearch { Found, Absent, Failed };
+
+/// Stores the device of that name as the kernel has it now. One is asked for and not the whole table, which
+/// takes the longer the more devices there are. An alternative name is not the device's.
+LinkSearch find_link(nl_sock* socket, const char* ifname, RtnlLink& link);
+
+/// What is dumped: the message type, and the whole body of the request. By what is set in the body, kernels
+/// since 4.20 choose what they send; the predicate leaves out what older ones send besides.
+struct DumpRequest {
+    int type;
+    const void* body;
+    size_t size;
+    std::function<bool(const nlmsghdr*)> is_wanted;
 };
 
-/// Reads the addresses afresh. 0, the code of a failed connection, or NM_ERR_NOMEM if they can't be read.
-int read_address_table(AddressTable& table, ConnectCodes codes);
+/// Stores what the kernel answers, in its order. 0, also where the kernel knows no such device or table; a
+/// libnl error.
+int dump_objects(nl_sock* socket, const DumpRequest& request, NlObjects& objects);
+
+/// The addresses of one device and family as of now, and the socket by which to change them.
+struct AddressTable {
+    NlSocket socket;
+    NlObjects addresses;
+};
+
+/// Reads them afresh. 0, the code of a failed connection, or NM_ERR_NOMEM if they can't be read.
+int read_address_table(unsigned int ifindex, int family, ConnectCodes codes, AddressTable& table);
 
 /// A link object that carries only a name, for filters and changes. Null if memory runs out.
 RtnlLink named_link(const char* ifname);

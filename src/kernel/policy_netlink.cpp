@@ -1,25 +1,14 @@
 // What requests about routes and about rules share.
 #include "kernel/policy_netlink.h"
 
+#include <linux/fib_rules.h>
+#include <netlink/attr.h>
 #include <netlink/msg.h>
-#include <netlink/route/rtnl.h>
 
+#include <cstddef>
 #include <cstdio>
 
 #include "result_codes.h"
-
-namespace {
-
-void keep_object(nl_object* object, void* objects) {
-    nl_object_get(object);
-    static_cast<nm::PolicyObjects*>(objects)->emplace_back(object);
-}
-
-int collect_objects(nl_msg* message, void* objects) {
-    return nl_msg_parse(message, keep_object, objects) < 0 ? NL_SKIP : NL_OK;
-}
-
-}  // namespace
 
 namespace nm {
 
@@ -57,25 +46,24 @@ int open_policy_socket(const char* function, const char* needed, bool allocated,
     return NM_OK;
 }
 
-int read_policy(const char* function, const PolicyTable& table, unsigned char family, NlSocket& socket,
-                PolicyObjects& objects) {
-    if (family_bits(family) == 0) {
-        return NM_ERR_BAD_FORMAT;
-    }
+RT_ID table_of(const nlmsghdr* message) {
+    // The two headers have the same layout, and the attribute that carries large numbers the same type.
+    static_assert(sizeof(rtmsg) == sizeof(fib_rule_hdr) &&
+                  offsetof(rtmsg, rtm_table) == offsetof(fib_rule_hdr, table));
+    static_assert(static_cast<int>(RTA_TABLE) == static_cast<int>(FRA_TABLE));
+    auto* header = const_cast<nlmsghdr*>(message);
+    const nlattr* large = nlmsg_find_attr(header, sizeof(rtmsg), RTA_TABLE);
+    return large != nullptr ? nla_get_u32(large) : static_cast<const rtmsg*>(nlmsg_data(header))->rtm_table;
+}
+
+int read_policy(const char* function, const char* name, const DumpRequest& request, NlSocket& socket,
+                NlObjects& objects) {
     const int ret = open_policy_socket(function, "socket", true, socket);
     if (ret != NM_OK) {
         return ret;
     }
-    (void)nl_socket_modify_cb(socket.get(), NL_CB_VALID, NL_CB_CUSTOM, collect_objects, &objects);
-    constexpr int kTries = 5;
-    int error = -NLE_DUMP_INTR;  // what a table that changes under the dump gives
-    for (int attempt = 0; attempt < kTries && error == -NLE_DUMP_INTR; ++attempt) {
-        objects.clear();
-        error = nl_rtgen_request(socket.get(), table.request, family, NLM_F_DUMP);
-        error = error < 0 ? error : nl_recvmsgs_default(socket.get());
-    }
-    if (error < 0) {
-        fprintf(stderr, "%s: Cannot allocate %s cache\n", function, table.name);
+    if (dump_objects(socket.get(), request, objects) < 0) {
+        fprintf(stderr, "%s: Cannot allocate %s cache\n", function, name);
         return NM_ERR_NOMEM;
     }
     return NM_OK;

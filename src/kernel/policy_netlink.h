@@ -2,10 +2,8 @@
 // and the way to the kernel with the texts that tell where it ended.
 #pragma once
 
-#include <memory>
-#include <vector>
-
 #include "kernel/netlink.h"
+#include "kernel/route_table.h"
 
 namespace nm {
 
@@ -23,21 +21,13 @@ NlAddr raw_address(unsigned char family, const void* bytes);
 /// on standard error, also when `allocated` says that another of the objects is missing; NM_ERR_NL_CONNECT.
 int open_policy_socket(const char* function, const char* needed, bool allocated, NlSocket& socket);
 
-/// What is dumped: "route" or "rule", and the message that asks for it.
-struct PolicyTable {
-    const char* name;
-    int request;
-};
+/// A rule's or route's table, as its message tells it.
+RT_ID table_of(const nlmsghdr* message);
 
-struct NlObjectDeleter {
-    void operator()(nl_object* object) const { nl_object_put(object); }
-};
-using PolicyObjects = std::vector<std::unique_ptr<nl_object, NlObjectDeleter>>;
-
-/// Stores a connected socket and all routes or rules of the family. Not by a libnl cache, which keeps one of
-/// several that differ in their next hops alone. 0; NM_ERR_BAD_FORMAT for another family; NM_ERR_NOMEM and
-/// NM_ERR_NL_CONNECT, told on standard error in the name of `function`.
-int read_policy(const char* function, const PolicyTable& table, unsigned char family, NlSocket& socket,
-                PolicyObjects& objects);
+/// Stores a connected socket and the routes or rules that `request` asks for; `name` says which of them. Not
+/// by a libnl cache, which keeps one of several that differ in their next hops alone. 0; NM_ERR_NOMEM and
+/// NM_ERR_NL_CONNECT, reported on standard error in the name of `function`.
+int read_policy(const char* function, const char* name, const DumpRequest& request, NlSocket& socket,
+                NlObjects& objects);
 
 }  // namespace nm

@@ -13,11 +13,10 @@
 
 #include "kernel/link.h"
 #include "kernel/policy_netlink.h"
+#include "log.h"
 #include "result_codes.h"
 
 namespace {
-
-constexpr nm::PolicyTable kRoutes{"route", RTM_GETROUTE};
 
 /// The one way of a route to the kernel.
 int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop nexthop,
@@ -121,6 +120,16 @@ bool is_cached(rtnl_route* route) {
     return (rtnl_route_get_flags(route) & RTM_F_CLONED) != 0;
 }
 
+/// The body of a request for the routes of one table.
+struct RouteDump {
+    RouteDump(unsigned char family, RT_ID id) : table(id) { header.rtm_family = family; }
+
+    rtmsg header{};
+    nlattr attribute{sizeof(nlattr) + sizeof(RT_ID), RTA_TABLE};
+    RT_ID table;
+};
+static_assert(sizeof(RouteDump) == sizeof(rtmsg) + sizeof(nlattr) + sizeof(RT_ID));
+
 }  // namespace
 
 int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix, void* gw,
@@ -138,20 +147,29 @@ int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix
     }
     const bool new_default = dst == nullptr && add != 0;
     const unsigned int mtu = new_default ? device_mtu(ifindex) : 0;
-    const unsigned int lock = new_default ? 1U << RTAX_MTU : 0;
+    const unsigned int lock = mtu != 0 ? 1U << RTAX_MTU : 0;
+    if (new_default && mtu == 0) {
+        NM_LOG(Error) << "MTU is not known, the default route carries none. Ifindex : " << ifindex;
+    }
     return __set_route(table, family, address.get(), std::move(hop), protocol, scope, metric, mtu, lock, add);
 }
 
 int flush_route_table(unsigned char family, RT_ID table) {
+    if (nm::family_bits(family) == 0) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    const RouteDump body(family, table);
+    const auto is_wanted = [=](const nlmsghdr* message) { return nm::table_of(message) == table; };
     nm::NlSocket socket;
-    nm::PolicyObjects routes;
-    const int ret = nm::read_policy(__func__, kRoutes, family, socket, routes);
+    nm::NlObjects routes;
+    const int ret =
+        nm::read_policy(__func__, "route", {RTM_GETROUTE, &body, sizeof(body), is_wanted}, socket, routes);
     if (ret != NM_OK) {
         return ret;
     }
     for (const auto& object : routes) {
         auto* route = reinterpret_cast<rtnl_route*>(object.get());
-        if (rtnl_route_get_table(route) != table || is_cached(route)) {
+        if (is_cached(route)) {
             continue;
         }
         const int error = rtnl_route_delete(socket.get(), route, 0);

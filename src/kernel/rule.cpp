@@ -3,16 +3,16 @@
 
 #include <linux/fib_rules.h>
 #include <linux/rtnetlink.h>
+#include <netlink/errno.h>
 
 #include <cstdio>
 
 #include "kernel/marks.h"
 #include "kernel/policy_netlink.h"
+#include "log.h"
 #include "result_codes.h"
 
 namespace {
-
-constexpr nm::PolicyTable kRules{"rule", RTM_GETRULE};
 
 /// What a rule goes by, for messages.
 const char* rule_kind(const nl_addr* src, const char* oif, unsigned int mask) {
@@ -130,17 +130,30 @@ int set_rule_table(unsigned int priority, RT_ID table) {
 }
 
 int del_rules_by_rt(unsigned char family, RT_ID table) {
+    if (nm::family_bits(family) == 0) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    fib_rule_hdr body{};
+    body.family = family;
+    const auto is_wanted = [=](const nlmsghdr* message) {
+        const RT_ID present = nm::table_of(message);
+        return table != 0 ? present == table : in_purge_range(present);
+    };
     nm::NlSocket socket;
-    nm::PolicyObjects rules;
-    const int ret = nm::read_policy(__func__, kRules, family, socket, rules);
+    nm::NlObjects rules;
+    const int ret =
+        nm::read_policy(__func__, "rule", {RTM_GETRULE, &body, sizeof(body), is_wanted}, socket, rules);
     if (ret != NM_OK) {
         return ret;
     }
     for (const auto& object : rules) {
         auto* rule = reinterpret_cast<rtnl_rule*>(object.get());
-        const RT_ID present = rtnl_rule_get_table(rule);
-        if (table != 0 ? present == table : in_purge_range(present)) {
-            (void)rtnl_rule_delete(socket.get(), rule, 0);  // another daemon may have been faster
+        const int error = rtnl_rule_delete(socket.get(), rule, 0);
+        // Another daemon may have been faster.
+        if (error != 0 && error != -NLE_OBJ_NOTFOUND) {
+            NM_LOG(Error) << "Delete IPv" << static_cast<int>(nm::family_version(family)) << " rule priority "
+                          << rtnl_rule_get_prio(rule) << " in table " << rtnl_rule_get_table(rule)
+                          << " failed: " << nl_geterror(error);
         }
     }
     return NM_OK;

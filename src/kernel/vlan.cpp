@@ -144,12 +144,12 @@ int is_vlan_interface(const char* ifname) {
     if (ret != NM_OK) {
         return ret;
     }
-    const nm::NlCache links = nm::read_links(socket.get());
-    if (links == nullptr) {
+    nm::RtnlLink link;
+    const nm::LinkSearch search = nm::find_link(socket.get(), ifname, link);
+    if (search == nm::LinkSearch::Failed) {
         return NM_ERR_NOMEM;
     }
-    const nm::RtnlLink link(rtnl_link_get_by_name(links.get(), ifname));
-    return link != nullptr && rtnl_link_is_vlan(link.get()) != 0 ? 1 : 0;
+    return search == nm::LinkSearch::Found && rtnl_link_is_vlan(link.get()) != 0 ? 1 : 0;
 }
 
 std::string get_vlan_ifname(const Json::Value& config, std::string seg) {

@@ -1,5 +1,7 @@
 // Addresses as the kernel has them afterwards, with real duplicate address detection.
 #include <net/if.h>
+#include <netlink/errno.h>
+#include <netlink/route/rtnl.h>
 
 #include <chrono>
 #include <future>
@@ -7,6 +9,7 @@
 #include "kernel/address.h"
 #include "kernel/address_ipv6.h"
 #include "kernel/ethtool_utils.h"
+#include "kernel/netlink.h"
 #include "kernel_world.h"
 
 using namespace kernel_world;
@@ -87,6 +90,18 @@ TEST_F(Address, FlushesDifferInWhatTheyTakeAndInRefusals) {
         EXPECT_EQ(flush(999999), 0);
     }
     EXPECT_EQ(addresses("nw0").size(), 6U);
+}
+
+// The error stands in the last message, where libnl does not look.
+TEST_F(Address, ListThatTheKernelBreaksOffIsAFailure) {
+    bool connected = false;
+    const nm::NlSocket socket = nm::open_route_socket(connected);
+    const int on = 1;
+    EXPECT_EQ(
+        setsockopt(nl_socket_get_fd(socket.get()), SOL_NETLINK, NETLINK_GET_STRICT_CHK, &on, sizeof(on)), 0);
+    ifaddrmsg body{AF_INET, 0, 0, 0, 999999};
+    EXPECT_GT(nl_send_simple(socket.get(), RTM_GETADDR, NLM_F_DUMP, &body, sizeof(body)), 0);
+    EXPECT_EQ(nl_recvmsgs_default(socket.get()), -NLE_NODEV);
 }
 
 // The waits run side by side: an address that comes late, one that never gets through detection, and one

@@ -93,6 +93,32 @@ TEST_F(Link, TableOfThousandsIsReadToItsEndWhileItChanges) {
     run("ip link del group 42");
 }
 
+/// Alternative names are part of what the kernel answers about a device, which is larger than usual with
+/// many.
+TEST_F(Link, IsFoundUnderItsOwnNameHoweverManyOthersItHas) {
+    const Device device("swdev1", true);
+    const auto add_names = [](int from, int to) {
+        run("for n in $(seq " + std::to_string(from) + " " + std::to_string(to) +
+            "); do printf 'link property add dev swdev1 altname %0120d\\n' $n; done | ip -batch -");
+    };
+    run("ip link property add dev swdev1 altname other && ip link set swdev1 mtu 1300");
+    add_names(1, 200);
+    unsigned int flags = 0;
+    int mtu = 0;
+    EXPECT_EQ(get_iface_flags("swdev1", &flags) + get_iface_mtu("swdev1", &mtu) + mtu, 1300);
+    EXPECT_NE(flags & IFF_UP, 0U);
+    EXPECT_EQ(get_iface_mtu("other", &mtu) + mtu, 0) << "that is no name of a device";
+    uint64_t counters[8] = {7, 7, 7, 7, 7, 7, 7, 7};
+    EXPECT_EQ(get_iface_rxtx_stats("other", counters), 0);
+    EXPECT_EQ(counters[0] + counters[7], 14U) << "untouched";
+    EXPECT_EQ(get_iface_rxtx_stats("swdev1", counters), 0);
+    EXPECT_EQ(std::to_string(counters[2]), fact("swdev1", "statistics/rx_bytes"));
+    EXPECT_FALSE(log.has("Reading the link failed"));
+    add_names(201, 300);
+    EXPECT_EQ(get_iface_mtu("swdev1", &mtu) + mtu, 0);
+    EXPECT_TRUE(log.has("Reading the link failed, ret=-1504. Interface : swdev1"));
+}
+
 /// sysfs with devices of any state.
 struct ScriptedState : testing::Test {
     void SetUp() override { ASSERT_EQ(mount("states", "/sys/class/net", "tmpfs", 0, ""), 0); }

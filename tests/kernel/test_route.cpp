@@ -89,6 +89,16 @@ TEST_F(Route, OfEveryKindIsFlushed) {
     EXPECT_EQ(flush_route_table(AF_PACKET, 263), -1012);
 }
 
+TEST_F(Route, ToAllDestinationsCarriesAnMtuOnlyIfItIsKnown) {
+    Raw gw(AF_INET, "10.3.0.2");
+    run("for n in $(seq 300); do printf 'link property add dev swdev3 altname %0120d\\n' $n; done | ip "
+        "-batch -");
+    EXPECT_EQ(add(263, AF_INET, nullptr, 0, &gw), 0);
+    EXPECT_THAT(routes("-4", 263), ElementsAre("default via 10.3.0.2 dev swdev3"));
+    EXPECT_TRUE(log.has("MTU is not known, the default route carries none. Ifindex : 7"));
+    EXPECT_EQ(flush_route_table(AF_INET, 263), 0);
+}
+
 TEST_F(Route, OfAnUplinkLiesInTheTableOfItsPort) {
     EXPECT_EQ(set_ip4_route(7, "10.3.0.1", 24, "10.3.0.2", RTM_NEWROUTE), 0);
     EXPECT_EQ(set_ip4_route(vlan, "10.4.0.1", 24, "10.4.0.2", RTM_NEWROUTE), 0);

@@ -8,6 +8,7 @@
 using namespace kernel_world;
 using testing::ElementsAre;
 using testing::UnorderedElementsAreArray;
+using namespace std::string_literals;
 
 namespace {
 
@@ -123,6 +124,13 @@ TEST_F(Rule, DeletionTellsTheRulesResultOnly) {
     run("ip route add blackhole default table 263");
     EXPECT_EQ(without(its_rights, [] { return delete_routerule("swdev3", 7, AF_INET); }), 0);
     EXPECT_TRUE(log.has("Delete IP gateway fail. Interface : swdev3"));
+    EXPECT_FALSE(log.has(" rule priority ")) << "there was none";
+    EXPECT_EQ(set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 0), 0);
+    EXPECT_EQ(without(its_rights, [] { return delete_routerule("swdev3", 7, AF_INET); }), 0);
+    for (const char* priority : {"113", "114", "116"}) {
+        EXPECT_TRUE(log.has("Delete IPv4 rule priority "s + priority +
+                            " in table 263 failed: Operation not permitted"));
+    }
     EXPECT_EQ(delete_routerule("swdev3", 7, AF_INET), 0);
     EXPECT_THAT(lines_of("ip route show table 263"), ElementsAre());
 }
