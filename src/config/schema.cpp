@@ -105,6 +105,16 @@ const std::map<std::string, Template>& wan_port_models() {
     return table;
 }
 
+/// The same for a new RGLink.
+const std::map<std::string, Template>& rglink_port_models() {
+    static const std::map<std::string, Template> table{
+        {"SOLA_301W", {{"DEV_TYPE", "ethernet"}, {"SPEED", "AUTO"}, {"VLAN_ID", "0"}}},
+        {"KERO_201", {{"DEV_TYPE", "ethernet"}, {"EDMA_BMP", "4"}, {"EDMA_VLAN_TAG", "4093"}}},
+        {"VM", {{"DEV_TYPE", "virtio"}}},
+    };
+    return table;
+}
+
 /// What a model's new LAN port holds besides `MTU` and `INTERFACE`; a list of VLANs only where ports are
 /// trunks.
 struct LanPortModel {
@@ -133,6 +143,26 @@ const Row* find_model(const std::map<std::string, Row>& models, const std::strin
         return nullptr;
     }
     return &found->second;
+}
+
+Json::Value new_uplink_port(const std::map<std::string, Template>& models, const std::string& portname,
+                            const std::string& model, const std::string& ifname) {
+    const Template* const texts = find_model(models, model);
+    if (texts == nullptr) {
+        return {};
+    }
+    constexpr const char* kNewPortRate = "1000000000";
+    Json::Value entry(Json::objectValue);
+    for (const char* rate : {"ISP_BW", "RX_RATE", "TX_RATE"}) {
+        entry[rate] = kNewPortRate;
+    }
+    entry["MTU"] = "1500";
+    entry["PRIO"] = std::to_string(nm::port_index(portname));
+    entry["INTERFACE"] = ifname;
+    for (const auto& [key, value] : *texts) {
+        entry[key] = value;
+    }
+    return entry;
 }
 
 }  // namespace
@@ -178,22 +208,16 @@ const std::vector<service_port>& get_default_service_ports() {
 }
 
 Json::Value generate_default_wan_port(std::string portname, std::string model) {
-    const Template* const texts = find_model(wan_port_models(), model);
-    if (texts == nullptr) {
-        return {};
-    }
-    constexpr const char* kNewPortRate = "1000000000";
-    Json::Value entry(Json::objectValue);
-    for (const char* rate : {"ISP_BW", "RX_RATE", "TX_RATE"}) {
-        entry[rate] = kNewPortRate;
-    }
-    entry["MTU"] = "1500";
-    entry["PRIO"] = std::to_string(nm::port_index(portname));
-    entry["INTERFACE"] = find_interface_from_hwport_config(portname);
-    for (const auto& [key, value] : *texts) {
-        entry[key] = value;
-    }
-    return entry;
+    return new_uplink_port(wan_port_models(), portname, model, find_interface_from_hwport_config(portname));
+}
+
+Json::Value generate_default_private_port(std::string portname, std::string model) {
+    return generate_default_wan_port(std::move(portname), std::move(model));
+}
+
+Json::Value generate_default_rglink_port(std::string portname, std::string model) {
+    return new_uplink_port(rglink_port_models(), portname, model,
+                           "swdev" + std::to_string(nm::port_index(portname)));
 }
 
 Json::Value generate_default_lan_port(std::string portname, std::string model) {

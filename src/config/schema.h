@@ -42,6 +42,11 @@ const std::vector<service_port>& get_default_service_ports();
 /// hw_port_info.json. A null value for a model that is not served, which is logged.
 Json::Value generate_default_wan_port(std::string portname, std::string model);
 
+/// The PRIVATE_PORT entry of a new port, which is that of a WAN port, and the RGLINK_PORT entry, whose
+/// `INTERFACE` is named after the port's number; a null value for a model that is not served.
+Json::Value generate_default_private_port(std::string portname, std::string model);
+Json::Value generate_default_rglink_port(std::string portname, std::string model);
+
 /// The LAN_PORT entry of a new port in the same way; a null value for a model that is not served.
 Json::Value generate_default_lan_port(std::string portname, std::string model);
 

@@ -7,6 +7,7 @@
 
 #include "config/nmconfig.h"
 #include "control/setup_frame.h"
+#include "interfaces/uplink/RGLinkIfaceInfo.h"
 #include "log.h"
 #include "policy/dnat/dnat.h"
 #include "policy/edge/tcp_mss.h"
@@ -76,6 +77,10 @@ int Reload_tcpmss(char* args) {
 
 int Reload_dnat(char* args) {
     return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload(args, reload_dnat); });
+}
+
+int Update_rglink_info(char* args) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload(args, update_rglink_info); });
 }
 
 int Reload_static_route(char* args) {

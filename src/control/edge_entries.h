@@ -1,5 +1,5 @@
-// Entries of the small reloads: host names, the TCP MSS of the uplinks, port forwards and static routes. They
-// set up the log, and no exception leaves them.
+// Entries of the small reloads: host names, the TCP MSS of the uplinks, port forwards, what the health
+// manager knows of RGLinks, and static routes. They set up the log, and no exception leaves them.
 #pragma once
 
 #pragma GCC visibility push(default)
@@ -17,6 +17,10 @@ extern "C" int Reload_tcpmss(char* args);
 /// reload_dnat() for the document at `path` of a JSON object, as above. 0 or its codes; NM_ERR_NULL_ARG;
 /// NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
 extern "C" int Reload_dnat(char* args);
+
+/// Tells the health manager the addresses in force of all RGLinks of the document at `path` of such an
+/// object. 0 or the codes of update_rglink_info(); NM_ERR_NULL_ARG; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
+extern "C" int Update_rglink_info(char* args);
 
 /// The stored static routes, written anew. The JSON object may name the device document (`path`) and one
 /// family (`family`, "4" or "6"); any other family stands for both. 0 or the codes of

@@ -23,7 +23,7 @@
 #include "config/schema.h"
 #include "control/setup_frame.h"
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
+#include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "kernel/address.h"
 #include "kernel/link.h"
 #include "kernel/uplink_routing.h"
@@ -54,22 +54,6 @@ struct Port {
     int ifindex = 0;
     std::unique_ptr<BaseWanIfaceInfo> uplink;
 };
-
-using Builder = int (*)(std::unique_ptr<BaseWanIfaceInfo>& out, const std::string& ifname,
-                        const Json::Value& cfg);
-
-template <class T, int (*create)(T**, std::string, std::string, Json::Value)>
-int build_uplink(std::unique_ptr<BaseWanIfaceInfo>& out, const std::string& ifname, const Json::Value& cfg) {
-    T* created = nullptr;
-    const int ret = create(&created, ifname, kDeviceInfoPath, cfg);
-    out.reset(created);
-    return ret;
-}
-
-const std::map<int, Builder>& builders() {
-    static const std::map<int, Builder> table{{KIND_WAN, build_uplink<WanIfaceInfo, create_WAN_INFO>}};
-    return table;
-}
 
 // ---- What the reporter says.
 
@@ -270,8 +254,11 @@ std::string configured_type(const Json::Value& root, const std::string& ifname) 
 
 int build_port(const std::string& ifname, Json::Value& root, Port& port) {
     port.ifname = ifname;
-    const auto builder = builders().find(get_ifacetype_by_ifname(ifname, root));
-    const int ret = builder == builders().end() ? NM_OK : builder->second(port.uplink, ifname, root);
+    const UplinkKind* const kind = nm::find_uplink_kind(get_ifacetype_by_ifname(ifname, root));
+    int ret = NM_OK;
+    if (kind != nullptr) {
+        port.uplink = kind->make_info(ifname, kDeviceInfoPath, root, ret);
+    }
     if (ret != NM_OK) {
         NM_LOG(Error) << "Create the addressing side of " << ifname << " failed, ret=" << ret;
         return ret;

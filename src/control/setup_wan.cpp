@@ -1,22 +1,13 @@
-// Setup of WAN ports and their addressing: the families' rows.
+// Setup of WAN ports and their addressing.
 #include "control/setup_wan.h"
 
 #include "config/tcp_window.h"
 #include "control/setup_frame.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
-#include "interfaces/uplink/WanInterface.h"
+#include "control/uplink_target.h"
 #include "policy/balance/load_balance.h"
 
 int _setup_wanif(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
-    static const nm::Family<WanInterface> family{
-        "WanInterface",
-        create_WAN,
-        [](WanInterface& wan, const std::string&) { return wan.get_interface(); },
-        &WanInterface::add_if,
-        &WanInterface::del_if,
-        &WanInterface::alt_if,
-    };
-    return nm::run_target(family, {std::move(name), act, opt, std::move(path), std::move(cfg)});
+    return nm::run_uplink_device<KIND_WAN>({std::move(name), act, opt, std::move(path), std::move(cfg)});
 }
 
 int setup_wanif(char* json) {
@@ -32,15 +23,7 @@ int Setup_wanif(char* json) {
 }
 
 int _setup_waninfo(std::string name, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {
-    static const nm::Family<WanIfaceInfo> family{
-        "WanIfaceInfo",
-        create_WAN_INFO,
-        [](WanIfaceInfo&, const std::string& ifname) { return ifname; },
-        &WanIfaceInfo::add_info,
-        &WanIfaceInfo::del_info,
-        &WanIfaceInfo::alt_info,
-    };
-    return nm::run_target(family, {std::move(name), act, opt, std::move(path), std::move(cfg)});
+    return nm::run_uplink_info<KIND_WAN>({std::move(name), act, opt, std::move(path), std::move(cfg)});
 }
 
 int setup_waninfo(char* json) {

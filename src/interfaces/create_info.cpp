@@ -5,8 +5,9 @@
 #include <iterator>
 #include <utility>
 
+#include "config/actions.h"
 #include "interfaces/lan/LanIfaceInfo.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
+#include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "log.h"
 #include "result_codes.h"
 
@@ -15,17 +16,26 @@ namespace {
 using Factory = int (*)(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
                         const Json::Value& cfg);
 
-template <class Info, int (*create)(Info**, std::string, std::string, Json::Value)>
-int create_as_base(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
-                   const Json::Value& cfg) {
-    Info* created = nullptr;
-    const int ret = create(&created, ifname, path, cfg);
+template <int kind>
+int create_uplink(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
+                  const Json::Value& cfg) {
+    int ret = NM_OK;
+    *info = nm::uplink_kind(kind).make_info(ifname, path, cfg, ret).release();
+    return ret;
+}
+
+int create_lan(BaseIfaceInfo** info, const std::string& ifname, const std::string& path,
+               const Json::Value& cfg) {
+    LanIfaceInfo* created = nullptr;
+    const int ret = create_LAN_INFO(&created, ifname, path, cfg);
     *info = created;
     return ret;
 }
 
-constexpr std::pair<int, Factory> kFactories[] = {{1, create_as_base<WanIfaceInfo, create_WAN_INFO>},
-                                                  {2, create_as_base<LanIfaceInfo, create_LAN_INFO>}};
+constexpr std::pair<int, Factory> kFactories[] = {{1, create_uplink<KIND_WAN>},
+                                                  {2, create_lan},
+                                                  {4, create_uplink<KIND_PRIVATE>},
+                                                  {5, create_uplink<KIND_RGLINK>}};
 
 }  // namespace
 

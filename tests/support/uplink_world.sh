@@ -2,8 +2,11 @@
 # Two uplinks, swdev1 and swdev2 (indices 11 and 12), with providers in the namespaces isp1 and isp2, and the
 # appliance's services around them. What an operator sees of an uplink is told as text, which the tests compare
 # with transcripts in tests/system/golden. Sourced after world.sh.
+#
+# The uplinks are of the kind $kind: WAN, PRIVATE or RGLINK.
 # shellcheck disable=SC2154  # from world.sh
 
+kind=WAN
 readonly NEW=/etc/networkmanagement/new.json JOURNAL=$scratch/journal
 
 make_uplinks() {
@@ -30,17 +33,20 @@ start_services() {
     check "the overlay serves" eventually 30 test -S /run/vservice/rmgmtd.sock -a -S /run/network/wanipd.sock
 }
 
-# document FILE [FILTER]: two static WAN ports, changed by a jq filter.
+# document FILE [FILTER]: two static ports, changed by a jq filter, in which "infos" and "ports" are the sections of
+# their kind.
 document() {
-    jq -n 'reduce (1, 2) as $n ({}; .WAN_PORT["PORT\($n)"] = {DEV_TYPE: "virtio", INTERFACE: "swdev\($n)",
-            RX_RATE: "300000000", TX_RATE: "200000000"} |
-        .WAN_IFACE_INFO["swdev\($n)"] = {ID: "\($n)", IP4_TYPE: "STATIC", IP4_ADDR: "10.\($n).0.2",
+    jq -n --arg kind "$kind" 'def ports: .[$kind + "_PORT"]; def infos: .[$kind + "_IFACE_INFO"];
+        reduce (1, 2) as $n ({}; ports["PORT\($n)"] = {DEV_TYPE: "virtio", INTERFACE: "swdev\($n)",
+            RX_RATE: "300000000", TX_RATE: "200000000", PRIVATE_GROUP_ID: "g\($n)"} |
+        infos["swdev\($n)"] = {ID: "\($n)", IP4_TYPE: "STATIC", IP4_ADDR: "10.\($n).0.2",
             IP4_PREFIX: "24", IP4_GW: "10.\($n).0.1", IP6_TYPE: "DISABLED"}) | '"${2:-.}" >"$1"
 }
 
 # run ACT OPS [N]: sets up the addressing of uplink N and prints the result.
 run() {
-    nm_bin Setup_waninfo "{\"swdev${3:-1}\":{\"ops\":$2,\"act\":$1,\"path\":\"$NEW\"}}" 2>>"$scratch/stderr" || true
+    nm_bin "Setup_${kind,,}info" "{\"swdev${3:-1}\":{\"ops\":$2,\"act\":$1,\"path\":\"$NEW\"}}" 2>>"$scratch/stderr" ||
+        true
 }
 
 # uplink N: what the kernel, the files and the units hold of it, a line each.
@@ -52,7 +58,7 @@ uplink() {
     ipset save | sed -n "s/^add \(localip 10\.$1\..*\|WANIFSET .*,$ifname\)$/set \1/p" | sort
     sed -n "/$ifname/s/^/hosts /p" /etc/hosts
     sed -n "/ID=$ifname\$/p" /run/network/resolv.dnsmasq
-    for unit in nm-dhclient nm-mlmd; do
+    for unit in nm-dhclient nm-{m,p,d}lmd; do
         ! systemctl --quiet is-active "$unit@$ifname" || echo "unit $unit@$ifname"
     done
 }

@@ -2,23 +2,16 @@
 #include "interfaces/common/BaseInterface.h"
 
 #include <cstdlib>
-#include <map>
 #include <utility>
 
-#include "config/actions.h"
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
+#include "interfaces/uplink/UplinkKind.h"
 #include "log.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 
 namespace {
-
-const std::map<int, const char*>& sections() {
-    static const std::map<int, const char*> table{
-        {KIND_WAN, "WAN_PORT"}, {KIND_PRIVATE, "PRIVATE_PORT"}, {KIND_RGLINK, "RGLINK_PORT"}};
-    return table;
-}
 
 /// A rate stored as a JSON number is no rate: the line speed stands in for it.
 unsigned long read_rate(const Json::Value& entry, const char* key, const std::string& line_speed) {
@@ -52,16 +45,16 @@ int BaseWanInterface::get_config() {
 }
 
 int BaseWanInterface::get_config_from_json(Json::Value cfg) {
-    const auto section = sections().find(type);
-    if (section == sections().end()) {
+    const UplinkKind* const kind = nm::find_uplink_kind(type);
+    if (kind == nullptr) {
         return NM_ERR_BAD_TYPE;
     }
-    const Json::Value& entry = nm::json_member(nm::json_member(cfg, section->second), portname);
+    const Json::Value& entry = nm::json_member(nm::json_member(cfg, kind->ports), portname);
     if (entry.empty()) {
         return NM_ERR_NO_SECTION;
     }
     if (!entry.isObject()) {
-        NM_LOG(Error) << "[" << section->second << "]-[" << portname << "] is not valid format";
+        NM_LOG(Error) << "[" << kind->ports << "]-[" << portname << "] is not valid format";
         return NM_ERR_BAD_FORMAT;
     }
     interface = nm::json_text(entry, "INTERFACE");
@@ -71,6 +64,7 @@ int BaseWanInterface::get_config_from_json(Json::Value cfg) {
     rx_rate = read_rate(entry, "RX_RATE", line_speed);
     tx_rate = read_rate(entry, "TX_RATE", line_speed);
     dev_type = nm::json_text(entry, "DEV_TYPE");
+    group_id = nm::json_text(entry, "PRIVATE_GROUP_ID");
     hw_port = find_hw_port(portname);
     return NM_OK;
 }

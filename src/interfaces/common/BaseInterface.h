@@ -66,6 +66,7 @@ public:
 protected:
     int prio = 0;
     int type;
+    std::string group_id;  // `PRIVATE_GROUP_ID`, which private ports alone have
     unsigned long rx_rate = 0;
     unsigned long tx_rate = 0;
 };

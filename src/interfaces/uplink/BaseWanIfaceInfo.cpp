@@ -3,44 +3,18 @@
 
 #include <vpppoe.h>
 
-#include <array>
 #include <cstdlib>
 #include <utility>
 
-#include "config/actions.h"
 #include "config/nmconfig.h"
 #include "config/port_names.h"
+#include "interfaces/uplink/UplinkKind.h"
 #include "kernel/link.h"
 #include "log.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 
 namespace {
-
-/// Where a kind has its entries, and which bits of `opt` run which of its steps.
-struct KindRow {
-    int type;
-    const char* ports;
-    const char* infos;
-    uint32_t ip4;
-    uint32_t ip6;
-    uint32_t pppoe;
-};
-
-constexpr std::array kKinds{
-    KindRow{KIND_WAN, "WAN_PORT", "WAN_IFACE_INFO", OPT_IP4, OPT_IP6, OPT_LINK},
-    KindRow{KIND_PRIVATE, "PRIVATE_PORT", "PRIVATE_IFACE_INFO", OPT_IP4, 0, 0},
-    KindRow{KIND_RGLINK, "RGLINK_PORT", "RGLINK_IFACE_INFO", OPT_IP4, 0, OPT_LINK},
-};
-
-const KindRow* find_kind(int type) {
-    for (const KindRow& row : kKinds) {
-        if (row.type == type) {
-            return &row;
-        }
-    }
-    return nullptr;
-}
 
 int read_number(const Json::Value& entry, const char* key, const char* fallback) {
     return atoi(nm::json_text(entry, key, fallback).c_str());
@@ -79,7 +53,7 @@ int BaseWanIfaceInfo::get_config() {
 }
 
 int BaseWanIfaceInfo::get_config_from_json() {
-    const KindRow* kind = find_kind(type);
+    const UplinkKind* const kind = nm::find_uplink_kind(type);
     if (kind == nullptr) {
         return NM_ERR_BAD_TYPE;
     }
@@ -148,20 +122,20 @@ void BaseWanIfaceInfo::read_runtime_state() {
 
 int BaseWanIfaceInfo::setup_info(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
-    const KindRow* kind = find_kind(type);
+    const UplinkKind* const kind = nm::find_uplink_kind(type);
     if (dev_type.empty() || kind == nullptr) {
         return NM_EXIT(NM_ERR_BAD_TYPE);
     }
     NM_LOG(Debug) << "opt=" << std::hex << opt;
-    int ret = (opt & kind->ip4) != 0 ? setup_ipv4(opt) : NM_OK;
+    int ret = (opt & kind->ip4_mask) != 0 ? setup_ipv4(opt) : NM_OK;
     if (ret != NM_OK) {
         return NM_EXIT(ret);
     }
-    ret = (opt & kind->ip6) != 0 ? setup_ipv6(opt) : NM_OK;
+    ret = (opt & kind->ip6_mask) != 0 ? setup_ipv6(opt) : NM_OK;
     if (ret != NM_OK) {
         return NM_EXIT(ret);
     }
-    if ((opt & kind->ip4) != 0 || (opt & kind->pppoe) == 0) {
+    if ((opt & kind->ip4_mask) != 0 || (opt & kind->pppoe_mask) == 0) {
         return NM_EXIT(NM_OK);
     }
     if (ip4_type != "PPPOE") {

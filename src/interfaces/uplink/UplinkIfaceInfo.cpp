@@ -7,8 +7,10 @@
 #include "config/nmconfig.h"
 #include "interfaces/uplink/UplinkInterface.h"
 #include "log.h"
+#include "peers/bus/service_bus.h"
 #include "result_codes.h"
 #include "services/dns/name_servers.h"
+#include "utils/json_text.h"
 
 namespace {
 
@@ -25,8 +27,19 @@ UplinkIfaceInfo::UplinkIfaceInfo(const UplinkKind& kind, std::string ifname, std
     : BaseWanIfaceInfo(kind.type, std::move(ifname), std::move(path), std::move(cfg)), kind(kind) {
 }
 
+bool UplinkIfaceInfo::has_session() const {
+    return ip4_type == "PPPOE" && kind.takes(ip4_type);
+}
+
+/// A session is dialled whatever changed: its far end gives all that the mask could name.
 int UplinkIfaceInfo::bring_up(uint32_t opt) {
-    return setup_info(opt);
+    return has_session() ? setup_pppoe_service(1) : setup_info(opt);
+}
+
+int UplinkIfaceInfo::tell_health_manager(const char* method, const Json::Value& request) {
+    std::string input = nm::write_compact_json(request);
+    std::string output;
+    return vservice_call("nm-hmgr", method, input, output, false);
 }
 
 int UplinkIfaceInfo::disable_ipv6(int) {
@@ -40,7 +53,7 @@ int UplinkIfaceInfo::setup_tun6(int) {
 int UplinkIfaceInfo::add_info(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
     register_uplink(true);
-    const int ret = bring_up(opt);
+    const int ret = kind.dials_by_mask ? setup_info(opt) : bring_up(opt);
     if (ret != NM_OK) {
         NM_LOG(Error) << kind.add_failed << ifname;
     }
@@ -90,6 +103,7 @@ void UplinkIfaceInfo::take_stored_down(UplinkIfaceInfo& stored, uint32_t opt) {
 }
 
 std::unique_ptr<UplinkInterface> UplinkIfaceInfo::get_interface() {
+    NM_LOG(Debug) << "portname: " << portname << "; conf_path: " << path;
     int ret = NM_OK;
     std::unique_ptr<UplinkInterface> device = kind.make_device(portname, path, cfg, ret);
     if (device == nullptr) {

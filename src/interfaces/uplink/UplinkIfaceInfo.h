@@ -78,7 +78,7 @@ public:
     virtual int setup_tun(int mode);
     /// The same for IPv6, without the daemon; nothing on kinds without IPv6.
     virtual int setup_tun6(int mode);
-    /// The monitor of the link `name`, which is told the rate of the port.
+    /// The monitor of the link `name`, which is given the rate of the port.
     virtual int setup_wan_monitor(int mode, std::string name, std::string gateway);
     /// The local site of the IPsec service. Its result is not looked into.
     virtual int setup_ipsec(int mode, std::string address);
@@ -104,11 +104,9 @@ protected:
 
     /// Tells the health manager that the uplink comes or goes. Nothing depends on what it answers.
     virtual void register_uplink(bool comes) = 0;
-    /// What add and alter end with. setup_info(), unless a kind dials its sessions past it.
-    virtual int bring_up(uint32_t opt);
-    /// setup_ipv4() of a PPPoE port.
-    virtual int setup_ipv4_pppoe(uint32_t opt) = 0;
-    /// Starts the session of setup_pppoe_service().
+    /// One call to the health manager. 0 or the code of the call.
+    int tell_health_manager(const char* method, const Json::Value& request);
+    /// Starts the session of setup_pppoe_service(): stores its configuration and dials.
     virtual int start_pppoe();
 
     /// One call to the overlay for a tunnel's end; `label` names it in the log and `prefix` begins the name
@@ -123,15 +121,23 @@ protected:
     int edit_local_site(int mode, const char* method, const char* key, const std::string& address);
 
     void set_up_overlays(int mode, const std::string& address, const std::string& gateway);
-    void tell_peers();
-    void forget_at_peers();
+    /// Whoever follows the addresses of uplinks learns that one came or went.
+    virtual void tell_peers();
+    virtual void forget_at_peers();
     void take_down_overlays();
+
+    /// The halves of disable_ipv4(): for a port without and with a session.
+    int disable_ip(int mode);
+    int disable_session();
+    int remove_hosts();
 
     const UplinkKind& kind;
 
 private:
-    int disable_ip(int mode);
-    int disable_session();
+    bool has_session() const;
+    int bring_up(uint32_t opt);
+    int setup_ipv4_session(uint32_t opt);
+    int describe_link(std::string gateway, Json::Value& request);
     int remove_addresses();
     std::string address_in_sets();
     int write_static_address();

@@ -1,9 +1,12 @@
 // The life cycle of an uplink's device.
 #include "interfaces/uplink/UplinkInterface.h"
 
+#include <vpppoe.h>
+
 #include <utility>
 
 #include "config/actions.h"
+#include "config/nmconfig.h"
 #include "kernel/if_utils.h"
 #include "log.h"
 #include "peers/bus/qos_rate.h"
@@ -23,9 +26,6 @@ UplinkInterface::UplinkInterface(const UplinkKind& kind, std::string port, std::
     : BaseWanInterface(kind.type, std::move(port), std::move(path), cfg), kind(kind) {
     int ret = NM_OK;
     info = kind.make_info(interface, this->path, cfg, ret);
-}
-
-void UplinkInterface::prepare_sessions() {
 }
 
 std::string UplinkInterface::get_ip4_type() {
@@ -66,8 +66,25 @@ int UplinkInterface::setup_if(uint32_t opt) {
 }
 
 int UplinkInterface::set_mtu() {
-    prepare_sessions();
     return set_if_mtu(interface.data(), mtu);
+}
+
+bool UplinkInterface::end_session(int (*take_down)(UplinkIfaceInfo& stored)) {
+    if (is_interface_pppoe_cfg_exist(interface.c_str()) != VPPPOE_SUCCESS) {
+        NM_LOG(Debug) << "PPPoE config for " << interface << " does not exist.";
+        return false;
+    }
+    NM_LOG(Debug) << "PPPoE config for " << interface;
+    int ret = NM_OK;
+    const std::unique_ptr<UplinkIfaceInfo> stored =
+        kind.make_info(interface, kDeviceInfoPath, Json::Value(), ret);
+    if (stored == nullptr) {
+        NM_LOG(Error) << "Create old " << kind.info_class << " instance failed, ret=" << ret;
+        return false;
+    }
+    // The MTU is set whatever is left of the session.
+    (void)(stored->get_ip4_type() == "PPPOE" ? take_down(*stored) : stored->end_left_over_session());
+    return true;
 }
 
 /// Only a device that has an id is known to the service that shapes the traffic.

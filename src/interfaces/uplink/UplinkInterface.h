@@ -36,14 +36,18 @@ public:
     int reset_wan_monitor_bandwidth();
 
 protected:
-    /// What a kind has to do about PPPoE sessions before the MTU changes; nothing on kinds without them.
-    virtual void prepare_sessions();
+    /// A kind with PPPoE sessions does first what its sessions need.
+    virtual int set_mtu();
+    /// Ends the session that is configured on the device, by `take_down` of the stored state, which knows
+    /// what belongs to it. That state may be of another type already, if the caller has stored the new one:
+    /// what is live on the port is then not to be touched, and the session alone is ended. False if there is
+    /// none.
+    bool end_session(int (*take_down)(UplinkIfaceInfo& stored));
 
     const UplinkKind& kind;
     std::unique_ptr<UplinkIfaceInfo> info;
 
 private:
-    int set_mtu();
     void apply_qos(int operation, const char* word);
 };
 

@@ -22,12 +22,6 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-void tell_health_manager(const char* method, const Json::Value& request) {
-    std::string input = nm::write_compact_json(request);
-    std::string output;
-    (void)vservice_call("nm-hmgr", method, input, output, false);  // it logs; the uplink comes up without
-}
-
 }  // namespace
 
 WanIfaceInfo::WanIfaceInfo(std::string ifname, std::string path, Json::Value cfg)
@@ -38,7 +32,7 @@ void WanIfaceInfo::register_uplink(bool comes) {
     Json::Value request;
     request["id"] = id_;
     if (!comes) {
-        tell_health_manager("RemoveWan", request);
+        (void)tell_health_manager("RemoveWan", request);
         return;
     }
     const std::unique_ptr<UplinkInterface> device = get_interface();
@@ -52,17 +46,7 @@ void WanIfaceInfo::register_uplink(bool comes) {
     info["rx_rate"] = static_cast<Json::UInt64>(device->get_rx_rate());
     info["tx_rate"] = static_cast<Json::UInt64>(device->get_tx_rate());
     info["iface_type"] = iface_type;
-    tell_health_manager("AddWan", request);
-}
-
-/// A session is dialled whatever changed: its far end gives all that the mask could name.
-int WanIfaceInfo::bring_up(uint32_t opt) {
-    return ip4_type == "PPPOE" ? setup_pppoe_service(1) : setup_info(opt);
-}
-
-int WanIfaceInfo::setup_ipv4_pppoe(uint32_t) {
-    NM_LOG(Debug) << "Skip setup PPPoE.";
-    return NM_OK;
+    (void)tell_health_manager("AddWan", request);
 }
 
 int WanIfaceInfo::setup_ipv6(uint32_t opt) {

@@ -31,8 +31,6 @@ public:
 
 protected:
     void register_uplink(bool comes) override;
-    int bring_up(uint32_t opt) override;
-    int setup_ipv4_pppoe(uint32_t opt) override;
 };
 
 /// Builds the addressing side of `ifname` into `*info`, null on entry and owned by the caller, from `cfg`, or

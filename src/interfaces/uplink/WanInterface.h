@@ -17,10 +17,7 @@ public:
 
 protected:
     /// A session in force keeps its own MTU; one of an earlier configuration goes.
-    void prepare_sessions() override;
-
-private:
-    void remove_left_over_pppoe();
+    int set_mtu() override;
 };
 
 /// Builds the WAN port `port` into `*wan` (null on entry, owned by the caller) from `cfg`, or from the

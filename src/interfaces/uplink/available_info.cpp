@@ -6,8 +6,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "config/actions.h"
 #include "config/nmconfig.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
+#include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "kernel/link_state.h"
 #include "log.h"
 #include "result_codes.h"
@@ -101,21 +102,19 @@ void write_address(const available_address& address, const std::string& family, 
     }
 }
 
-/// One section with the factory of its family, so that another kind of uplink is one more call.
-template <class Info>
-int collect(std::vector<available_base_wan_status>& records, const std::string& path, const char* section,
-            bool comprehensive, int (*create)(Info**, std::string, std::string, Json::Value)) {
+int collect(std::vector<available_base_wan_status>& records, const std::string& path, const UplinkKind& kind,
+            bool comprehensive) {
     Json::Value document;
     const int ret = json_file_to_mem(path, document);
     if (ret < 0) {
         return ret;
     }
     records.clear();
-    const Json::Value& entries = nm::json_member(document, section);
+    const Json::Value& entries = nm::json_member(document, kind.infos);
     for (auto entry = entries.begin(); entries.isObject() && entry != entries.end(); ++entry) {
-        Info* built = nullptr;
-        const int create_ret = create(&built, entry.name(), path, document);
-        const std::unique_ptr<Info> info(built);
+        int create_ret = NM_OK;
+        const std::unique_ptr<UplinkIfaceInfo> info =
+            kind.make_info(entry.name(), path, document, create_ret);
         if (info == nullptr) {
             NM_LOG(Error) << entry.name() << " has no status, ret=" << create_ret;
             continue;
@@ -164,5 +163,21 @@ Json::Value status_json(const std::vector<available_base_wan_status>& records, b
 int get_available_wan_info(std::vector<available_base_wan_status>& wans, std::string path,
                            int comprehensive) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(collect<WanIfaceInfo>(wans, path, "WAN_IFACE_INFO", comprehensive != 0, create_WAN_INFO));
+    return NM_EXIT(collect(wans, path, nm::uplink_kind(KIND_WAN), comprehensive != 0));
+}
+
+int get_available_private_info(std::vector<available_base_wan_status>& ports, std::string path,
+                               int comprehensive) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(collect(ports, path, nm::uplink_kind(KIND_PRIVATE), comprehensive != 0));
+}
+
+int get_available_rglink_info(std::vector<available_base_wan_status>& links, std::string path,
+                              int comprehensive) {
+    NM_LOG(Debug) << "Enter";
+    const int ret = collect(links, path, nm::uplink_kind(KIND_RGLINK), comprehensive != 0);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Do get_available_rglink_info from " << path << " failed!";
+    }
+    return NM_EXIT(ret);
 }

@@ -55,6 +55,12 @@ struct available_base_wan_status {
 /// record. 0, or the code of reading the document, with `wans` untouched.
 int get_available_wan_info(std::vector<available_base_wan_status>& wans, std::string path, int comprehensive);
 
+/// The same for `PRIVATE_IFACE_INFO` and `RGLINK_IFACE_INFO`.
+int get_available_private_info(std::vector<available_base_wan_status>& ports, std::string path,
+                               int comprehensive);
+int get_available_rglink_info(std::vector<available_base_wan_status>& links, std::string path,
+                              int comprehensive);
+
 #pragma GCC visibility pop
 
 namespace nm {

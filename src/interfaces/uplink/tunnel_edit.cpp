@@ -81,7 +81,7 @@ int edit_tunnels_of(const UplinkKind& kind, int op) {
         return NM_EXIT(ret);
     }
     TunnelEdit edit{kind, op, document};
-    return NM_EXIT(json_key_foreach_value_do(document, kind.section, false, visit, &edit));
+    return NM_EXIT(json_key_foreach_value_do(document, kind.infos, false, visit, &edit));
 }
 
 }  // namespace nm

@@ -3,8 +3,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 
-#include <algorithm>
-
 #include "interfaces/uplink/UplinkIfaceInfo.h"
 #include "kernel/address.h"
 #include "kernel/ipset.h"
@@ -23,10 +21,6 @@ namespace {
 
 constexpr int kWholeAddress = 32;
 
-bool contains(const std::vector<std::string>& texts, const std::string& text) {
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
-
 /// Keeps the first failure of several steps.
 void keep_first(int& first, int ret) {
     first = first == NM_OK ? ret : first;
@@ -36,7 +30,7 @@ void keep_first(int& first, int ret) {
 
 int UplinkIfaceInfo::setup_ipv4(uint32_t opt) {
     NM_LOG(Trace) << "Interface : " << ifname << " , ip4_type: " << ip4_type;
-    if (!contains(kind.ip4_types, ip4_type)) {
+    if (!kind.takes(ip4_type)) {
         NM_LOG(Error) << "No such ip4_type: " << ip4_type;
         return NM_ERR_BAD_TYPE;
     }
@@ -45,7 +39,7 @@ int UplinkIfaceInfo::setup_ipv4(uint32_t opt) {
         return NM_OK;
     }
     if (ip4_type == "PPPOE") {
-        return setup_ipv4_pppoe(opt);
+        return setup_ipv4_session(opt);
     }
     const bool is_static = ip4_type == "STATIC";
     const int ret = is_static ? setup_ipv4_static() : setup_ipv4_dhcp(1);
@@ -57,6 +51,14 @@ int UplinkIfaceInfo::setup_ipv4(uint32_t opt) {
     if (is_static) {
         (void)add_hosts(ip4_addr, ifname);  // the address is set; hosts.cpp logs its failures
     }
+    return NM_OK;
+}
+
+int UplinkIfaceInfo::setup_ipv4_session(uint32_t opt) {
+    if (kind.dials_by_mask) {
+        return setup_pppoe(opt);
+    }
+    NM_LOG(Debug) << "Skip setup PPPoE.";
     return NM_OK;
 }
 
@@ -140,7 +142,7 @@ void UplinkIfaceInfo::write_static_routes() {
 
 int UplinkIfaceInfo::disable_ipv4(int mode) {
     NM_LOG(Info) << "Interface: " << ifname << ", ip4_type: " << ip4_type;
-    return NM_EXIT(ip4_type == "PPPOE" ? disable_session() : disable_ip(mode));
+    return NM_EXIT(has_session() ? disable_session() : disable_ip(mode));
 }
 
 /// The session's own report of its end waits for the lock that is held here. By then the port may have been
@@ -154,11 +156,16 @@ int UplinkIfaceInfo::disable_session() {
     return ret;
 }
 
-int UplinkIfaceInfo::disable_ip(int mode) {
-    int ret = del_hosts(run_ifname, AF_INET);
+int UplinkIfaceInfo::remove_hosts() {
+    const int ret = del_hosts(run_ifname, AF_INET);
     if (ret != NM_OK) {
         NM_LOG(Error) << "Delete hosts failed, interface: " << run_ifname;
     }
+    return ret;
+}
+
+int UplinkIfaceInfo::disable_ip(int mode) {
+    int ret = remove_hosts();
     if (ip4_type == "DHCP") {
         keep_first(ret, setup_ipv4_dhcp(mode));
         (void)del_dns4();  // those of its lease; a client that is stopped reports nothing

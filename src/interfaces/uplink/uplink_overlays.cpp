@@ -1,6 +1,4 @@
 // What the overlay's services are told of an uplink: tunnel, link monitor, IPsec site, link daemon.
-#include <algorithm>
-
 #include "config/port_names.h"
 #include "interfaces/uplink/UplinkInterface.h"
 #include "interfaces/uplink/tunnel_address.h"
@@ -62,8 +60,7 @@ int UplinkIfaceInfo::request_tunnel(int mode, const char* method, const char* la
         NM_LOG(Error) << "Device ID hasn't be configured.";
         return NM_OK;
     }
-    const auto& types = kind.tunnel_types;
-    if (std::find(types.begin(), types.end(), ip4_type) == types.end()) {
+    if (!kind.has_tunnel(ip4_type)) {
         NM_LOG(Error) << "Wrong type for setting up tunnel, type: " << ip4_type;
         return NM_ERR_BAD_TYPE;
     }
@@ -87,11 +84,23 @@ void UplinkIfaceInfo::inspect_tunnel(int mode, const std::string& prefix) {
 int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string gateway) {
     NM_LOG(Debug) << (mode == 1 ? "Setup " : "Destroy ") << name << "'s monitor.";
     Json::Value request;
-    request["id"] = id_;
     request["ifname"] = name;
-    if (mode != 1) {
-        return nm::ask_service("VelanWmd", "Del_monitor_iface", request, kMissingError);
+    if (kind.monitor_type == nullptr) {
+        request["id"] = id_;
+    } else {
+        request["type"] = kind.monitor_type;
     }
+    const bool is_described = mode == 1 || kind.monitor_type != nullptr;
+    const int ret = is_described ? describe_link(gateway, request) : NM_OK;
+    if (mode == 1 && ret != NM_OK) {
+        return ret;
+    }
+    // A monitor goes with what could be said of its link: it must not outlive it.
+    const char* const method = mode == 1 ? "Add_monitor_iface" : "Del_monitor_iface";
+    return nm::ask_service("VelanWmd", method, request, kMissingError);
+}
+
+int UplinkIfaceInfo::describe_link(std::string gateway, Json::Value& request) {
     if (!choose_by_type(ip4_type, ip4_gw, gateway)) {
         NM_LOG(Error) << "Wrong type for setting up monitor, type: " << ip4_type;
         return NM_ERR_BAD_TYPE;
@@ -101,14 +110,14 @@ int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string g
         NM_LOG(Error) << "Bad gateway address [" << gateway << "] for Monitor.";
         return NM_ERR_BAD_IP;
     }
+    request["gateway"] = gateway;
     const std::unique_ptr<UplinkInterface> device = get_interface();
     if (device == nullptr || device->get_tx_rate() == 0) {
         NM_LOG(Error) << "Get bandwidth failed.";
         return NM_ERR_NO_IFACE;
     }
-    request["gateway"] = gateway;
     request["bandwidth"] = static_cast<Json::UInt64>(device->get_tx_rate());
-    return nm::ask_service("VelanWmd", "Add_monitor_iface", request, kMissingError);
+    return NM_OK;
 }
 
 int UplinkIfaceInfo::setup_ipsec(int mode, std::string address) {

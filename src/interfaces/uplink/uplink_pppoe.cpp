@@ -52,7 +52,7 @@ int UplinkIfaceInfo::start_pppoe() {
     const int with_ipv6 = ip6_type == "PPPOEV6" ? 1 : 0;
     const int retval = nm_add_pppoe_and_run(ifname.c_str(), username.c_str(), password.c_str(), with_ipv6);
     if (retval != VPPPOE_SUCCESS) {
-        NM_LOG(Error) << "do nm_add_pppoe_and_run failed! retval: " << retval;
+        NM_LOG(Error) << kind.dial_failed << retval;
     }
     return nm::session_code(retval);
 }

@@ -1,14 +1,14 @@
 #!/bin/bash
-# The whole life of an uplink's addressing, static and by DHCP, step by step: the result, what the kernel, the
-# files and the units hold of it afterwards, and the calls to the overlay in their order.
+# The whole life of an uplink's addressing, static and by DHCP, step by step and for each kind of uplinks: the
+# result, what the kernel, the files and the units hold of it afterwards, and the calls to the overlay in their order.
 set -euo pipefail
 # shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 # shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
-readonly DHCP='.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "DHCP", IP4_ADDR: "", IP4_GW: ""}'
-readonly MOVED='.WAN_IFACE_INFO.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25"}'
+readonly DHCP='infos.swdev1 += {IP4_TYPE: "DHCP", IP4_ADDR: "", IP4_GW: ""}'
+readonly MOVED='infos.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25"}'
 
 # life: the steps on standard input, a line each: ACT OPS FILTER|WORDS. The request, then its document is the
 # stored one, then, with DHCP, the lease. An uplink that has not changed is not told again.
@@ -18,7 +18,7 @@ life() {
         document "$NEW" "$filter"
         echo "== $words: $(run "$act" "$ops")"
         [[ $act == 2 ]] || cp "$NEW" "$DEVICE_INFO"
-        [[ $act == 2 || $filter != "$DHCP"* ]] || settled 10.1.0.20 || echo "no lease"
+        [[ $act == 2 || $kind == PRIVATE || $filter != "$DHCP"* ]] || settled 10.1.0.20 || echo "no lease"
         now=$(uplink 1)
         [[ $now == "$before" ]] && echo "as before" || printf '%s\n' "${now:-nothing}"
         before=$now
@@ -26,10 +26,9 @@ life() {
     done
 }
 
-make_uplinks
-dhcp_server 'range 10.1.0.20 10.1.0.20;' 'option routers 10.1.0.1;' 'option domain-name-servers 10.1.0.53, 10.1.0.54;'
-document "$DEVICE_INFO"
-transcript wan_static "$(life <<END
+# A private port refuses DHCP, which leaves it as far down as its type before.
+life_static() {
+    life <<END
 1|15|.|add
 1|15|.|add again
 3|0|$MOVED|alter nothing
@@ -39,17 +38,19 @@ transcript wan_static "$(life <<END
 3|1|$MOVED|alter IPv4, address and prefix
 3|5|$DHCP|alter IPv4 and link to DHCP
 3|1|.|alter IPv4 back
-3|1|.WAN_IFACE_INFO.swdev1.IP4_TYPE = "DISABLED"|alter to no IPv4
-3|1|.WAN_IFACE_INFO.swdev1.IP4_TYPE = "MODEM"|alter to an unknown type
-3|1|.WAN_IFACE_INFO.swdev1.IP4_ADDR = "10.1.0.2; touch /pwned"|alter to a bad address
+3|1|infos.swdev1.IP4_TYPE = "DISABLED"|alter to no IPv4
+3|1|infos.swdev1.IP4_TYPE = "MODEM"|alter to an unknown type
+3|1|infos.swdev1.IP4_ADDR = "10.1.0.2; touch /pwned"|alter to a bad address
 3|1|.|alter IPv4 back once more
 2|15|.|delete
 2|15|.|delete again
 1|15|.|add once more
 2|15|.|delete once more
 END
-)"
-transcript wan_dhcp "$(life <<END
+}
+
+life_dhcp() {
+    life <<END
 1|15|$DHCP|add
 3|0|$DHCP|alter nothing
 3|4|$DHCP|alter the link
@@ -61,6 +62,14 @@ transcript wan_dhcp "$(life <<END
 1|15|$DHCP|add again
 2|15|$DHCP|delete once more
 END
-)"
+}
+
+make_uplinks
+dhcp_server 'range 10.1.0.20 10.1.0.20;' 'option routers 10.1.0.1;' 'option domain-name-servers 10.1.0.53, 10.1.0.54;'
+for kind in WAN PRIVATE RGLINK; do
+    document "$DEVICE_INFO"
+    transcript "${kind,,}_static" "$(life_static)"
+    [[ $kind == PRIVATE ]] || transcript "${kind,,}_dhcp" "$(life_dhcp)"
+done
 same "no client is left, and no value was run by a shell" "" "$(pgrep -a dhclient; ls /pwned 2>/dev/null || true)"
 finish
