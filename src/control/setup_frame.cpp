@@ -142,9 +142,9 @@ int run_section_request(const char* json, SectionTarget target) {
     return ret;
 }
 
-int run_entry(const char* signature, const std::function<int()>& request) {
+int run_entry(const char* signature, const std::function<int()>& request, const char* category) {
     return shielded([&] {
-        INITIALIZE_LOG("MAIN");
+        INITIALIZE_LOG(category);
         LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << SEPARATE_LINE;
         LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
         const int ret = shielded(request);

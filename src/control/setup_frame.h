@@ -38,7 +38,7 @@ using SectionTarget = int (*)(std::string name, uint32_t act, uint32_t opt, std:
 int run_section_request(const char* json, SectionTarget target);
 
 /// The entry layer: sets up the log and keeps exceptions inside. `signature` is the entry's
-/// __PRETTY_FUNCTION__.
-int run_entry(const char* signature, const std::function<int()>& request);
+/// __PRETTY_FUNCTION__, `category` that of its log: "MAIN", or "API" for entries that only read.
+int run_entry(const char* signature, const std::function<int()>& request, const char* category = "MAIN");
 
 }  // namespace nm

@@ -24,6 +24,11 @@ public:
     /// Applies the aspects that `opt` names; the common step of add and alter.
     virtual int setup_info(uint32_t opt) = 0;
 
+    /// Removes the IPv4 side, and sets it up as it is configured; `mode` other than 0 says that a dynamic
+    /// type follows.
+    virtual int disable_ipv4(int mode) = 0;
+    virtual int setup_ipv4(uint32_t opt) = 0;
+
     /// Kernel name of the port's device, the key of its entry.
     std::string get_ifname() { return ifname; }
     /// Kernel index of the interface that carries the traffic, 0 while there is none.

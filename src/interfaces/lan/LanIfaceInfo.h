@@ -39,7 +39,7 @@ public:
 
     /// Sets up what `IP4_TYPE` names, and in any case the management alias. 0; NM_ERR_BAD_TYPE for another
     /// type; the codes of the two functions below.
-    virtual int setup_ipv4(uint32_t opt);
+    int setup_ipv4(uint32_t opt) override;
     /// Sets the address, brings the interface up, and tells sets, hosts and name service. 0; NM_ERR_BAD_IP
     /// also for a bad prefix; NM_ERR_NO_IFACE; NM_ERR_IOCTL.
     virtual int setup_ipv4_static();
@@ -47,7 +47,7 @@ public:
     virtual int setup_ipv4_dhcp(int on);
     /// Stops the DHCP service, leases included, and removes all that setup_ipv4() does. `opt` is the mode for
     /// a DHCP client. The result is that of removing the addresses, 0 for a missing interface.
-    virtual int disable_ipv4(int opt);
+    int disable_ipv4(int opt) override;
     /// The second address of the port "swdev8", by which a technician reaches the appliance whatever its
     /// configuration. Other interfaces are left alone: 0. NM_ERR_NO_IFACE, or the code of the alias.
     virtual int setup_mgmt_ip(int on);

@@ -25,9 +25,6 @@ public:
 
     /// A lease has come ("add") or gone ("del").
     virtual int dhcp_source_route_cb(DHCP_INFO& info, std::string& act) = 0;
-    /// `mode` is that of setup_ipv4_dhcp().
-    virtual int disable_ipv4(int mode) = 0;
-    virtual int setup_ipv4(uint32_t opt) = 0;
     /// 1 starts the client, any other value stops it; 2 says that it is to be started again.
     virtual int setup_ipv4_dhcp(int mode) = 0;
     virtual int setup_ipv4_static() = 0;
