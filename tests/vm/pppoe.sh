@@ -6,17 +6,17 @@ source "$(dirname "$0")/../support/world.sh"
 
 readonly LOG=/var/log/network/pppoe-swdev1.log
 readonly CREDENTIALS=/srv/credentials  # away from the places that are searched
+readonly SECRET=c4n4ry-$RANDOM$RANDOM  # in no file of the sources, which may be cloned to such a place
 mkdir -p "$CREDENTIALS" /etc/vpppoe/env
-# shellcheck disable=SC1003  # the backslash is one
-echo 'c4n4ry "q\' >"$CREDENTIALS/right"
-echo c4n4ry >"$CREDENTIALS/wrong"
+echo "$SECRET \"q\\" >"$CREDENTIALS/right"
+echo "$SECRET" >"$CREDENTIALS/wrong"
 echo 'REDIAL_SECONDS="2"' >/etc/vpppoe/env/swdev1.env
 
 ip netns add isp
 ip link add swdev1 type veth peer name acc0 netns isp
 ip -n isp link set acc0 up
 ip link set swdev1 up
-printf '%s\n' '"us er@isp" * "c4n4ry \"q\\" *' >/etc/ppp/chap-secrets
+printf '"us er@isp" * "%s \\"q\\\\" *\n' "$SECRET" >/etc/ppp/chap-secrets
 printf '%s\n' require-chap 'ms-dns 198.51.100.53' >/etc/ppp/pppoe-server-options
 ip netns exec isp pppoe-server -I acc0 -L 198.51.100.1 -R 198.51.100.100 -F >/dev/null 2>&1 &
 daemons+=("$!")
@@ -69,8 +69,8 @@ sites() {
 }
 check "no event is left of before" eventually 60 is_quiet
 start_services
-# shellcheck disable=SC1003  # the backslash is one
-document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", USERNAME: "us er@isp", PASSWORD: "c4n4ry \"q\\"}'
+document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", USERNAME: "us er@isp",
+    PASSWORD: "'"$SECRET"' \"q\\"}'
 cp "$DEVICE_INFO" "$NEW"
 same "a WAN port dials" "0 NM_OK success" "$(run 1 15)"
 check "its session is up, and its event worked" eventually 90 eval 'ipset save | grep -q ppp-swdev1 && is_quiet'
@@ -82,5 +82,5 @@ same "it becomes a static one" "0 NM_OK success" "$(run 3 5)"
 check "the end of the session is worked" eventually 60 is_quiet
 same "nothing of the session is left" "" "$(ipset save | grep ppp-; ls -d /sys/class/net/ppp-* 2>/dev/null; ip rule | grep "$kernel" || true)"
 same "the overlay knows the static address last" "del null add 10.1.0.2" "$(sites)"
-same "the password is in no log" "" "$(grep -rl c4n4ry /var/log/network 2>/dev/null)"
+same "the password is in no log" "" "$(grep -rlF "$SECRET" /var/log/network 2>/dev/null)"
 finish
