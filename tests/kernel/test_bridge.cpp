@@ -35,9 +35,9 @@ TEST_F(Bridge, IsCreatedDownAndDeletedWithItsPortsReleased) {
     EXPECT_EQ(told("nw0", "linkinfo.info_kind + .[0].master"), "veth");
     EXPECT_EQ(br_delbr("nwbr2"), -1108);
     EXPECT_EQ(br_addbr("nwbr2-of-fiftee"), 0);
-    EXPECT_EQ(br_addbr("nwbr2-of-fifteen") | br_delbr("nwbr2-of-fifteen"), -1107 | -1108);
-    EXPECT_NE(if_nametoindex("nwbr2-of-fiftee"), 0U) << "a longer name is nobody's";
     for (const auto& [change, refusal] : {std::pair(br_addbr, -1107), std::pair(br_delbr, -1108)}) {
+        EXPECT_EQ(change("nwbr2-of-fifteen"), refusal);
+        EXPECT_NE(if_nametoindex("nwbr2-of-fiftee"), 0U) << "a longer name is nobody's";
         EXPECT_EQ(change(""), -1101) << "or the kernel would choose a name";
         EXPECT_EQ(without(its_sockets, [change = change] { return change("nwbr"); }), -1104);
         EXPECT_EQ(without(its_rights, [change = change] { return change("nwbr"); }), refusal);
@@ -56,7 +56,8 @@ TEST_F(Bridge, TakesAndReleasesPorts) {
         EXPECT_EQ(request(nullptr, "nw0"), -1101);
         EXPECT_EQ(request("nw3", "nw-none"), -1102) << "missing comes before no bridge";
         EXPECT_EQ(request("nw-none", "nw0"), -1102);
-        EXPECT_EQ(request("nwbr2", "nw0-alt") + request("nwbr2", "nw0-by-another-name"), 2 * -1102);
+        EXPECT_EQ(request("nwbr2", "nw0-alt"), -1102);
+        EXPECT_EQ(request("nwbr2", "nw0-by-another-name"), -1102);
         EXPECT_EQ(request("nw3", "nw0"), -1111);
         const auto call = [request = request] { return request("nwbr2", "nw0"); };
         EXPECT_EQ(without(its_rights, call), refusal);

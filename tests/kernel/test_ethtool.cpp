@@ -66,6 +66,11 @@ namespace {
 using State = std::array<int, 3>;  // speed, duplex and negotiation
 
 struct Ethtool : Devices {
+    // A speed is that of a running link, and the kernel is some time in finding that one runs.
+    void SetUp() override {
+        Devices::SetUp();
+        run("timeout 5 sh -c 'until grep -q up /sys/class/net/nw2/operstate; do sleep 0.01; done'");
+    }
     void TearDown() override {
         driver_of_nw2 = nullptr;
         Devices::TearDown();
