@@ -10,9 +10,12 @@ source_dir=$(cd "$support_dir/../.." && pwd -P)
 readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
 readonly CONSUMER=$source_dir/tests/system/consumer
 readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
-# The exported entries: they have C linkage, so that callers find them by name.
-readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_tcpmss Setup_dhcpservice Setup_lanif
-    Setup_laninfo Setup_vlanbr Setup_wanif Setup_waninfo)
+# What has C linkage, so that callers find it by name: the exported entries, and the handlers of the bus.
+readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_dnat Reload_static_route Reload_tcpmss
+    Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
+    Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
+readonly HANDLERS=(Edit_tunnels RenewDHCPClientIP SetupVelanDeamons Setup_lan_to_wan_load_balance
+    Setup_site_to_site_load_balance Setup_vvpn SyslogCarrierStat)
 
 : >/run/network/.boot_fin
 
@@ -49,7 +52,8 @@ try /opt/stage by_pkg_config
 same "installed files do not name the build machine's directories" "" \
     "$(grep -rlF -e "$source_dir" -e "$BUILD" /opt/stage || true)"
 
-same "the names with C linkage are the entries" "${ENTRIES[*]}" \
+same "the names with C linkage are the entries and the handlers" \
+    "$(printf '%s\n' "${ENTRIES[@]}" "${HANDLERS[@]}" | sort | xargs)" \
     "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
 same "nm_bin has a command for each entry" "${ENTRIES[*]}" \
     "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z_]*\) .*/\1/p' | sort | xargs)"
