@@ -56,6 +56,11 @@ const struct {
     {"set_ip4_route", [] { return set_ip4_route(number(0), text(1), number(2), text(3), number(4)); }},
     {"set_ip6_route",
      [] { return set_ip6_route(number(0), text(1), number(2), text(3), number(4), number(5)); }},
+    {"set_ip6_routerule_by_oifindex",
+     [] {
+         return set_ip6_routerule_by_oifindex(number(0), number(1), text(2), number(3), text(4), number(5),
+                                              number(6));
+     }},
     {"delete_routerule", [] { return delete_routerule(text(0), number(1), number(2)); }},
     {"get_physical_info", [] { return get_physical_info(text(0), &status); }},
     {"set_physical_info", [] { return set_physical_info(text(0), number(1), number(2), number(3)); }},

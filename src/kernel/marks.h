@@ -30,7 +30,8 @@ constexpr uint32_t kVerdictDeny = 0x800;
 constexpr uint32_t kDnatReply = 0x1000;
 constexpr uint32_t kDnatReplyMask = kDnatReply | kEgressPort.mask;
 
-/// Connections that the balancing of LAN traffic gave an uplink, always together with their egress port.
+/// Connections that the balancing of LAN traffic gave an uplink, always together with their egress port. The
+/// base rules also give it to packets with no port, which the main table and static routes shall lead first.
 constexpr uint32_t kLanToWan = 0x2000;
 constexpr uint32_t kLanToWanMask = kLanToWan | kEgressPort.mask;
 

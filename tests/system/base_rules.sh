@@ -1,27 +1,29 @@
 #!/bin/bash
-# The base chains and sets: packets of two uplinks and two LANs meet what has been filled in, in the order that
-# the hooks say, and a second run changes nothing.
+# The base chains, sets and rules: packets of two uplinks, a private line and two LANs meet what has been filled in,
+# in the order that the hooks say, and a second run changes nothing.
 set -euo pipefail
 # shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 state() {
-    { iptables-save && ip6tables-save && ipset save; } | sed 's/^#.*//; s/initval.*//' | sort
+    { iptables-save && ip6tables-save && ipset save && ip rule && ip -6 rule; } | sed 's/^#.*//; s/initval.*//' | sort
 }
 
-# plug N NAMESPACE: swdevN with 10.N.0.1 and 2001:db8:N::1, and the far end with .2 and ::2; providers have more.
+# plug N NAMESPACE: swdevN with 10.N.0.1 and 2001:db8:N::1, and the far end with .2 and ::2; providers have more. The
+# private line has an index like that of a session after many redials.
 plug() {
     ip netns add "$2"
-    ip link add "swdev$1" up type veth peer name far netns "$2"
+    ip link add "swdev$1" index $(($1 == 3 ? 2048 : 10 + $1)) up type veth peer name far netns "$2"
     printf '%s\n' "link set lo up" "link set far up" "addr add 10.$1.0.2/24 dev far" \
         "addr add 2001:db8:$1::2/64 dev far nodad" "route add default via 10.$1.0.1" \
         "route add default via 2001:db8:$1::1" | ip -n "$2" -b -
     ip addr add "10.$1.0.1/24" dev "swdev$1"
     ip addr add "2001:db8:$1::1/64" dev "swdev$1" nodad
+    ip netns exec "$2" bash -c "echo ${1}1 | tee /proc/sys/net/ipv{4/ip_default_ttl,6/conf/far/hop_limit}" >/dev/null
 }
 
-# ping NAME EXPECTED SOURCE TO [OPTION]...: from that namespace; who answered: provider 1 or 2 (by the hop counts
-# that they begin with), 6 for all others, or nobody.
+# ping NAME EXPECTED SOURCE TO [OPTION]...: from that namespace; who answered: provider 1 or 2, the private line 3, or
+# the LAN 5 (by the hop counts that they begin with), 6 for all others, or nobody.
 ping() {
     same "$1" "$2" "$(nsenter --net="/run/netns/$3" /bin/ping -c 1 -W $((${#2} > 0 ? 5 : 1)) "${@:4}" |
         sed -n 's/.*ttl=\(.\).*/\1/p' | xargs)"
@@ -46,24 +48,30 @@ for edit in "0 add localip 192.0.2.1" "0 add localip 192.0.2.1" "0 del localip 1
     firewall.sh edit_ipset ${edit#* } >/dev/null 2>&1 || status=$?
     same "$edit" "${edit%% *}" "$status"
 done
-for n in 1 2; do
+for n in 1 2 3; do
     plug "$n" "isp$n"
-    printf 'addr add %s dev lo\n' 203.0.113.9 2001:db8:9::9 | ip -n "isp$n" -b -
-    ip netns exec "isp$n" bash -c "echo ${n}1 >/proc/sys/net/ipv4/ip_default_ttl"
-    kernel_call set_ip4_rule "$(<"/sys/class/net/swdev$n/ifindex")" "10.$n.0.1" 32 1 >/dev/null
-    kernel_call set_ip4_route "$(<"/sys/class/net/swdev$n/ifindex")" "10.$n.0.1" 24 "10.$n.0.2" 24 >/dev/null
+    index=$(<"/sys/class/net/swdev$n/ifindex")
+    printf 'addr add %s dev lo\n' 203.0.113.9 2001:db8:9::9 "10.7$n.0.9" "10.8$n.0.9" "2001:db8:7$n::9" | ip -n "isp$n" -b -
+    kernel_call set_ip4_rule "$index" "10.$n.0.1" 32 $((n < 3)) >/dev/null
+    kernel_call set_ip4_route "$index" "10.$n.0.1" 24 "10.$n.0.2" 24 >/dev/null
+    kernel_call set_ip6_rule "$index" "2001:db8:$n::1" 32 1 "swdev$n" >/dev/null
+    kernel_call set_ip6_route "$index" "2001:db8:$n::1" 64 "2001:db8:$n::2" 0 24 >/dev/null
+    firewall.sh edit_ipset add localip "10.$n.0.1"
 done
 for n in 5 6; do
     plug "$n" "lan$n"
+    firewall.sh edit_ipset add localip "10.$n.0.1"
     firewall.sh edit_ipset add LANIFSET "10.$n.0.0/24,swdev$n"
     firewall.sh edit_ipset add lan "10.$n.0.0/24"
     firewall6.sh edit_ip6_ipset add lan "2001:db8:$n::/64"
+    kernel_call set_ip6_routerule_by_oifindex $((10 + n)) 11 "2001:db8:$n::1" 64 2001:db8:1::2 1 1 >/dev/null
 done
 ln -s /proc/self/ns/net /run/netns/here
-printf 'route add default via %s\n' 10.1.0.2 2001:db8:1::2 | ip -b -
+ip addr add 198.18.254.1/30 dev swdev5
+printf 'route add default via %s table 253\n' 10.1.0.2 2001:db8:1::2 | ip -b -
 echo 1 | tee /proc/sys/net/ipv{4/ip_forward,6/conf/all/forwarding} >/dev/null
 ping "an empty policy lets everything pass" 1 lan5 203.0.113.9
-check "IPv6 as well" eventually 10 ip netns exec lan5 ping -q -c 1 -W 1 2001:db8:6::2
+check "IPv6 as well" eventually 10 ip netns exec lan5 ping -q -c 1 -W 1 2001:db8:9::9
 
 ip link set swdev1 mtu 1400
 echo '{"WAN_IFACE_INFO":{"swdev1":{"IP4_TYPE":"STATIC"}}}' >"$DEVICE_INFO"
@@ -79,7 +87,9 @@ iptables -A GUESTFORWARD -i swdev6 -m set --match-set lan dst -j DROP
 ip6tables -A GUESTFORWARD -i swdev6 -m set --match-set lan dst -j DROP
 ping "an isolated LAN" "" lan6 10.5.0.2
 ping "in IPv6 too, by the same set" "" lan6 2001:db8:5::2
-iptables -F GUESTFORWARD
+for command in iptables ip6tables; do
+    "$command" -F GUESTFORWARD
+done
 
 iptables -t mangle -A STEER -d 203.0.113.9 -m statistic --mode nth --every 1000 --packet 0 -j MARK --set-mark 2/15
 ping "what steered the first packet holds for the connection" "2 2" lan5 203.0.113.9 -c 2 -i 0.2
@@ -109,9 +119,42 @@ ping "nor those to another LAN; a verdict spares answers" 6 lan5 10.6.0.2
 ping "a verdict is carried out" "" lan6 203.0.113.9
 firewall.sh edit_ipset add static_route 203.0.113.0/24
 ping "a static route is not balanced" 1 lan5 203.0.113.9
-ping "a forwarded connection is answered by its own uplink" 6 isp2 10.2.0.1 -I 203.0.113.9
+ping "a forwarded connection is answered by its own uplink" 5 isp2 10.2.0.1 -I 203.0.113.9
 iptables -A INPUT -p icmp -d 10.2.0.1 -j DROP
-ping "a host next to the server reaches it from outside" 6 lan5 10.2.0.1
+ping "a host next to the server reaches it from outside" 5 lan5 10.2.0.1
+ping "the address for management stays the appliance's" 6 lan5 198.18.254.1
+iptables -D INPUT -p icmp -d 10.2.0.1 -j DROP
+iptables -t nat -F HAIRPIN_FWD
+
+# Static routes as they stand in both tables. The wide ones contain every network here.
+for table in 251 1; do
+    printf 'route add %s table %s\n' "10.73.0.0/24 dev swdev3" $table "10.0.0.0/8 via 10.3.0.2" $table \
+        "2001:db8:73::/48 via 2001:db8:3::2" $table "2001:db8::/45 via 2001:db8:3::2" $table | ip -b -
+done
+firewall.sh edit_ipset add static_route 10.83.0.0/24
+while read -r answer from to options; do
+    # shellcheck disable=SC2086  # the words of a call
+    ping "routes: $from calls $to $options" "$answer" "$from" "$to" $options
+done <<'CASES'
+3 lan5 10.3.0.2
+1 lan5 10.1.0.2
+3 lan5 10.73.0.9
+3 lan5 10.83.0.9
+6 lan5 10.2.0.1
+6 lan5 10.6.0.2
+5 isp1 10.5.0.2 -I 203.0.113.9
+5 here 10.5.0.2
+5 here 10.5.0.2 -I 10.2.0.1
+3 here 10.73.0.9 -I 10.1.0.1
+3 here 203.0.113.9 -I 10.3.0.1
+3 lan5 2001:db8:3::2
+3 lan5 2001:db8:73::9
+3 isp1 2001:db8:73::9
+6 lan5 2001:db8:1::1
+6 lan5 2001:db8:6::2
+5 here 2001:db8:5::2 -I 2001:db8:1::1
+1 here 2001:db8:9::9
+CASES
 
 before=$(state)
 nm-base-rules
@@ -119,6 +162,8 @@ same "a second run changes nothing" "$before" "$(state)"
 iptables -D FORWARD -j BASE_FORWARD
 ip6tables -t mangle -F BASE_PREROUTING
 ipset destroy DNAT99
+ip rule del pref 10
+ip -6 rule del pref 1044500
 nm-base-rules
 same "another one repairs" "$before" "$(state)"
 finish

@@ -41,6 +41,18 @@ route add default via 192.168.8.1
 route add default via 2001:db8:8::1
 END
     ip -6 route add 2001:db8:9::/64 via fe80::2 dev swdev2 onlink
+    ip netns add line
+    ip link add swdev3 type veth peer name far netns line
+    ip -n line -b - <<END
+link set lo up
+link set far up
+addr add 10.3.0.2/24 dev far
+addr add 10.73.0.9 dev lo
+route add default via 10.3.0.1
+END
+    ip addr add 10.3.0.1/24 dev swdev3
+    ip link set swdev3 up
+    ip route add 10.73.0.0/24 dev swdev3 table 251
     # A round comes at once, and each uplink's neighbour has to be known by then.
     for n in 1 2; do
         eventually 30 ping -c 1 -W 1 "10.$n.0.2"
@@ -117,9 +129,9 @@ die() {
 }
 
 make_world
-iptables -A INPUT -m condition --condition single_wan_condition
 loads "one port" 6 3 5 3 'del(.WAN_PORT.PORT2)'
-same "it is the only one" 1 "$(<"$CONDITIONS/single_wan_condition")"
+nm-base-rules
+same "it is the only one, also for a second run of the base rules" 1 "$(<"$CONDITIONS/single_wan_condition")"
 loads "eight ports, two of them private" 27 15 20 13 '.WAN_PORT as $p | reduce range(3; 7) as $n (.;
     .WAN_PORT["PORT\($n)"] = $p.PORT2 + {INTERFACE: "swdev\($n)"}) | reduce range(7; 9) as $n (.;
     .PRIVATE_PORT["PORT\($n)"] = $p.PORT2 + {INTERFACE: "swdev\($n)"})'
@@ -130,6 +142,9 @@ alive swdev1 1
 alive swdev2 1
 rounds arrived 203.0.113.9 :
 spreads "IPv4" "${first[@]}"
+for to in 10.3.0.2 10.73.0.9; do
+    check "a private line and a static route by it are not balanced ($to)" ip netns exec lan ping -qc 1 -W 2 "$to"
+done
 same "connections keep their uplink" "${first[*]}" "${second[*]}"
 rounds arrived 203.0.113.10 die
 spreads "IPv4 again" "${first[@]}"
