@@ -37,7 +37,7 @@ int vs_io_write(vs_io* io, const char* text, size_t length);
  * `io` and valid until the io is changed or freed. */
 size_t vs_io_read(vs_io* io, char** text);
 
-/* Calls `method` of `service` with the io's text, which may be empty and at most 64 MiB.
+/* Calls `method` of `service` with the io's text, which may be empty and at most 16 MiB.
  *
  * timeout_seconds: more than 0; one limit on connecting, sending and waiting for the whole reply.
  * flags: reserved; callers pass -1.

@@ -10,7 +10,7 @@
 namespace vservice {
 
 constexpr std::size_t kHeaderSize = 4;
-constexpr std::size_t kMaxText = std::size_t{64} << 20;
+constexpr std::size_t kMaxText = std::size_t{16} << 20;
 constexpr std::size_t kMaxMethod = 255;
 
 /// Appends `text`, at most kMaxText bytes, to `out` as one frame.

@@ -4,6 +4,7 @@
 #include "config/actions.h"
 #include "config/nmconfig.h"
 #include "log.h"
+#include "peers/bus/request_waits.h"
 #include "peers/logs/logging.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
@@ -147,6 +148,7 @@ int run_entry(const char* signature, const std::function<int()>& request, const 
         INITIALIZE_LOG(category);
         LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << SEPARATE_LINE;
         LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
+        const RequestWaits waits;
         const int ret = shielded(request);
         return log_exit(ret, __FILE__, __LINE__, signature);
     });

@@ -12,7 +12,8 @@ namespace nm {
 bool parse_json(const std::string& text, Json::Value& root, bool collect_comments) {
     // The reader throws on text that is nested too deep.
     try {
-        return Json::Reader().parse(text, root, collect_comments);
+        // Given a string, the reader would copy it.
+        return Json::Reader().parse(text.data(), text.data() + text.size(), root, collect_comments);
     } catch (const Json::Exception&) {
         return false;
     }

@@ -22,7 +22,7 @@ using nm::FileDescriptor;
 
 namespace {
 
-constexpr std::uint32_t kLimit = 64 << 20;
+constexpr std::uint32_t kLimit = 16 << 20;
 
 std::string text_of(vs_io* io) {
     char* text = nullptr;

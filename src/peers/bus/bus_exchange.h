@@ -8,7 +8,9 @@
 namespace nm {
 
 /// Sends `request` to `service.method` and stores the reply's text. 0; NM_ERR_BUS_IO; NM_ERR_BUS_CALL, also
-/// when nothing came within `timeout_seconds`. Logs nothing: callers have words of their own.
+/// when nothing came within `timeout_seconds` or within what is left of the request's patience
+/// (request_waits.h), and for a reply of more than 16 MiB or a million values. Why a call was not made or its
+/// reply refused is logged; for failures callers have words of their own.
 int exchange(const std::string& service, const std::string& method, const std::string& request,
              int timeout_seconds, std::string& reply);
 

@@ -6,9 +6,11 @@
 
 #pragma GCC visibility push(default)
 
-/// Calls `method` of `service` with the text `input` and waits up to 60 seconds. `output` takes the `data`
-/// of the envelope as compact JSON text, empty if there is none. 0; NM_ERR_BUS_IO; NM_ERR_BUS_CALL;
-/// NM_ERR_PARSE for a reply that is no envelope; otherwise the envelope's `error`. `flag` is not used.
+/// Calls `method` of `service` with the text `input` and waits up to 60 seconds, within a request no longer
+/// than its patience lasts: 90 seconds in all, besides a second for each call; a service that has let a call
+/// of the request run out of time is not called again. `output` takes the `data` of the envelope as compact
+/// JSON text, empty if there is none. 0; NM_ERR_BUS_IO; NM_ERR_BUS_CALL; NM_ERR_PARSE for a reply that is no
+/// envelope; otherwise the envelope's `error`. `flag` is not used.
 int vservice_call(std::string service, std::string method, std::string& input, std::string& output,
                   bool flag);
 
