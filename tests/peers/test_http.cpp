@@ -82,7 +82,8 @@ TEST(Http, ThousandCallsLeaveNothing) {
         descriptors = call == 100 ? fixture::open_descriptors() : descriptors;
     }
     EXPECT_LT(kept(), bytes + 4096);  // 900 calls of even 5 bytes each are more
-    EXPECT_LE(fixture::open_descriptors(), descriptors + 2) << "but for connections that the server is about to close";
+    EXPECT_LE(fixture::open_descriptors(), descriptors + 2)
+        << "but for connections that the server is about to close";
 }
 
 TEST(Http, AnswersRetriesAndLimits) {
