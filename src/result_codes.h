@@ -86,6 +86,7 @@ constexpr int NM_ERR_BUS_CALL = -1602;
 constexpr int NM_ERR_BUS_READ = -1603;
 constexpr int NM_ERR_BUS_DAEMON_READ = -1604;
 constexpr int NM_ERR_RELOAD = -1605;
+constexpr int NM_ERR_NO_NAT_RULE = -1606;
 
 // Local management.
 constexpr int NM_ERR_MGMT_ARG = -1901;
@@ -168,6 +169,7 @@ inline constexpr std::array kResultCodes{
     ResultCode{NM_ERR_BUS_READ, "NM_ERR_BUS_READ", "the bus request could not be read"},
     ResultCode{NM_ERR_BUS_DAEMON_READ, "NM_ERR_BUS_DAEMON_READ", "the daemon request could not be read"},
     ResultCode{NM_ERR_RELOAD, "NM_ERR_RELOAD", "a peer service could not reload its conditions"},
+    ResultCode{NM_ERR_NO_NAT_RULE, "NM_ERR_NO_NAT_RULE", "the network service has no such NAT rule"},
     ResultCode{NM_ERR_MGMT_ARG, "NM_ERR_MGMT_ARG", "a local management argument is empty or unreadable"},
     ResultCode{NM_ERR_MGMT_STATIC_ROUTE, "NM_ERR_MGMT_STATIC_ROUTE",
                "the shared static routes could not be switched"},

@@ -52,6 +52,42 @@ int show_dhcp_clients(Arguments& words) {
     }
 }
 
+/// What puts one stored document in the place of another, and says what it refused.
+using Apply = int (*)(Json::Value& old_config, Json::Value& new_config, std::string& error);
+
+/// Applies the document at the first path in place of the one at the second, where it then lies with what the apply
+/// has noted in it. Without that file nothing has been applied before.
+template <Apply apply>
+int apply_document(Arguments& words) {
+    INITIALIZE_LOG("MAIN");
+    Json::Value new_config;
+    Json::Value old_config;
+    int code = json_file_to_mem(words[0], new_config);
+    if (code < 0) {
+        return code;
+    }
+    code = json_file_to_mem(words[1], old_config);
+    if (code < 0 && code != NM_ERR_NOT_FOUND) {
+        return code;
+    }
+    std::string error;
+    code = apply(old_config, new_config, error);
+    if (!error.empty()) {
+        std::cerr << "nm_bin: " << error << "\n";
+    }
+    return code < 0 ? code : json_mem_to_file(words[1], new_config, false);
+}
+
+int apply_firewall(Json::Value& old_config, Json::Value& new_config, std::string& error) {
+    return setup_firewall(old_config, new_config, "mangle", "FIREWALL", error);
+}
+
+/// Classes first: without them there is no steering.
+int apply_policy(Json::Value& old_config, Json::Value& new_config, std::string& error) {
+    const int code = setup_firewall_policy(old_config, new_config, error);
+    return code < 0 ? code : setup_firewall(old_config, new_config, "mangle", "STEER", error);
+}
+
 constexpr std::array kCommands{
     Command{"Setup_wanif", "REQUEST", 1, true, run_with_text<Setup_wanif>,
             "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
@@ -85,6 +121,12 @@ constexpr std::array kCommands{
     Command{"Lease_event", "IFNAME add|del", 2, false,
             [](Arguments& words) { return Lease_event(words[0].data(), words[1].data()); },
             "work what a DHCP client or PPPoE session reports (called by their hooks)"},
+    Command{"Apply_firewall", "NEW OLD", 2, false, apply_document<apply_firewall>,
+            "replace the firewall rules of the document OLD by those of NEW, and keep NEW as OLD"},
+    Command{"Apply_policy", "NEW OLD", 2, false, apply_document<apply_policy>,
+            "the same for QoS classes and steering"},
+    Command{"Apply_segment", "NEW OLD", 2, false, apply_document<setup_firewall_segment>,
+            "the same for the sets of segments"},
     Command{"Reload_tcpmss", "REQUEST", 1, true, run_with_text<Reload_tcpmss>,
             "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
     Command{"Reload_dnat", "REQUEST", 1, true, run_with_text<Reload_dnat>,

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <iomanip>
 #include <locale>
 #include <sstream>
 
@@ -33,15 +34,19 @@ std::string condition_match(const std::string& name, bool negated) {
     return std::string(" -m condition") + (negated ? " !" : "") + " --condition " + name;
 }
 
-std::string hex_mark(uint32_t value) {
+std::string hex_mark(uint32_t value, int digits) {
     std::ostringstream text;
     text.imbue(std::locale::classic());
-    text << "0x" << std::hex << value;
+    text << "0x" << std::hex << std::setfill('0') << std::setw(digits) << value;
     return text.str();
 }
 
 std::string unmarked_match(const std::string& mask, bool negated) {
     return std::string(" -m mark") + (negated ? " !" : "") + " --mark 0x0/" + mask;
+}
+
+std::string set_field(const std::string& mark, uint32_t mask) {
+    return " -j VTARGET --set-xmark " + mark + "/" + std::to_string(mask);
 }
 
 std::optional<int> refused_line(const std::string& script) {

@@ -31,11 +31,14 @@ std::string append_rule(const std::string& chain, const std::string& rest);
 /// for a restore command already.
 std::string condition_match(const std::string& name, bool negated = false);
 
-/// A mark or mask in lower-case hexadecimal: "0x200f".
-std::string hex_mark(uint32_t value);
+/// A mark or mask in lower-case hexadecimal, with zeros in front up to so many digits: "0x200f".
+std::string hex_mark(uint32_t value, int digits = 0);
 
 /// Matches packets that have none of the bits of `mask`, or some of them if negated.
 std::string unmarked_match(const std::string& mask, bool negated = false);
+
+/// The target that gives the bits of `mask` those of `mark`.
+std::string set_field(const std::string& mark, uint32_t mask);
 
 /// Runs a script that reports its complaints, and logs what it printed. The number of the line that the
 /// command refused, counted from the table's line as 1; 0 if it does not say which, or if nothing could be

@@ -3,6 +3,7 @@
 
 #include <stdio.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -18,6 +19,7 @@ namespace {
 
 constexpr const char* kDirectory = "/var/run/network/dnsmasq.d/";
 constexpr const char* kMapPath = "/var/run/network/dnsmasq.d/ipset.conf";
+constexpr const char* kUnfinishedMap = "/var/run/network/dnsmasq.d/.ipset.conf";  // dnsmasq passes over dots
 constexpr const char* kSign = "ipset=";
 
 /// dnsmasq ends a name at "/", takes quotes and backslashes for its own, and does not start on a line that it
@@ -27,7 +29,7 @@ bool is_name(const std::string& text) {
 }
 
 bool are_names(const std::string& host, const std::string& set) {
-    const bool valid = is_name(host) && is_name(set);
+    const bool valid = nm::is_hostname(host) && is_name(set);
     if (!valid) {
         NM_LOG(Error) << "Bad host name or set: " << host << ", " << set;
     }
@@ -45,6 +47,21 @@ int write_set_file(const std::string& domain, const std::string& set) {
 }
 
 }  // namespace
+
+namespace nm {
+
+bool is_hostname(const std::string& text) {
+    constexpr size_t kLongest = 253;
+    constexpr size_t kLongestLabel = 63;
+    std::vector<std::string> labels;
+    split_into_vector(text, '.', labels);
+    return is_name(text) && text.size() <= kLongest &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; }) &&
+           std::all_of(labels.begin(), labels.end(),
+                       [](const std::string& label) { return label.size() <= kLongestLabel; });
+}
+
+}  // namespace nm
 
 int read_hostname_ipset_map(std::unordered_map<std::string, std::string>& map) {
     NM_LOG(Debug) << "Enter";
@@ -65,7 +82,12 @@ int write_hostname_ipset_map(std::unordered_map<std::string, std::string>& map) 
     for (const auto& [host, set] : map) {
         text += are_names(host, set) ? map_line(host, set) + "\n" : "";
     }
-    return NM_EXIT(writeValue(kMapPath, text, false));
+    const int ret = writeValue(kUnfinishedMap, text, false);
+    if (ret != NM_OK) {
+        return NM_EXIT(ret);
+    }
+    // A map cut short by a kill would let the next apply give sets that rules still name to other hosts.
+    return NM_EXIT(rename(kUnfinishedMap, kMapPath) == 0 ? NM_OK : NM_ERR_WRITE);
 }
 
 int dnsmasq_add_ipset(const char* domain, const char* set) {

@@ -13,8 +13,9 @@
 /// Replaces `map` by the file's entries, host name to set; empty if there is no file. Always 0.
 int read_hostname_ipset_map(std::unordered_map<std::string, std::string>& map);
 
-/// Writes one line per entry, in the map's order. An entry that cannot stand in a line of dnsmasq's
-/// configuration is logged and left out. Results of writeValue() without lock.
+/// Writes one line per entry, in the map's order, in one step: whatever happens, the file holds the old map
+/// or the new one. An entry that cannot stand in a line of dnsmasq's configuration is logged and left out.
+/// Results of writeValue() without lock; NM_ERR_WRITE.
 int write_hostname_ipset_map(std::unordered_map<std::string, std::string>& map);
 
 /// Creates the ipset, or empties the one that is there, and has dnsmasq fill it from its next start on with
@@ -23,3 +24,11 @@ int write_hostname_ipset_map(std::unordered_map<std::string, std::string>& map);
 int dnsmasq_add_ipset(const char* domain, const char* set);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// Whether dnsmasq takes the text for a host name; it does not start on any other. The lengths are those of
+/// RFC 1035, and an international name is written in its ASCII form (RFC 5891).
+bool is_hostname(const std::string& text);
+
+}  // namespace nm
