@@ -55,8 +55,8 @@ int show_dhcp_clients(Arguments& words) {
 /// What puts one stored document in the place of another, and says what it refused.
 using Apply = int (*)(Json::Value& old_config, Json::Value& new_config, std::string& error);
 
-/// Applies the document at the first path in place of the one at the second, where it then lies with what the apply
-/// has noted in it. Without that file nothing has been applied before.
+/// Applies the document at the first path in place of the one at the second, where it then lies with what the
+/// apply has noted in it. Without that file nothing has been applied before.
 template <Apply apply>
 int apply_document(Arguments& words) {
     INITIALIZE_LOG("MAIN");

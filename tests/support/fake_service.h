@@ -52,6 +52,13 @@ public:
         take_commands();
         return std::exchange(journal, {});
     }
+    static std::string take_text() {
+        std::string text;
+        for (const std::string& line : take_calls()) {
+            text += line + "\n";
+        }
+        return text;
+    }
     static void note(const std::string& call) {
         const std::lock_guard guard(mutex);
         take_commands();

@@ -24,15 +24,6 @@ std::string entry(const std::string& port, const std::string& ifname, const std:
     return "'" + port + "':{'INTERFACE':'" + ifname + "','PRIO':'" + prio + "','TX_RATE':'" + rate + "'}";
 }
 
-/// The commands with what they read, and the calls to the monitor, in the order in which they came.
-std::string taken() {
-    std::string text;
-    for (const std::string& line : FakeService::take_calls()) {
-        text += line + "\n";
-    }
-    return text;
-}
-
 struct LoadBalance : testing::Test {
     const StandIn ip4{"/sbin/iptables-restore", 2}, ip6{"/sbin/ip6tables-restore", 2};
     const Scratch dir;
@@ -50,7 +41,7 @@ TEST_F(LoadBalance, WritesTheGoldenScripts) {
         const LogTail log;
         EXPECT_EQ(setup_site_to_site_load_balance(file), 0) << "the reload's result counts";
         EXPECT_EQ(setup_lan_to_wan_load_balance(file), 0);
-        EXPECT_EQ(taken(), slurp(fs::path(file).replace_extension(".txt"))) << file;
+        EXPECT_EQ(FakeService::take_text(), slurp(fs::path(file).replace_extension(".txt"))) << file;
         for (const char* const words :
              {"setup_site_to_site_load_balance() failed.", "setup ipv6 site-to-site load balancing failed.",
               "setup_lan_to_wan_load_balance() failed."}) {
@@ -72,7 +63,7 @@ TEST_F(LoadBalance, WeighsTheRates) {
              {entry("P1", "i", "1", "6") + ",'P2':{'INTERFACE':'i','PRIO':2,'ISP_BW':2}", "0.250000 "}}) {
         put(path, wan(entries));
         EXPECT_EQ(setup_lan_to_wan_load_balance(path), 0) << entries;
-        const std::string script = taken();
+        const std::string script = FakeService::take_text();
         std::string found;
         for (std::size_t at = 0; (at = script.find("--probability ", at)) != std::string::npos; ++at) {
             found += script.substr(at + 14, 9);
@@ -103,7 +94,7 @@ TEST_F(LoadBalance, NeedsAPortThatTakesPart) {
     EXPECT_TRUE(log.has("Read json file: /none failed."));
     EXPECT_EQ(setup_local_single_wan_nf_condiftion(path), NM_ERR_OPEN) << "no rule names the condition";
     EXPECT_TRUE(log.has("file not good: "));
-    EXPECT_EQ(taken(), "");
+    EXPECT_EQ(FakeService::take_text(), "");
 }
 
 TEST_F(LoadBalance, HasTheResultOfTheReload) {
