@@ -10,6 +10,8 @@
 #include "config/schema.h"
 #include "control/handlers/vs_api.h"
 #include "interfaces/create_info.h"
+#include "interfaces/uplink/PrivateIfaceInfo.h"
+#include "interfaces/uplink/RGLinkIfaceInfo.h"
 #include "interfaces/uplink/WanIfaceInfo.h"
 #include "log.h"
 #include "peers/bus/appliance_services.h"
@@ -185,6 +187,14 @@ nm::Answer report_carrier(const Json::Value& arguments) {
 
 int Edit_tunnels(vs_io* io, int socket) {
     return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, true, edit_all_tunnels<edit_tunnels>});
+}
+
+int Edit_private_tunnels(vs_io* io, int socket) {
+    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, true, edit_all_tunnels<edit_private_tunnels>});
+}
+
+int Edit_rglink_tunnels(vs_io* io, int socket) {
+    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, true, edit_all_tunnels<edit_rglink_tunnels>});
 }
 
 int Setup_lan_to_wan_load_balance(vs_io* io, int socket) {

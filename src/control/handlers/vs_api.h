@@ -36,8 +36,10 @@ int Setup_qos(vs_io* io, int socket);
 int Setup_lan_to_wan_load_balance(vs_io* io, int socket);
 int Setup_site_to_site_load_balance(vs_io* io, int socket);
 
-/// Tears down (`op` 2), sets up (1) or renews (3) the tunnels of all WAN ports. No `data`.
+/// Tear down (`op` 2), set up (1) or renew (3) the tunnels of all ports of a kind. No `data`.
 int Edit_tunnels(vs_io* io, int socket);
+int Edit_private_tunnels(vs_io* io, int socket);
+int Edit_rglink_tunnels(vs_io* io, int socket);
 
 /// The VPN server `type` ("local_vbelt", "velan_vbelt") from the document `path`; `force` 1 also where
 /// nothing has changed. NM_ERR_EMPTY, NM_ERR_NOT_FOUND, NM_ERR_BAD_ACT for the arguments.
@@ -60,9 +62,12 @@ int FB_log(vs_io* io, int socket);
 
 /// Counters of all ports of the kind since their devices were made, by device.
 int Get_wan_rxtx_stats(vs_io* io, int socket);
+int Get_private_rxtx_stats(vs_io* io, int socket);
 
 /// What the interfaces of the kind have in force, a list; with `comprehensive` 1 also their name servers.
 int Get_available_wan_info(vs_io* io, int socket);
+int Get_available_private_info(vs_io* io, int socket);
+int Get_available_rglink_info(vs_io* io, int socket);
 int Get_available_lan_info(vs_io* io, int socket);
 
 /// {"lan": [...]}: the LAN interfaces.

@@ -88,17 +88,20 @@ int apply(const RouteFamily& family, Json::Value& config, Json::Value& device, J
     return ret != NM_OK ? ret : apply_routes_to_table(nm::kSecondStaticTable, family.family, parsed, count);
 }
 
-/// The gateways that the uplinks have at present, by the interface that their traffic runs on.
+/// The gateways that the uplinks have at present, by the interface that their traffic runs on. RGLinks may be
+/// next hops too; without any there is nothing to ask.
 int read_gateways(const std::string& path, Json::Value& gateways) {
-    std::vector<available_base_wan_status> uplinks;
-    const int ret = get_available_wan_info(uplinks, path, 0);
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "get_available_wan_info failed, ret: " << ret;
-        return ret;
-    }
-    for (const available_base_wan_status& uplink : uplinks) {
-        gateways[uplink.ifname]["ip4_gw"] = uplink.ip4.gw;
-        gateways[uplink.ifname]["ip6_gw"] = uplink.ip6.gw;
+    for (const auto collect : {get_available_wan_info, get_available_rglink_info}) {
+        std::vector<available_base_wan_status> uplinks;
+        const int ret = collect(uplinks, path, 0);
+        if (ret != NM_OK) {
+            NM_LOG(Error) << "get_available_wan_info failed, ret: " << ret;
+            return ret;
+        }
+        for (const available_base_wan_status& uplink : uplinks) {
+            gateways[uplink.ifname]["ip4_gw"] = uplink.ip4.gw;
+            gateways[uplink.ifname]["ip6_gw"] = uplink.ip6.gw;
+        }
     }
     return NM_OK;
 }

@@ -76,7 +76,8 @@ struct StaticRoute : Frugal {
         "{'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1','DEV_TYPE':'ethernet'}},"
         "'WAN_IFACE_INFO':{'swdev1':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.1.0.1','IP4_GW':'10.1.0.9',"
         "'IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:1::1','IP6_GW':'2001:db8:1::9'}},"
-        "'RGLINK_PORT':{'PORT2':{'INTERFACE':'swdev2','DEV_TYPE':'ethernet'}}}");
+        "'RGLINK_PORT':{'PORT2':{'INTERFACE':'swdev2','DEV_TYPE':'ethernet'}},"
+        "'RGLINK_IFACE_INFO':{'swdev2':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.2.0.1','IP4_GW':'10.2.0.9'}}}");
     const Json::Value gateways =
         json("{'swdev1':{'ip4_gw':'10.1.0.9','ip6_gw':'2001:db8:1::9'},'swdev2':{'ip4_gw':'','ip6_gw':''}}");
 };
@@ -141,14 +142,17 @@ TEST_F(StaticRoute, OfIp6IsReadFromItsElement) {
 
 TEST_F(StaticRoute, StandsInBothTablesAndInTheSetWithoutAnInterface) {
     const std::string head = "{'META':{'VERSION':'1.1.0'},'STATIC_ROUTE':[";
-    Json::Value config = json(head +
-                              "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
-                              "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
-                              "{'ACTION':'ENABLE','IP':'10.8.0.0','NETMASK':'16','NEXTHOP_WAN':'PORT2'},"
-                              "{'ACTION':'ENABLE','IP':'10.7.0.0','NETMASK':16,'NEXTHOP_ADDRESS':'10.2.0.5',"
-                              "'METRIC':3}]}");
+    Json::Value config =
+        json(head +
+             "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
+             "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
+             "{'ACTION':'ENABLE','IP':'10.8.0.0','NETMASK':'16','NEXTHOP_INTERFACE':'swdev2'},"
+             "{'ACTION':'ENABLE','IP':'10.6.0.0','NETMASK':'16','NEXTHOP_RGLINK':'PORT2'},"
+             "{'ACTION':'ENABLE','IP':'10.7.0.0','NETMASK':16,'NEXTHOP_ADDRESS':'10.2.0.5',"
+             "'METRIC':3}]}");
     const std::string routes =
-        "10.7.0.0/16 via 10.2.0.5 dev swdev2 metric 3\n10.8.0.0/16 dev swdev2\n"
+        "10.6.0.0/16 via 10.2.0.9 dev swdev2\n10.7.0.0/16 via 10.2.0.5 dev swdev2 metric 3\n10.8.0.0/16 dev "
+        "swdev2\n"
         "10.9.0.0/16 via 10.1.0.9 dev swdev1\n";
     const std::string member = "firewall.sh <edit_ipset> <add> <static_route> <10.7.0.0/16>\n";
     run("ip route add 192.0.2.0/24 dev swdev1 table 251; ip route add 192.0.2.0/24 dev swdev1 table 252");
