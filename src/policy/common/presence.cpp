@@ -1,6 +1,7 @@
 // Tests for sets and chains.
 #include "policy/common/presence.h"
 
+#include "log.h"
 #include "result_codes.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
@@ -22,6 +23,13 @@ bool Presence::ask(const std::string& command, const std::string& name, const ch
 
 bool Presence::has_set(const std::string& name) {
     return ask("/sbin/ipset list ", name, " 2>&1 > /dev/null");
+}
+
+void Presence::make_set(const std::string& name) {
+    const bool present = ask("/sbin/ipset list -name ", name, " >/dev/null 2>&1");
+    if (!present && !ask("/sbin/ipset create --exist ", name, " hash:ip")) {
+        NM_LOG(Error) << "Set " << name << " cannot be created.";
+    }
 }
 
 bool Presence::has_chain(const std::string& table, const std::string& chain) {

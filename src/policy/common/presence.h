@@ -13,6 +13,9 @@ public:
     /// Whether there is an ipset of this name.
     bool has_set(const std::string& name);
 
+    /// Creates this ipset of single addresses, empty, unless there is one of whatever kind.
+    void make_set(const std::string& name);
+
     /// Whether the table of iptables has this chain.
     bool has_chain(const std::string& table, const std::string& chain);
 

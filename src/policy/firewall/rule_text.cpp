@@ -152,7 +152,12 @@ std::optional<std::string> RuleWriter::write_line(const firewall_rule& rule, con
     if (!destination) {
         return "";
     }
-    const std::string client = rule.client_os.empty() ? "" : set_clause("os." + rule.client_os, "src");
+    std::string client;
+    if (!rule.client_os.empty()) {
+        const std::string set = "os." + rule.client_os;
+        present.make_set(set);  // Whoever recognises client systems may not have met this one yet.
+        client = set_clause(set, "src");
+    }
     return append_rule(chain, protocol_clause(rule) + *source + *destination +
                                   connmark_clause(kCid, rule.cid) + connmark_clause(kAid, rule.aid) + client +
                                   set_field(std::to_string(rule.mark), rule.mask) + " --return");
