@@ -6,12 +6,15 @@
 #pragma once
 
 #include "config/actions.h"
+#include "config/migration.h"
 #include "config/nmconfig.h"
 #include "config/peer_updates.h"
 #include "config/port_lookup.h"
 #include "config/schema.h"
 #include "config/tcp_window.h"
 #include "control/edge_entries.h"
+#include "control/handlers/reports.h"
+#include "control/handlers/vs_api.h"
 #include "control/lease_event.h"
 #include "control/setup_dhcp.h"
 #include "control/setup_lan.h"

@@ -8,7 +8,7 @@
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
 #include "config/schema.h"
-#include "control/handlers/vs_api.h"
+#include "control/handlers/vs_reply.h"
 #include "interfaces/create_info.h"
 #include "interfaces/uplink/PrivateIfaceInfo.h"
 #include "interfaces/uplink/RGLinkIfaceInfo.h"

@@ -8,7 +8,7 @@
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
 #include "control/handlers/reports.h"
-#include "control/handlers/vs_api.h"
+#include "control/handlers/vs_reply.h"
 #include "interfaces/uplink/available_info.h"
 #include "log.h"
 #include "result_codes.h"

@@ -13,9 +13,18 @@
 // is given.
 #pragma once
 
-#include "control/handlers/vs_reply.h"
+#include <json/value.h>
+
+#include <string>
+
+/// A request and, later, its reply (vservice.h).
+typedef struct vs_io vs_io;
 
 #pragma GCC visibility push(default)
+
+/// Sends the reply above with any `data`, then frees `io` and closes `socket`: neither may be used any more.
+void vs_reply_free(vs_io* io, int socket, int error, const Json::Value& data, std::string version);
+
 extern "C" {
 
 /// The documents of the packet policy and of the static routes, from /etc/networkmanagement/: fetched,

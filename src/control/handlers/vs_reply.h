@@ -5,18 +5,8 @@
 
 #include <string>
 
+#include "control/handlers/vs_api.h"
 #include "result_codes.h"
-
-/// A request and, later, its reply (vservice.h).
-typedef struct vs_io vs_io;
-
-#pragma GCC visibility push(default)
-
-/// Sends {"error", "data", "meta": {"version"}} as the reply, then frees `io` and closes `socket`: neither
-/// may be used any more.
-void vs_reply_free(vs_io* io, int socket, int error, const Json::Value& data, std::string version);
-
-#pragma GCC visibility pop
 
 namespace nm {
 
