@@ -79,9 +79,10 @@ int RGLinkIfaceInfo::start_pppoe() {
     return nm::session_code(retval);
 }
 
-void RGLinkIfaceInfo::tell_peers() {
-    UplinkIfaceInfo::tell_peers();
-    (void)update_ip_info(1);  // logged there; the link is up all the same
+/// Of a lease that has just come its client may not have written down anything yet.
+void RGLinkIfaceInfo::tell_peers(const std::string& address, int prefix) {
+    UplinkIfaceInfo::tell_peers(address, prefix);
+    (void)report_address(address, prefix);  // logged there; the link is up all the same
 }
 
 void RGLinkIfaceInfo::forget_at_peers() {
@@ -99,19 +100,20 @@ int RGLinkIfaceInfo::update_ip_info(int on) {
     }
     std::string address;
     int prefix = 0;
-    int ret = on == 1 ? read_address(address, prefix) : NM_OK;
-    if (ret != NM_OK) {
-        return NM_EXIT(ret);
-    }
+    const int ret = on == 1 ? read_address(address, prefix) : NM_OK;
+    return NM_EXIT(ret != NM_OK ? ret : report_address(address, prefix));
+}
+
+int RGLinkIfaceInfo::report_address(const std::string& address, int prefix) {
     Json::Value request;
     request["portname"] = portname;
     request["ip4_addr"] = address;
     request["ip4_prefix"] = prefix;
-    ret = tell_health_manager("UpdateRGLinkInfo", request);
+    const int ret = tell_health_manager("UpdateRGLinkInfo", request);
     if (ret != NM_OK) {
         NM_LOG(Error) << "UpdateRGLinkInfo in nm-hmgr failed! ret: " << ret;
     }
-    return NM_EXIT(ret);
+    return ret;
 }
 
 int RGLinkIfaceInfo::read_address(std::string& address, int& prefix) {

@@ -30,13 +30,14 @@ public:
 
 protected:
     void register_uplink(bool comes) override;
-    void tell_peers() override;
+    void tell_peers(const std::string& address, int prefix) override;
     void forget_at_peers() override;
     /// Dials a session whose configuration is there already as it is.
     int start_pppoe() override;
 
 private:
     int read_address(std::string& address, int& prefix);
+    int report_address(const std::string& address, int prefix);
 };
 
 /// Builds the addressing side of `ifname` into `*info` as create_WAN_INFO() does for a WAN port.

@@ -121,8 +121,8 @@ protected:
     int edit_local_site(int mode, const char* method, const char* key, const std::string& address);
 
     void set_up_overlays(int mode, const std::string& address, const std::string& gateway);
-    /// Whoever follows the addresses of uplinks learns that one came or went.
-    virtual void tell_peers();
+    /// Whoever follows the addresses of uplinks learns that this one came or went.
+    virtual void tell_peers(const std::string& address, int prefix);
     virtual void forget_at_peers();
     void take_down_overlays();
 

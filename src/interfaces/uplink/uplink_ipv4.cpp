@@ -91,7 +91,7 @@ int UplinkIfaceInfo::setup_ipv4_static() {
     (void)setup_ipset("add", ip4_addr);
     write_static_routes();
     set_up_overlays(1, ip4_addr, ip4_gw);
-    tell_peers();
+    tell_peers(ip4_addr, ip4_prefix);
     return NM_EXIT(NM_OK);
 }
 
@@ -272,7 +272,7 @@ int UplinkIfaceInfo::dhcp_source_route_cb(DHCP_INFO& info, std::string& act) {
     (void)setup_ipset(mode == 1 ? "add" : "del", info.ip);
     set_up_overlays(mode, info.ip, info.gateway);
     if (act == "add") {
-        tell_peers();
+        tell_peers(info.ip, mask_to_prefix(info.netmask));
         const char* const number = ip4_type == "PPPOE" ? kEventSessionUp : kEventLeaseGot;
         (void)vslog_send({kUplinkEvents, number, {port_number_text(portname), info.ip}});
     }
@@ -299,7 +299,7 @@ void UplinkIfaceInfo::set_up_overlays(int mode, const std::string& address, cons
     (void)setup_ipsec(mode, address);
 }
 
-void UplinkIfaceInfo::tell_peers() {
+void UplinkIfaceInfo::tell_peers(const std::string&, int) {
     const auto peer_id = static_cast<uint8_t>(id_);
     (void)update_ipinfo(peer_id, run_ifname, path);
     (void)update_ncsi(run_ifname, peer_id, path);

@@ -201,6 +201,10 @@ TEST_F(UplinkKinds, AnRGLinkTellsItsAddress) {
     const LogTail log;
     EXPECT_LT(link("'IP4_TYPE':'DHCP'").update_ip_info(1), 0);
     EXPECT_TRUE(log.has("swdev3 failed to get DHCP info!"));
+    DHCP_INFO lease{"192.0.2.9", "255.255.255.128", "", "", "192.0.2.1", ""};
+    std::string act = "add";
+    EXPECT_EQ(link("'IP4_TYPE':'DHCP'").dhcp_source_route_cb(lease, act), 0);
+    EXPECT_EQ(told().back(), call("192.0.2.9", 25).front()) << "a client writes its lease down later";
     // All of a document; one that cannot be told does not keep the others from it.
     Json::Value links = json(document("RGLINK", kStatic));
     links["RGLINK_IFACE_INFO"]["eth0"] = json("{'IP4_TYPE':'STATIC'}");
