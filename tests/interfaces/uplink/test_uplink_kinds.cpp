@@ -203,6 +203,7 @@ TEST_F(UplinkKinds, AnRGLinkTellsItsAddress) {
     EXPECT_TRUE(log.has("swdev3 failed to get DHCP info!"));
     DHCP_INFO lease{"192.0.2.9", "255.255.255.128", "", "", "192.0.2.1", ""};
     std::string act = "add";
+    run("ip link set far up && ip link set swdev3 up && ip addr add 192.0.2.9/25 dev swdev3");
     EXPECT_EQ(link("'IP4_TYPE':'DHCP'").dhcp_source_route_cb(lease, act), 0);
     EXPECT_EQ(told().back(), call("192.0.2.9", 25).front()) << "a client writes its lease down later";
     // All of a document; one that cannot be told does not keep the others from it.
