@@ -57,8 +57,11 @@ std::optional<int> refused_line(const std::string& script) {
         NM_LOG(Error) << "Restore: " << error.what();
         return 0;
     }
-    NM_LOG(Debug) << "Restore: " << output;
     const size_t refusal = output.find(kRefusal);
+    if (!output.empty()) {
+        NM_LOG(Error) << "Restore: "
+                      << output;  // also what does not count as a refusal, like a missing chain
+    }
     if (refusal == std::string::npos) {
         return std::nullopt;
     }

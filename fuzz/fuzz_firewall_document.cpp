@@ -1,0 +1,29 @@
+// Foreign bytes as a list of rules: no value gets out of its line, and no line holds anything but plain
+// words.
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+#include "policy/firewall/firewall_rule.h"
+#include "utils/json_text.h"
+#include "utils/shell_text.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    Json::Value rules;
+    if (!nm::parse_json(std::string(reinterpret_cast<const char*>(bytes), size), rules)) {
+        return 0;
+    }
+    Json::Value device = rules.isArray() && !rules.empty() ? rules[0] : Json::Value();
+    std::unordered_map<std::string, std::string> hostnames{{"a.example", "HOSTNAME0"}};
+    for (const std::string chain : {"FIREWALL", "STEER-x", "POLICY"}) {
+        std::istringstream lines(gen_firewall_policy_chain(rules, device, hostnames, chain.c_str()));
+        for (std::string line, word; std::getline(lines, line);) {
+            bool is_rule = line.rfind("-A " + chain + " ", 0) == 0 && line.find(" -j VTARGET ") != line.npos;
+            for (std::istringstream words(line); words >> word;) {
+                is_rule = is_rule && nm::is_plain(word);
+            }
+            is_rule ? void() : std::abort();
+        }
+    }
+    return 0;
+}
