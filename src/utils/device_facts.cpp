@@ -130,7 +130,11 @@ int run_dpi(int enable, int role, const std::string& ifname) {
     }
     const std::string command = std::string("/usr/sbin/network-dpi.sh setup_dpi ") + kRoles[role] +
                                 (enable != 0 ? " ENABLE " : " DISABLE ") + *word + " >/dev/null 2>&1";
-    return system_cmd(command.c_str());
+    const int ret = system_cmd(command.c_str());
+    if (ret != NM_OK) {
+        NM_LOG(Error) << command << " failed, Ret: " << ret;
+    }
+    return ret;
 }
 
 }  // namespace

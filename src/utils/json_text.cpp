@@ -51,6 +51,10 @@ std::string json_text(const Json::Value& value, const std::string& key, const st
     return value[key].asString();
 }
 
+std::string json_scalar(const Json::Value& value) {
+    return value.isConvertibleTo(Json::stringValue) ? value.asString() : "";
+}
+
 std::string json_string_or(const Json::Value& value, const std::string& key, const std::string& fallback) {
     const Json::Value& member = json_member(value, key);
     return member.isString() ? member.asString() : fallback;

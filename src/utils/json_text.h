@@ -28,6 +28,9 @@ const Json::Value& json_member(const Json::Value& value, const std::string& key)
 /// array throws Json::LogicError, since a document that holds one there is not what the reader expects.
 std::string json_text(const Json::Value& value, const std::string& key, const std::string& fallback = "");
 
+/// A value as text; numbers are written out, and what cannot be (an object or an array) is empty.
+std::string json_scalar(const Json::Value& value);
+
 /// Member `key` if it is there and a JSON string, otherwise `fallback`.
 std::string json_string_or(const Json::Value& value, const std::string& key, const std::string& fallback);
 

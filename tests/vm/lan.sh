@@ -47,7 +47,6 @@ reaches() {
 modprobe 8021q
 ip link add swdev2 address 02:00:00:00:02:02 type veth peer name far2
 ip link set far2 mtu 9000 up
-ip link set swdev2 up
 sysctl -qw net.ipv4.ip_forward=1
 nm-base-rules
 
@@ -101,18 +100,21 @@ same "nothing is left but the trunk" "swdev2" \
 echo model=VM >/etc/networkmanagement/ncaas.conf
 ip link set swdev2 down
 ip link set swdev2 name hw2
-ip link set hw2 up
 echo '{"PORT3": {"HW_PORT": "hw2", "INTERFACE": "lan3"}}' >/etc/networkmanagement/hw_port_info.json
-echo '{"LAN_PORT": {"PORT3": {"INTERFACE": "lan3", "DEV_TYPE": "virtio", "VLAN_ID": "3"}}}' >"$DEVICE_INFO"
+echo '{"LAN_PORT": {"PORT3": {"INTERFACE": "lan3", "DEV_TYPE": "virtio", "MTU": "9000", "VLAN_ID": "3"}},
+    "LAN_IFACE_INFO": {"lan3": {"IP4_TYPE": "STATIC", "IP4_ADDR": "10.0.3.1"}}}' >"$DEVICE_INFO"
 vlan_of_port() {
-    ip -j -d link show lan3 | jq -c '.[0] | [.link, .linkinfo.info_data.id, (.flags | index("UP") != null)]'
+    ip -j -d link show lan3 | jq -c '.[0] | [.link, .linkinfo.info_data.id, (.flags | index("UP") != null), .mtu, .address]'
 }
 cp "$DEVICE_INFO" "$NEW"
 apply Setup_lanif 1 63 PORT3
-same "the port is a VLAN device by its own name" '["hw2",3,true]' "$(vlan_of_port)"
+same "the port is a VLAN device by its own name" '["hw2",3,true,9000,"02:00:03:00:02:02"]' "$(vlan_of_port)"
+apply Setup_laninfo 1 3 lan3
 sed -i 's/"3"/"4"/' "$NEW"
-apply Setup_lanif 3 2 PORT3
-same "another VLAN is another device" '["hw2",4,true]' "$(vlan_of_port)"
+apply Setup_lanif 3 6 PORT3
+same "another VLAN is another device" '["hw2",4,true,9000,"02:00:04:00:02:02"]' "$(vlan_of_port)"
+same "with the address of the port" '10.0.3.1/24' "$(ip -4 -o addr show lan3 | awk '{print $4}')"
+check "which the firewall knows" ipset test localip 10.0.3.1
 cp "$NEW" "$DEVICE_INFO"
 apply Setup_lanif 2 63 PORT3
 check "a deleted port is gone" test ! -e /sys/class/net/lan3

@@ -68,11 +68,28 @@ void tell_failure(int ret, const std::string& text) {
     }
 }
 
-int run_guest_rule(const std::string& command, bool is_needed) {
+int append_guest_rule(const std::string& command) {
     const int ret = system_cmd(command.c_str());
-    if (ret != NM_OK && is_needed) {
+    if (ret != NM_OK) {
         NM_LOG(Error) << command << " failed, Ret: " << ret;
     }
+    return ret;
+}
+
+/// Deletes a rule until there is none, as one that was appended twice is there twice. A LAN that is no guest
+/// has none, which is the common case and not worth an error. 0 if there was one.
+int delete_guest_rule(const std::string& command) {
+    constexpr int kNoSuchRule = 1;
+    constexpr int kMostCopies = 1000;
+    int copies = 0;
+    int ret = system_cmd(command.c_str());
+    while (ret == NM_OK && ++copies < kMostCopies) {
+        ret = system_cmd(command.c_str());
+    }
+    if (ret == kNoSuchRule) {
+        return copies > 0 ? NM_OK : ret;
+    }
+    NM_LOG(Error) << command << " failed, Ret: " << ret;
     return ret;
 }
 
@@ -349,17 +366,16 @@ int LanIfaceInfo::stop_mgmt_ip() {
 
 int LanIfaceInfo::disable_access_to_local() {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(edit_guest_rules("A"));
+    return NM_EXIT(edit_guest_rules("A", append_guest_rule));
 }
 
 int LanIfaceInfo::enable_access_to_local() {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(edit_guest_rules("D"));
+    return NM_EXIT(edit_guest_rules("D", delete_guest_rule));
 }
 
-/// One name of a set serves both families: what stands behind it is the firewall's affair. A LAN that is no
-/// guest has no rules to delete, which is the common case and worth no error.
-int LanIfaceInfo::edit_guest_rules(const char* action) {
+/// One name of a set serves both families: what stands behind it is the firewall's affair.
+int LanIfaceInfo::edit_guest_rules(const char* action, int (*run)(const std::string& command)) {
     constexpr const char* kTools[] = {"/sbin/iptables", "/sbin/ip6tables"};
     constexpr std::pair<const char*, const char*> kDirections[] = {{"-i", "dst"}, {"-o", "src"}};
     const std::optional<std::string> word = nm::shell_word(ifname);
@@ -370,9 +386,8 @@ int LanIfaceInfo::edit_guest_rules(const char* action) {
     int ret = NM_OK;
     for (const char* tool : kTools) {
         for (const auto& [device, side] : kDirections) {
-            const std::string command = std::string(tool) + " -" + action + " GUESTFORWARD " + device + " " +
-                                        *word + " -m set --match-set lan " + side + " -j DROP";
-            ret = run_guest_rule(command, *action == 'A');
+            ret = run(std::string(tool) + " -" + action + " GUESTFORWARD " + device + " " + *word +
+                      " -m set --match-set lan " + side + " -j DROP");
         }
     }
     return ret;

@@ -53,8 +53,8 @@ public:
     virtual int setup_mgmt_ip(int on);
 
     /// Append to and delete from the chain GUESTFORWARD the rules that keep this segment and the other LANs
-    /// apart. Rules that are there are not looked for: two appends need two deletes. The exit code of the
-    /// last command.
+    /// apart. Rules that are there are not looked for when they are appended, and all copies are deleted. The
+    /// exit code for the last rule: for a delete 0 if there was one, 1 if there was none.
     virtual int disable_access_to_local();
     virtual int enable_access_to_local();
 
@@ -79,7 +79,7 @@ private:
     void withdraw();
     int start_mgmt_ip();
     int stop_mgmt_ip();
-    int edit_guest_rules(const char* action);
+    int edit_guest_rules(const char* action, int (*run)(const std::string& command));
 };
 
 /// Builds the addressing side of `ifname` into `*info` (null on entry, owned by the caller). 0;

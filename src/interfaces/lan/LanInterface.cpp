@@ -80,7 +80,7 @@ bool PortLanInterface::has_vlan() const {
 
 int PortLanInterface::add_if(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
-    if (has_vlan() && !nm::device_exists(interface)) {
+    if (has_vlan()) {
         create_vlan_device();
     }
     nm::bring_up_lan_device(interface);
@@ -92,16 +92,14 @@ int PortLanInterface::add_if(uint32_t opt) {
 /// The device bears its own name for a moment only: whether it is there already is asked by the interface's
 /// name. One that an interrupted call left behind is given its interface's name now.
 void PortLanInterface::create_vlan_device() {
+    nm::bring_up_trunk(hw_port);
+    if (nm::device_exists(interface)) {
+        return;
+    }
     const std::string device = nm::vlan_device(hw_port, vlan_id);
-    const auto vid = static_cast<unsigned short>(vlan_id);
+    (void)nm::make_vlan_device(hw_port, vlan_id);  // logged; the device serves with its trunk's address, too
     if (!nm::device_exists(device)) {
-        if (add_vlanif(hw_port.c_str(), vid) != NM_OK) {
-            return;
-        }
-        const int ret = xor_mac_addr(device.c_str(), vid);
-        if (ret != NM_OK) {
-            NM_LOG(Error) << "Set mac addr error. ret=" << ret;
-        }
+        return;
     }
     const int ret = link_rename(device.c_str(), interface.c_str(), 1);
     if (ret != NM_OK) {
@@ -132,10 +130,12 @@ int PortLanInterface::setup_if(uint32_t opt) {
     return NM_EXIT(ret);
 }
 
-/// The hardware port is renamed to the interface where the port has no VLAN; then only that name is left.
+/// The hardware port is renamed to the interface where the port has no VLAN; then only that name is left. A
+/// VLAN device can have no MTU above that of the port beneath it.
 int PortLanInterface::set_mtu() {
-    std::string device = nm::device_exists(hw_port) ? hw_port : interface;
-    return set_if_mtu(device.data(), mtu);
+    const bool has_hardware = nm::device_exists(hw_port);
+    const int ret = has_hardware ? set_if_mtu(hw_port.data(), mtu) : NM_OK;
+    return ret == NM_OK && (has_vlan() || !has_hardware) ? set_if_mtu(interface.data(), mtu) : ret;
 }
 
 int PortLanInterface::del_if(uint32_t) {
@@ -176,7 +176,15 @@ int PortLanInterface::alt_if(uint32_t opt) {
         return NM_EXIT(ret);
     }
     (void)stored->del_if(0);  // never fails towards its caller
-    return NM_EXIT(add_if(opt));
+    const int added = add_if(opt);
+    const int addressed = add_info();
+    return NM_EXIT(added != NM_OK ? added : addressed);
+}
+
+/// The addresses went with the device, and what hangs on them was taken back with it. Guest rules stayed.
+int PortLanInterface::add_info() {
+    const std::unique_ptr<LanIfaceInfo> info = nm::lan_info_of(interface, path, cfg);
+    return info != nullptr ? info->add_info(OPT_IP4 | OPT_IP6) : NM_OK;
 }
 
 /// What a trunk's list of VLANs differs in from its stored state.
@@ -286,25 +294,18 @@ int TagLanInterface::alt_if(uint32_t opt) {
 int TagLanInterface::add_single_if(uint32_t opt, uint16_t vid) {
     NM_LOG(Debug) << "Enter";
     const std::string device = nm::vlan_device(interface, vid);
-    int ret = create_vlan_device(vid, device);
+    int ret = NM_OK;
+    if (vid != 0) {
+        nm::bring_up_trunk(interface);
+        ret = nm::make_vlan_device(interface, vid);
+    }
     if (ret != NM_OK) {
-        NM_LOG(Error) << "Set mac addr error. ret=" << ret;
         return NM_EXIT(ret);
     }
     nm::bring_up_lan_device(device);
     ret = setup_if(opt, device);
     const int joined = nm::device_exists(nm::vlan_bridge(vid)) ? join(vid, device) : NM_OK;
     return NM_EXIT(ret != NM_OK ? ret : joined);
-}
-
-/// The code of giving a new device an address of its own. A device that could not be made is told, and found
-/// missing later.
-int TagLanInterface::create_vlan_device(int vid, const std::string& device) {
-    const auto id = static_cast<unsigned short>(vid);
-    if (vid == 0 || nm::device_exists(device) || add_vlanif(interface.c_str(), id) != NM_OK) {
-        return NM_OK;
-    }
-    return xor_mac_addr(device.c_str(), id);
 }
 
 int TagLanInterface::join(int vid, const std::string& device) {

@@ -30,13 +30,14 @@ public:
     int add_if(uint32_t opt) override;
     /// Removes the addressing and the VLAN device. Failures are logged: always 0.
     int del_if(uint32_t opt) override;
-    /// With OPT_LAN_VLANS takes down the port as it is stored and adds this one, otherwise setup_if(). The
-    /// code of building the stored port, which leaves all as it is, of add_if() or of setup_if().
+    /// With OPT_LAN_VLANS takes down the port as it is stored, adds this one and sets up its addressing anew,
+    /// otherwise setup_if(). The code of building the stored port, which leaves all as it is, of setup_if(),
+    /// or the first failure of add_if() and the addressing.
     int alt_if(uint32_t opt) override;
 
-    /// With OPT_LINK sets the MTU of the hardware port, or of the interface where there is no such device,
-    /// and waits for the link if it was up. 0; NM_ERR_NO_IFACE; NM_ERR_BAD_TYPE without a device type; the
-    /// code of setting the MTU.
+    /// With OPT_LINK sets the MTU of the hardware port, then of the VLAN device upon it, or of the interface
+    /// alone where there is no such port, and waits for the link if it was up. 0; NM_ERR_NO_IFACE;
+    /// NM_ERR_BAD_TYPE without a device type; the code of setting the MTU.
     int setup_if(uint32_t opt);
     /// Disables the addressing that lies on the interface; the first failure, 0 without addressing.
     int del_info();
@@ -53,6 +54,7 @@ private:
     bool has_vlan() const;
     void create_vlan_device();
     int set_mtu();
+    int add_info();
 };
 
 /// A trunk: VLANs as devices of its own, each of which joins the bridge of its VLAN.
@@ -98,7 +100,6 @@ protected:
 private:
     struct Difference;
     int compare_with_stored(Difference& difference);
-    int create_vlan_device(int vid, const std::string& device);
     int join(int vid, const std::string& device);
     int follow_bridge_mtu(int bridge_mtu, const std::string& device);
     int add_all(uint32_t opt, const std::vector<int>& vids);

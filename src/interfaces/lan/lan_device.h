@@ -14,6 +14,14 @@ bool device_exists(const std::string& ifname);
 /// far as it can.
 void bring_up_lan_device(const std::string& ifname);
 
+/// Brings up the device beneath VLAN devices, none of which can be up without it. As above.
+void bring_up_trunk(const std::string& ifname);
+
+/// Makes the device of VLAN `vid` on a trunk unless it is there. It begins with the trunk's address and is
+/// given one of its own, also if a call that was interrupted left it without. What fails is logged; a device
+/// that could not be made is found missing later, so that the code is that of giving the address.
+int make_vlan_device(const std::string& trunk, int vid);
+
 /// Reads and sets an MTU; `word` says in the log what kind of device it is. Codes of get_if_mtu() and
 /// set_if_mtu().
 int read_mtu(const std::string& word, const std::string& ifname, int& mtu);

@@ -7,6 +7,7 @@
 #include "services/dhcp/dhcp_files.h"
 #include "services/files/generated_file.h"
 #include "utils/ip_text.h"
+#include "utils/json_text.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
 #include "utils/units.h"
@@ -78,7 +79,7 @@ int DhcpService::relay_env_text(std::string& text) const {
     }
     Relay relay;
     for (const Json::Value& server : relay_servers) {
-        const int ret = add_server(server.asString(), relay);
+        const int ret = add_server(nm::json_scalar(server), relay);
         if (ret != NM_OK) {
             return ret;
         }

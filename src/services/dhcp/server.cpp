@@ -8,11 +8,11 @@
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_files.h"
 #include "services/dhcp/server_pool.h"
+#include "services/dhcp/server_reservations.h"
 #include "services/dhcp/server_subnet.h"
 #include "services/files/generated_file.h"
 #include "utils/containers.h"
 #include "utils/files.h"
-#include "utils/json_text.h"
 #include "utils/units.h"
 
 namespace {
@@ -39,9 +39,10 @@ std::string comment_text(std::string name) {
 }
 
 std::string host_block(const Json::Value& entry) {
-    const std::string ip = nm::json_text(entry, "IP4_ADDR");
-    return "host " + ip + " {\n#dev_name \"" + comment_text(nm::json_text(entry, "DEVICE_NAME")) +
-           "\";\nhardware ethernet " + nm::json_text(entry, "MAC") + ";\nfixed-address " + ip + ";\n}\n";
+    const std::string ip = nm::reservation_field(entry, "IP4_ADDR");
+    return "host " + ip + " {\n#dev_name \"" + comment_text(nm::reservation_field(entry, "DEVICE_NAME")) +
+           "\";\nhardware ethernet " + nm::reservation_field(entry, "MAC") + ";\nfixed-address " + ip +
+           ";\n}\n";
 }
 
 /// The daemon refuses a file that names a host twice, so the first reservation of an address counts.
@@ -49,7 +50,7 @@ std::string host_blocks(const Json::Value& reserved) {
     std::set<std::string> named;
     std::string text;
     for (const Json::Value& entry : reserved) {
-        const std::string ip = nm::json_text(entry, "IP4_ADDR");
+        const std::string ip = nm::reservation_field(entry, "IP4_ADDR");
         if (!named.insert(ip).second) {
             NM_LOG(Error) << "Skip another reservation of " << ip;
             continue;
@@ -74,7 +75,8 @@ int append_number(std::string ip, const char* words, std::vector<uint32_t>& numb
 int taken_addresses(const std::string& router, const Json::Value& reserved, std::vector<uint32_t>& taken) {
     int ret = router.empty() ? NM_OK : append_number(router, "ipaddr_to_hostint fail. ip: ", taken);
     for (auto entry = reserved.begin(); ret == NM_OK && entry != reserved.end(); ++entry) {
-        ret = append_number(nm::json_text(*entry, "IP4_ADDR"), "ipaddr_to_hostint fail. ip4_addr: ", taken);
+        ret = append_number(nm::reservation_field(*entry, "IP4_ADDR"),
+                            "ipaddr_to_hostint fail. ip4_addr: ", taken);
     }
     return ret;
 }

@@ -9,6 +9,7 @@
 #include "result_codes.h"
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/server_pool.h"
+#include "services/dhcp/server_reservations.h"
 #include "services/dhcp/server_subnet.h"
 #include "utils/ip_text.h"
 #include "utils/json_text.h"
@@ -82,9 +83,9 @@ int check_reserved_address(const std::string& ip, const Bounds& pool) {
 }
 
 int check_reservation(const Json::Value& entry, const Bounds& pool) {
-    const std::string ip = nm::json_text(entry, "IP4_ADDR");
-    const std::string mac = nm::json_text(entry, "MAC");
-    if (nm::json_text(entry, "DEVICE_NAME").empty() || ip.empty() || mac.empty()) {
+    const std::string ip = nm::reservation_field(entry, "IP4_ADDR");
+    const std::string mac = nm::reservation_field(entry, "MAC");
+    if (nm::reservation_field(entry, "DEVICE_NAME").empty() || ip.empty() || mac.empty()) {
         return refuse(NM_ERR_EMPTY, "\ninformation is insufficient.\ncurrent reserved_ip info is:\n" +
                                         nm::write_styled_json(entry));
     }
@@ -96,7 +97,8 @@ int check_reservation(const Json::Value& entry, const Bounds& pool) {
 
 /// The values of the host blocks as whole texts: the checks above end at a NUL.
 bool is_writable(const Json::Value& entry) {
-    return nm::is_plain(nm::json_text(entry, "IP4_ADDR")) && nm::is_plain(nm::json_text(entry, "MAC"));
+    return nm::is_plain(nm::reservation_field(entry, "IP4_ADDR")) &&
+           nm::is_plain(nm::reservation_field(entry, "MAC"));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "services/files/line_file.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
+#include "utils/json_text.h"
 
 namespace {
 
@@ -108,4 +109,8 @@ int get_reserved_ip(std::string ifname, Json::Value& out) {
         out["RESERVATION"] = "";
     }
     return NM_OK;
+}
+
+std::string nm::reservation_field(const Json::Value& reservation, const std::string& key) {
+    return json_scalar(json_member(reservation, key));
 }

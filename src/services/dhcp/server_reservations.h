@@ -13,3 +13,10 @@
 int get_reserved_ip(std::string ifname, Json::Value& out);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// A field of a reservation of the configuration as text; empty also for an object or a list in its place.
+std::string reservation_field(const Json::Value& reservation, const std::string& key);
+
+}  // namespace nm

@@ -168,7 +168,10 @@ TEST_F(LanAddress, OfGuestsIsKeptApart) {
     EXPECT_EQ(rules(), "1 1 1 1\n");
     EXPECT_EQ(info(guest).disable_access_to_local() + info(open).del_info(31), 0);
     EXPECT_EQ(rules(), "2 2 2 2\n") << "equal rules are not looked for, and who has access has none";
-    EXPECT_EQ(info(guest).del_info(0) + info(open).setup_info(OPT_LINK), 0);
+    EXPECT_EQ(info(guest).enable_access_to_local(), 0);
+    EXPECT_EQ(rules(), "0 0 0 0\n") << "every copy keeps the segment apart";
+    EXPECT_EQ(info(guest).enable_access_to_local(), 1);
+    EXPECT_EQ(info(guest).add_info(OPT_LINK) + info(guest).del_info(0), 0);
     EXPECT_EQ(rules(), "0 0 0 0\n");
     EXPECT_GT(info(guest, "a;touch /tmp/hit").disable_access_to_local(), 0);
     EXPECT_EQ(info(guest, "a\nb").disable_access_to_local(), NM_ERR_BAD_FORMAT);

@@ -8,6 +8,7 @@
 #include "interfaces/lan/VlanBrif.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
+#include "stand_in.h"
 #include "utils/process.h"
 
 using namespace fixture;
@@ -123,6 +124,21 @@ TEST_F(Lan, VlanZeroIsTheTrunkItself) {
               (std::vector<int>{9, 4095, 0}));
 }
 
+TEST_F(Lan, WhatATrunkThatWasDownLeftIsHealed) {
+    put(kDeviceInfoPath, document("'10':" + kSegment + "}", "'PORT2':" + kTrunk + "['10','20']}"));
+    run("for d in swdev2 swdev2.10; do ip link set $d address 02:00:00:00:02:02; done; ip link set swdev2 "
+        "down");
+    const std::string own = fact("swdev2.20", "address");
+    const StandIn inspection("/usr/sbin/network-dpi.sh", 3);
+    run("ip link add br_v10 type bridge");
+    const LogTail log;
+    EXPECT_EQ(trunk(&TagLanInterface::add_if, kAll), 0);
+    EXPECT_EQ(fact("swdev2", "flags"), "0x1003") << "up, or its VLANs would be dead";
+    EXPECT_EQ(fact("swdev2.10", "address") + fact("swdev2.20", "address"), "02:00:0a:00:02:02" + own);
+    EXPECT_TRUE(log.has("setup_dpi LAN ENABLE br_v10 >/dev/null 2>&1 failed, Ret: 3"));
+    (void)StandIn::take();
+}
+
 TEST_F(Lan, DevicesThatCameBeforeTheirBridgeAreTakenIn) {
     put(kDeviceInfoPath, document("'10':" + kSegment + ",'MTU':'3000','STP':1}",
                                   "'PORT2':" + kTrunk + "['10']},'PORT4':" + kTrunk + "['20']}"));
@@ -168,12 +184,28 @@ TEST(DevicePort, IsBroughtUpUnderItsOwnName) {
     EXPECT_EQ(port("'lan7','VLAN_ID':'7'").add_if(kAll), 0);
     EXPECT_EQ(fact("lan7", "mtu") + fact("hw2.7", "mtu"), "1300") << "an interrupted call is completed";
     const Device hardware("hw2", false, "far3");
+    run("ip link set lan7 mtu 1500");
     EXPECT_EQ(port("'lan7','VLAN_ID':'7'").add_if(kAll), 0);
-    EXPECT_EQ(fact("hw2", "mtu"), "1300");
+    EXPECT_EQ(fact("hw2", "mtu") + fact("lan7", "mtu") + fact("hw2", "flags"), "130013000x1003");
     EXPECT_FALSE(log.has("add vlan id 7 failed")) << "it is there under its interface's name";
     EXPECT_EQ(port("'none'").add_if(kAll), NM_ERR_NO_IFACE);
     EXPECT_EQ(port("'lan2','DEV_TYPE':''").add_if(kAll), NM_ERR_BAD_TYPE);
     run("ip link del lan7");
+}
+
+TEST(DevicePort, HasItsAddressBackWhenItsVlanChanged) {
+    const StandIn sets("/usr/sbin/firewall.sh");
+    const Device device("lan7", true, "far7");
+    const std::string stored = quoted(
+        "{'LAN_PORT':{'PORT2':{'DEV_TYPE':'virtio','INTERFACE':'lan7','VLAN_ID':'7'}},"
+        "'LAN_IFACE_INFO':{'lan7':{'IP4_TYPE':'STATIC','IP4_ADDR':'192.168.7.1'}}}");
+    put(kDeviceInfoPath, stored);
+    run("ip addr add 192.168.7.1/24 dev lan7");
+    EXPECT_EQ(PortLanInterface("PORT2", kDeviceInfoPath, json(stored)).alt_if(OPT_LAN_VLANS), 0);
+    EXPECT_EQ(exec("ip -4 -o addr show lan7 | grep -c 192.168.7.1/24"), "1\n");
+    const std::string edits = StandIn::take();
+    EXPECT_LT(edits.find("<del> <lan> <192.168.7.0/24>"), edits.find("<add> <lan> <192.168.7.0/24>"));
+    EXPECT_NE(edits.find("<add> <lan> <192.168.7.0/24>"), std::string::npos);
 }
 
 }  // namespace

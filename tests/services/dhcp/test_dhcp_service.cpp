@@ -101,6 +101,9 @@ TEST_F(Dhcp, FileIsWhatTheDaemonTakesOrStaysAsItWas) {
          "range ip. start: 192.168.1.1, end: 192.168.1.1, ip: 1"},
         {hosts(host("15", "")), NM_ERR_EMPTY, "information is insufficient."},
         {hosts(host("15") + ",7"), NM_ERR_EMPTY, "information is insufficient."},
+        {hosts("{'DEVICE_NAME':'a','IP4_ADDR':['192.168.1.15']," + kMac + "}"), NM_ERR_EMPTY,
+         "is insufficient."},
+        {hosts(host("15", "tv", "'MAC':{'A':'00:11:22:33:44:55'}")), NM_ERR_EMPTY, "is insufficient."},
         {hosts(host("15", "tv", "'MAC':'00:11:22:33:44'")), kBad, "mac address is invalid. mac: 00"},
         {hosts(host("15", "tv", "'MAC':'00:11:22:33:44:55\\u0000;}'")), kBad, "more than an address"},
         {hosts("{'DEVICE_NAME':'a','IP4_ADDR':'0.0.0.0'," + kMac + "}"), kBad,
@@ -178,6 +181,8 @@ TEST_F(Dhcp, RelayEnvironment) {
         {"", NM_ERR_BAD_FORMAT, "RELAY_SERVERS is empty."},
         {"'192.168.1.7; touch /tmp/broken'", NM_ERR_BAD_IP, "Bad IP address: "},
         {"'192.168.1.7\\u0000\\nX=1'", NM_ERR_BAD_IP, "Bad IP address: "},
+        {"'192.168.1.7',['192.168.1.8']", NM_ERR_BAD_IP, "Bad IP address: "},
+        {"{'A':1}", NM_ERR_BAD_IP, "Bad IP address: "},
     };
     for (const Row& row : rows) {
         put(kRelay, "old");
