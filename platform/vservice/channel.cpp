@@ -1,5 +1,5 @@
-// Every wait goes through poll with what is left of the deadline, so that neither a peer that trickles
-// bytes nor a signal can stretch a call.
+// Every wait goes through poll with what is left of the deadline, and no piece is moved once it is over, so
+// that neither a peer that trickles bytes nor a signal can stretch a call.
 #include "channel.h"
 
 #include <poll.h>
@@ -47,6 +47,22 @@ int connect_until(int fd, const sockaddr_un& address, const Deadline& deadline) 
         result = connect_once(fd, address, remaining);
     }
     return result;
+}
+
+// What a call moves that does not block, or a negative errno. It is tried before any wait: mostly the peer is
+// ready, and a wait costs as much as the call.
+template <class Call>
+ssize_t move_bytes(int fd, short events, const Deadline& deadline, int cancel_fd, Call call) {
+    while (deadline.remaining_ms() != 0) {
+        const ssize_t count = call();
+        if (count >= 0 || !is_retryable(errno)) {
+            return count >= 0 ? count : -errno;
+        }
+        if (const int result = wait_ready(fd, events, deadline, cancel_fd); result != 0) {
+            return result;
+        }
+    }
+    return -ETIMEDOUT;
 }
 
 }  // namespace
@@ -124,14 +140,13 @@ int connect_service(const std::string& service, const Deadline& deadline, Descri
 int send_all(int fd, const std::string& bytes, const Deadline& deadline) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
-        if (const int result = wait_ready(fd, POLLOUT, deadline); result != 0) {
-            return result;
+        const ssize_t count = move_bytes(fd, POLLOUT, deadline, -1, [&] {
+            return send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        });
+        if (count < 0) {
+            return static_cast<int>(count);
         }
-        const ssize_t count = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (count < 0 && !is_retryable(errno)) {
-            return -errno;
-        }
-        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+        sent += static_cast<std::size_t>(count);
     }
     return 0;
 }
@@ -140,17 +155,13 @@ int receive_frame(int fd, std::size_t limit, const Deadline& deadline, std::stri
     std::array<char, kChunkSize> chunk;
     FrameDecoder decoder(limit);
     while (decoder.wanted() > 0) {
-        if (const int result = wait_ready(fd, POLLIN, deadline, cancel_fd); result != 0) {
-            return result;
+        const ssize_t count = move_bytes(fd, POLLIN, deadline, cancel_fd, [&] {
+            return recv(fd, chunk.data(), std::min(chunk.size(), decoder.wanted()), MSG_DONTWAIT);
+        });
+        if (count <= 0) {
+            return count == 0 ? -ECONNRESET : static_cast<int>(count);
         }
-        const ssize_t count = recv(fd, chunk.data(), std::min(chunk.size(), decoder.wanted()), MSG_DONTWAIT);
-        if (count == 0) {
-            return -ECONNRESET;
-        }
-        if (count < 0 && !is_retryable(errno)) {
-            return -errno;
-        }
-        decoder.feed({chunk.data(), count > 0 ? static_cast<std::size_t>(count) : 0});
+        decoder.feed({chunk.data(), static_cast<std::size_t>(count)});
     }
     if (!decoder.complete()) {
         return -EMSGSIZE;

@@ -108,7 +108,7 @@ state() {
     while IFS= read -r file; do
         echo "== $file"
         [[ $file == *.leases* || $file == *.pid ]] || cat "$file"
-    done < <(find /etc/networkmanagement /etc/hosts?* /etc/.hosts* /run/network /var/lib/dhcpd -type f -not -name '*.lck' \
+    done < <(find /etc/networkmanagement /etc/hosts?* /etc/.hosts* /run/network /var/lib/dhcpd -type f -not -name '*.lck' -not -name '*~' \
         2>/dev/null | sort)
 }
 
