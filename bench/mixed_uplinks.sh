@@ -11,7 +11,7 @@ set -euo pipefail
 
 BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
 readonly BUILD ROUNDS=9 KINDS=(WAN PRIVATE RGLINK)
-readonly DOCUMENT=/etc/networkmanagement/device_info.json
+readonly LOG=/var/log/network/main.log DOCUMENT=/etc/networkmanagement/device_info.json
 export PATH=$BUILD/bin:$PATH
 peers=()
 trap 'kill "${peers[@]}"; systemctl stop dnsmasqmgr' EXIT
@@ -112,6 +112,15 @@ measure() {
     echo "$1 $(median </run/ours) $(median </run/bare)"
 }
 
+# Of a set-up of sixteen, whose log does not roll over yet.
+by_step() {
+    store 16
+    : >"$LOG"
+    ours 1
+    awk -v requests=16 -f "$(dirname "$0")/log_steps.awk" "$LOG" | sort -rn
+    ours 2
+}
+
 start_peers
 plug_in
 for count in 4 16 64; do
@@ -122,3 +131,4 @@ done | awk '{printf "%3d uplinks: ours %6d ms, bare %5d ms, ratio %5.1f\n", $1, 
     NR == 1 {first = $1; ours = $2; bare = $3}
     END {printf "growth from %d to %d: ours %.2f, bare %.2f\n", first, $1,
         log($2 / ours) / log($1 / first), log($3 / (bare > 0 ? bare : 1)) / log($1 / first)}'
+printf '\nWhere the time of an uplink goes (ms, from the log):\n%s\n' "$(by_step)"
