@@ -3,10 +3,10 @@
 # appliance's services around them. What an operator sees of an uplink is told as text, which the tests compare
 # with transcripts in tests/system/golden. Sourced after world.sh.
 #
-# The uplinks are of the kind $kind: WAN, PRIVATE or RGLINK.
+# The uplinks are of the kind $kind: WAN, PRIVATE or RGLINK, by NM_KIND or as a test chooses.
 # shellcheck disable=SC2154  # from world.sh
 
-kind=WAN
+kind=${NM_KIND:-WAN}
 readonly NEW=/etc/networkmanagement/new.json JOURNAL=$scratch/journal
 
 make_uplinks() {

@@ -7,7 +7,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 # shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
-readonly SERVICES=(VelanWsd.service VelanWmd rmgmtd)
+SERVICES=(VelanWsd.service VelanWmd rmgmtd)
+[[ $kind != PRIVATE ]] || unset 'SERVICES[2]'  # it has no site of IPsec
 
 # signal_service SERVICE SIGNAL: to the process that serves it.
 signal_service() {
@@ -45,8 +46,8 @@ check_levels() {
     run 1 15 >"$scratch/result" &
     callers+=("$!")
     eventually 5 stands >/dev/null || true
-    document "$scratch/device.json" '.WAN_PORT.PORT1.MTU = "1400"'
-    nm_bin Setup_wanif "{\"PORT1\":{\"ops\":4,\"act\":3,\"path\":\"$scratch/device.json\"}}" >"$scratch/device" &
+    document "$scratch/device.json" 'ports.PORT1.MTU = "1400"'
+    nm_bin "Setup_${kind,,}if" "{\"PORT1\":{\"ops\":4,\"act\":3,\"path\":\"$scratch/device.json\"}}" >"$scratch/device" &
     callers+=("$!")
     sleep 2
     same "the device waits while its addressing is set up" 1500 "$(</sys/class/net/swdev1/mtu)"
@@ -74,7 +75,7 @@ killed() {
 }
 
 move() {
-    document "$NEW" '.WAN_IFACE_INFO.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25"}'
+    document "$NEW" 'infos.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25"}'
 }
 
 # Files, sets, rules and routes that an uplink could leave behind, counted.
@@ -85,6 +86,8 @@ belongings() {
 
 make_uplinks
 build uplink_cycles networkinterface jsoncpp
+ip rule add iif lo fwmark 0x700000/0x700000 priority 20000 lookup 999
+ip route add unreachable default table 999
 document "$DEVICE_INFO"
 cp "$DEVICE_INFO" "$NEW"
 { run 1 15 1 && run 1 15 2; } >/dev/null
@@ -109,7 +112,13 @@ printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf  # no link daemo
 delete_both
 cp "$DEVICE_INFO" "$NEW"
 before=$(belongings)
-same "over and over in one process" "0 failed, 0 descriptors more" "$("$scratch/uplink_cycles" "${NM_CYCLES:-40}" \
+same "over and over in one process" "0 failed, 0 descriptors more" "$("$scratch/uplink_cycles" "Setup_${kind,,}info" "${NM_CYCLES:-40}" \
     "{\"swdev1\":{\"ops\":15,\"act\":1,\"path\":\"$NEW\"}}" '{"swdev1":{"ops":15,"act":2,"path":"/etc/networkmanagement/device_info.json"}}' | tail -n 1)"
 same "over and over: nothing is left" "$before" "$(belongings)"
+kill "$overlay"
+wait "$overlay" 2>/dev/null || true
+same "no service of the overlay is there: result" "0 NM_OK success" "$(run 1 15)"
+check "no service of the overlay is there: the uplink stands" stands
+same "what others have in rules and routes is still there" "20000: unreachable" \
+    "$(ip rule | grep -o '^20000:') $(ip route show table 999 | grep -o '^unreachable')"
 finish

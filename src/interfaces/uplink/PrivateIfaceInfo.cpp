@@ -36,6 +36,14 @@ int PrivateIfaceInfo::setup_hmgr(int on) {
     return tell_health_manager(on != 0 ? "AddPrivate" : "RemovePrivate", request);
 }
 
+int PrivateIfaceInfo::setup_private_monitor(int on) {
+    return setup_wan_monitor(on, run_ifname, ip4_gw);
+}
+
+int PrivateIfaceInfo::setup_plmd(int on) {
+    return setup_link_daemon(on);
+}
+
 int create_PRIVATE_INFO(PrivateIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
     return NM_EXIT(nm::build(info, "info", ifname, path, cfg));

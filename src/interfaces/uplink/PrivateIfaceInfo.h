@@ -27,9 +27,9 @@ public:
     /// its device side cannot be built, in which case nobody is told; the code of the call.
     int setup_hmgr(int on);
     /// setup_wan_monitor() for the port's own gateway.
-    int setup_private_monitor(int on) { return setup_wan_monitor(on, run_ifname, ip4_gw); }
+    int setup_private_monitor(int on);
     /// setup_link_daemon() for the unit "nm-plmd@".
-    int setup_plmd(int on) { return setup_link_daemon(on); }
+    int setup_plmd(int on);
 
 protected:
     void register_uplink(bool comes) override;

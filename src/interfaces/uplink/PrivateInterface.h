@@ -16,7 +16,7 @@ public:
     PrivateInterface(std::string port, std::string path, Json::Value cfg);
 
     /// `PRIVATE_GROUP_ID`: the group of circuits that the port belongs to, empty if there is none.
-    std::string get_pgid() { return group_id; }
+    std::string get_pgid();
 };
 
 /// Builds the private port `port` into `*itf` as create_WAN() builds a WAN port.

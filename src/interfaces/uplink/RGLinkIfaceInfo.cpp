@@ -92,6 +92,10 @@ void RGLinkIfaceInfo::forget_at_peers() {
     }
 }
 
+int RGLinkIfaceInfo::setup_dlmd(int on) {
+    return setup_link_daemon(on);
+}
+
 int RGLinkIfaceInfo::update_ip_info(int on) {
     NM_LOG(Debug) << "Enter";
     if (ip4_type == "DISABLED" || !kind.takes(ip4_type)) {

@@ -26,7 +26,7 @@ public:
     /// lease or the session; the code of the call.
     int update_ip_info(int on);
     /// setup_link_daemon() for the unit "nm-dlmd@".
-    int setup_dlmd(int on) { return setup_link_daemon(on); }
+    int setup_dlmd(int on);
 
 protected:
     void register_uplink(bool comes) override;

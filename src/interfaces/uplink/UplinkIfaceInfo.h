@@ -57,7 +57,7 @@ public:
     /// 1 stores the session's configuration and dials, 0 stops the session and removes what belongs to it. 0;
     /// NM_ERR_BAD_TYPE for stopping what is no PPPoE port; a code of vpppoe.h less 1702. A stop goes on after
     /// a failure; the first one is the result.
-    virtual int setup_pppoe_service(int mode);
+    int setup_pppoe_service(int mode);
 
     /// Ends a session that an earlier configuration has left on a port of another type, and removes what
     /// belongs to the session alone; the port's own addressing stays. 0, also without such a session; codes
@@ -75,11 +75,11 @@ public:
     ///
     /// The tunnel's end, with the inspection of its traffic and the link daemon behind it. A device without
     /// an id has no tunnels: 0.
-    virtual int setup_tun(int mode);
+    int setup_tun(int mode);
     /// The same for IPv6, without the daemon; nothing on kinds without IPv6.
     virtual int setup_tun6(int mode);
     /// The monitor of the link `name`, which is given the rate of the port.
-    virtual int setup_wan_monitor(int mode, std::string name, std::string gateway);
+    int setup_wan_monitor(int mode, std::string name, std::string gateway);
     /// The local site of the IPsec service. Its result is not looked into.
     virtual int setup_ipsec(int mode, std::string address);
     /// The daemon of the link, a unit that is told where the configuration lies. 0 or the unit's code;
@@ -98,10 +98,10 @@ public:
     /// The priority of the port among the uplinks; 1 with NM_ERR_NO_IFACE if its device side cannot be built.
     int get_interface_prio(uint32_t& prio);
 
-protected:
     /// The device side of the port, null with the failure logged if it cannot be built.
     std::unique_ptr<UplinkInterface> get_interface();
 
+protected:
     /// Tells the health manager that the uplink comes or goes. Nothing depends on what it answers.
     virtual void register_uplink(bool comes) = 0;
     /// One call to the health manager. 0 or the code of the call.
