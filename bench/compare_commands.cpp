@@ -20,13 +20,18 @@ using Clock = std::chrono::steady_clock;
 /// What one command has taken so far.
 struct Taken {
     std::vector<double> milliseconds;
+    std::vector<double> processor;
     long kilobytes = 0;
-
-    double median() {
-        std::sort(milliseconds.begin(), milliseconds.end());
-        return milliseconds[milliseconds.size() / 2];
-    }
 };
+
+double median(std::vector<double> times) {
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+double milliseconds(const timeval& time) {
+    return static_cast<double>(time.tv_sec) * 1000 + static_cast<double>(time.tv_usec) / 1000;
+}
 
 void run(const std::string& command, Taken& taken) {
     const char* const words[] = {"sh", "-c", command.c_str(), nullptr};
@@ -40,6 +45,7 @@ void run(const std::string& command, Taken& taken) {
         exit(1);
     }
     taken.milliseconds.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begun).count());
+    taken.processor.push_back(milliseconds(used.ru_utime) + milliseconds(used.ru_stime));
     taken.kilobytes = std::max(taken.kilobytes, used.ru_maxrss);
 }
 
@@ -55,8 +61,11 @@ int main(int argc, char** argv) {
         run(argv[2], ours);
         run(argv[3], bare);
     }
-    const double median = ours.median();
-    printf("%9.1f %9.1f %6.2f %9ld %9ld\n", median, bare.median(), median / bare.median(), ours.kilobytes,
-           bare.kilobytes);
+    for (const auto times : {&Taken::milliseconds, &Taken::processor}) {
+        const double one = median(ours.*times);
+        const double other = median(bare.*times);
+        printf("%9.1f %9.1f %6.2f ", one, other, one / other);
+    }
+    printf("%9ld %9ld\n", ours.kilobytes, bare.kilobytes);
     return 0;
 }
