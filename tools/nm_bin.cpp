@@ -88,6 +88,21 @@ int apply_policy(Json::Value& old_config, Json::Value& new_config, std::string& 
     return code < 0 ? code : setup_firewall(old_config, new_config, "mangle", "STEER", error);
 }
 
+int apply_dnat(Json::Value& old_config, Json::Value& new_config, std::string& error) {
+    for (Json::Value* const config : {&old_config, &new_config}) {
+        if (!config->isObject() && !config->isNull()) {
+            return NM_ERR_BAD_FORMAT;
+        }
+    }
+    return setup_dnat(old_config["PORT_FORWARDING"], new_config["PORT_FORWARDING"], error, kDeviceInfoPath);
+}
+
+/// The tables are written anew, whatever stood in the old document.
+template <int (*setup)(Json::Value& config, std::string path)>
+int apply_routes(Json::Value& /*old_config*/, Json::Value& new_config, std::string& /*error*/) {
+    return setup(new_config, kDeviceInfoPath);
+}
+
 constexpr std::array kCommands{
     Command{"Setup_wanif", "REQUEST", 1, true, run_with_text<Setup_wanif>,
             "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
@@ -127,6 +142,12 @@ constexpr std::array kCommands{
             "the same for QoS classes and steering"},
     Command{"Apply_segment", "NEW OLD", 2, false, apply_document<setup_firewall_segment>,
             "the same for the sets of segments"},
+    Command{"Apply_dnat", "NEW OLD", 2, false, apply_document<apply_dnat>,
+            "the same for the port forwards of a firewall document"},
+    Command{"Apply_static_route", "NEW OLD", 2, false, apply_document<apply_routes<setup_static_route>>,
+            "the same for static routes of IPv4"},
+    Command{"Apply_static_route6", "NEW OLD", 2, false, apply_document<apply_routes<setup_static_route6>>,
+            "the same for static routes of IPv6"},
     Command{"Reload_tcpmss", "REQUEST", 1, true, run_with_text<Reload_tcpmss>,
             "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
     Command{"Reload_dnat", "REQUEST", 1, true, run_with_text<Reload_dnat>,

@@ -16,6 +16,8 @@ readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_d
     Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
 readonly HANDLERS=(Edit_tunnels RenewDHCPClientIP SetupVelanDeamons Setup_lan_to_wan_load_balance
     Setup_site_to_site_load_balance Setup_vvpn SyslogCarrierStat)
+# What nm_bin applies from a new and an old document by functions of the library.
+readonly APPLIES=(Apply_dnat Apply_firewall Apply_policy Apply_segment Apply_static_route Apply_static_route6)
 
 : >/run/network/.boot_fin
 
@@ -55,8 +57,8 @@ same "installed files do not name the build machine's directories" "" \
 same "the names with C linkage are the entries and the handlers" \
     "$(printf '%s\n' "${ENTRIES[@]}" "${HANDLERS[@]}" | sort | xargs)" \
     "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
-same "nm_bin has a command for each entry" "${ENTRIES[*]}" \
-    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z_]*\) .*/\1/p' | sort | xargs)"
+same "nm_bin has a command for each entry and each document" "$(printf '%s\n' "${ENTRIES[@]}" "${APPLIES[@]}" | sort | xargs)" \
+    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z0-9_]*\) .*/\1/p' | sort | xargs)"
 same "nothing of the logging library is exported" "" \
     "$(nm -DC --defined-only "$LIBRARY" | grep -E '(^|[^A-Za-z0-9_])el::' | cut -c 18-120 || true)"
 same "no function outside of a namespace stays inside" "" "$(nm -C --defined-only "$LIBRARY" |

@@ -19,7 +19,8 @@ constexpr const char* kVersion = "1.1.0";
 /// How a list is written: its member of the document, its words in the log, and the members of an element.
 struct RouteFormat {
     const char* list;
-    const char* log_name;
+    const char* title;
+    const char* name;
     const char* action;
     const char* enabled;  ///< value of an enabled `action`, null for a true
     const char* address;
@@ -29,14 +30,15 @@ struct RouteFormat {
 
 constexpr RouteFormat kIp4Format{"STATIC_ROUTE",
                                  "static route",
+                                 "static_route",
                                  "ACTION",
                                  "ENABLE",
                                  "IP",
                                  "NETMASK",
                                  {"DESCRIPTION", "ACTION", "FAMILY", "IP", "NETMASK", "METRIC", "SHARED",
                                   "NEXTHOP_ADDRESS", "NEXTHOP_WAN", "NEXTHOP_RGLINK", "NEXTHOP_INTERFACE"}};
-constexpr RouteFormat kIp6Format{"staticRoute6", "static route6", "enable", nullptr,
-                                 "destination",  "prefixLength",  {}};
+constexpr RouteFormat kIp6Format{"staticRoute6", "static route6", "static_route6", "enable",
+                                 nullptr,        "destination",   "prefixLength",  {}};
 
 Json::Value rebuilt(const RouteFormat& format, const Json::Value& route) {
     Json::Value kept = format.kept[0] == nullptr ? route : Json::Value(Json::objectValue);
@@ -109,15 +111,15 @@ int migrate(const RouteFormat& format, Json::Value& config, const std::string& p
         return NM_ERR_BAD_FORMAT;
     }
     if (!config.isMember(format.list)) {
-        NM_LOG(Error) << format.log_name << " config is corrupted, try to fixed it.";
+        NM_LOG(Error) << format.title << " config is corrupted, try to fixed it.";
         config[format.list] = Json::arrayValue;
     }
     const std::string version = nm::json_string_or(nm::json_member(config, "META"), "VERSION", "0.0.0");
     if (version == kVersion) {
-        NM_LOG(Debug) << format.log_name << " version has not changed.";
+        NM_LOG(Debug) << format.name << " version has not changed.";
         return NM_OK;
     }
-    NM_LOG(Info) << "Migrate " << format.log_name << " config from " << version << " to " << kVersion;
+    NM_LOG(Info) << "Migrate " << format.name << " config from " << version << " to " << kVersion;
     renew_meta(config);
     if (config[format.list].isArray()) {
         migrate_routes(format, config[format.list]);

@@ -234,9 +234,11 @@ TEST(StaticRouteDocument, IsMigratedOnce) {
          "'DESCRIPTION':'d','IP':'10.9.0.0','METRIC':'','NETMASK':'20','NEXTHOP_ADDRESS':'10.0.0.1',"
          "'SHARED':true},{'ACTION':'DISABLE','IP':'10.9.8.7','NETMASK':40,'NEXTHOP_WAN':'PORT1'},7]}",
          "Calculate network address failed, ip: 10.9.8.7, prefix: 40"},
+        {migrate_static_route, "{'STATIC_ROUTE':[]}", "{'META':{'VERSION':'1.1.0'},'STATIC_ROUTE':[]}",
+         "Migrate static_route config from 0.0.0 to 1.1.0"},
         {migrate_static_route, "{'META':{'VERSION':'1.1.0'},'STATIC_ROUTE':[{'IP':'10.9.8.7','OLD':1}]}",
          "{'META':{'VERSION':'1.1.0'},'STATIC_ROUTE':[{'IP':'10.9.8.7','OLD':1}]}",
-         "static route version has not changed."},
+         "static_route version has not changed."},
         {migrate_static_route6,
          "{'staticRoute6':[{'destination':'2001:db8::7:1','prefixLength':112,'name':'n'}]}",
          "{'META':{'VERSION':'1.1.0'},'staticRoute6':[{'destination':'2001:db8::7:0','enable':true,'name':'n'"
