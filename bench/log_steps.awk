@@ -12,8 +12,8 @@ function step(line) {
     if (line ~ /\/peers\//) return "calls to peers"
     if (line ~ /\/services\//) return "hosts, name service and DHCP"
     if (line ~ /\/config\//) return "documents"
-    if (line ~ /kernel\/utils\/locks/) return "locks"
-    if (line ~ /kernel\/utils\//) return "files and other"
+    if (line ~ /\/utils\/locks/) return "locks"
+    if (line ~ /\/utils\//) return "files and other"
     if (line ~ /\/kernel\//) return "netlink and ioctl"
     return "the library itself, with what it asks the kernel and peers without a word"
 }

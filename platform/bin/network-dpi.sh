@@ -1,7 +1,7 @@
 #!/bin/sh
 # Switches packet inspection for an interface. A plain machine has no inspection engine, so what is left to
-# do is to keep the state that the engine would be given: one file per inspected interface, with its role. It is run
-# several times for each LAN and uplink, so it starts no other program where it can.
+# do is to keep the state that the engine would be given: one file per interface, with its role, empty while it is not
+# inspected. It is run several times for each LAN and uplink, so it starts no other program where it can.
 #
 # usage: network-dpi.sh setup_dpi UNKNOWN|WAN|LAN|OTHER ENABLE|DISABLE IFNAME
 set -eu
@@ -30,6 +30,6 @@ case $3 in
         [ -d "$STATE_DIR" ] || mkdir -p "$STATE_DIR"
         echo "$2" >"$STATE_DIR/$4"
         ;;
-    DISABLE) [ ! -e "$STATE_DIR/$4" ] || rm -f "$STATE_DIR/$4" ;;
+    DISABLE) [ ! -s "$STATE_DIR/$4" ] || : >"$STATE_DIR/$4" ;;
     *) usage ;;
 esac

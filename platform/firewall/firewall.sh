@@ -1,6 +1,7 @@
 #!/bin/sh
 # Edits the sets that the firewall matches, for the library and for whoever else fills them. Adding what is there
-# and deleting what is not count as done. firewall6.sh is this script for members that are IPv6 addresses.
+# and deleting what is not count as done. firewall6.sh is this script for members that are IPv6 addresses. It is run
+# for every address of every port, so it starts ipset once and nothing else where it can.
 #
 # usage: firewall.sh edit_ipset add|del SET MEMBER
 #        firewall.sh edit_ipset flush SET
@@ -17,10 +18,14 @@ misused() {
 }
 
 # Rules of both families match the name lan. On the base of nm-base-rules it is a list, and what is edited is the set
-# of this family in it.
-find_set() {
-    set=$1
-    [ "$set" != lan ] || ! ipset -quiet -name list "${family}lan" >/dev/null || set=${family}lan
+# of this family in it: that is tried first, and looked for only if it fails.
+edit_lan() {
+    action=$1
+    shift
+    ! ipset -exist "$action" "${family}lan" "$@" 2>/dev/null || exit 0
+    set=lan
+    ! ipset -quiet -name list "${family}lan" >/dev/null || set=${family}lan
+    exec ipset -exist "$action" "$set" "$@"
 }
 
 edit() {
@@ -36,9 +41,10 @@ edit() {
             '' | -*) misused "no set or member: '$word'" ;;
         esac
     done
-    find_set "$1"
+    set=$1
     shift
-    ipset -exist "$action" "$set" "$@"
+    [ "$set" != lan ] || edit_lan "$action" "$@"
+    exec ipset -exist "$action" "$set" "$@"
 }
 
 case ${1:-} in

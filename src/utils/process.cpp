@@ -1,4 +1,4 @@
-// Commands run through the shell, whatever their size.
+// Commands run through the shell, whatever their size, or without one where none is needed.
 #include "utils/process.h"
 
 #include <stdlib.h>
@@ -12,6 +12,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/direct_command.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/handles.h"
@@ -49,9 +50,15 @@ std::optional<Command> hand_over(const char* text) {
     return Command{std::move(script), "exec /bin/sh " + path};
 }
 
-int run(const char* cmd) {
+/// The wait status; -1 if the text could not be handed to a shell, or no process be made.
+int run_by_shell(const char* cmd) {
     const std::optional<Command> command = hand_over(cmd);
-    const int status = command ? system(command->line.c_str()) : -1;
+    return command ? system(command->line.c_str()) : -1;
+}
+
+int run(const char* cmd) {
+    const std::optional<int> direct = nm::run_directly(cmd);
+    const int status = direct ? *direct : run_by_shell(cmd);
     if (status == -1) {
         NM_LOG(Error) << "system error!, cmd: " << cmd;
         return NM_ERR_SERVICE;

@@ -33,6 +33,35 @@ TEST(UtilsProcess, ExitCodesAndSignalsOfScriptsOfAnySize) {
     EXPECT_EQ(exec("head -c 1048576 /dev/zero | tr '\\000' q"), std::string(1048576, 'q'));
 }
 
+TEST(UtilsProcess, PlainCommandsAreRunAsByTheShell) {
+    const Scratch dir;
+    const auto script = [&](const char* name, const std::string& text) {
+        put(dir / name, text);
+        fs::permissions(dir / name, fs::perms::all);
+    };
+    const std::string facts =
+        "echo $#:$*; echo aside >&2; grep -E 'Sig(Blk|Ign)' /proc/self/status; exit 7\n";
+    script("facts", "#!/bin/sh\n" + facts);
+    script("bare", facts);  // a shell takes it for its own
+    script("dies", "#!/bin/sh\nkill -9 $$\n");
+    const std::string calls[] = {
+        dir / "facts a  b.c:/@%+=,- ",    dir / "bare x", dir / "absent",   dir / "facts >/dev/null 2>&1",
+        dir / "facts 1 >/dev/null 2>&1 ", "/tmp",         "/bin/echo a=~ *"};
+    const auto outcome = [&](const std::string& command) {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const int result = system_cmd(command.c_str());
+        const std::string out = testing::internal::GetCapturedStdout();
+        return std::to_string(result) + out + testing::internal::GetCapturedStderr();
+    };
+    for (const std::string& call : calls) {
+        EXPECT_EQ(outcome(call), outcome("\\" + call)) << "only a shell takes the backslash away";
+    }
+    EXPECT_EQ(system_cmd((dir / "dies").c_str()), NM_ERR_SERVICE);
+    struct sigaction now = {};
+    EXPECT_TRUE(sigaction(SIGINT, nullptr, &now) == 0 && now.sa_handler == SIG_DFL);
+}
+
 TEST(UtilsProcess, ChildrenInheritNothing) {
     const nm::LockGuard held("swfile5");
     const std::string inherited = exec(script_of(kFiveMegabytes, "ls -l /proc/self/fd; :").c_str());
