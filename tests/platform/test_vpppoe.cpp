@@ -1,5 +1,6 @@
 // PPPoE sessions: what is stored, who can read it, and what the supervisor does as sessions come and go.
 #include <gmock/gmock.h>
+#include <net/if.h>
 #include <vpppoe.h>
 
 #include <functional>
@@ -45,6 +46,9 @@ protected:
         }
         return condition();
     }
+    static bool is_raised(const std::string& ifname) {
+        return (std::stoul(fact(ifname, "flags"), nullptr, 16) & IFF_UP) != 0;
+    }
     static bool is_up() { return is_interface_pppoe_running("swdev1") == 0; }
 };
 
@@ -79,6 +83,13 @@ TEST_F(Vpppoe, AFullDiskKeepsTheOldConfiguration) {
     run("umount /etc/vpppoe/peers");
 }
 
+TEST_F(Vpppoe, RaisesItsDeviceAndTheParent) {
+    const Device parent("swdev1"), vlan("swdev1.7", false, "far7");
+    ASSERT_EQ(nm_add_pppoe_and_run("swdev1.7", "user", "c4n4ry", 0), 0);
+    EXPECT_TRUE(eventually([] { return is_raised("swdev1") && is_raised("swdev1.7"); }));
+    EXPECT_EQ(stop_interface_pppoe("swdev1.7"), 0);
+}
+
 TEST_F(Vpppoe, ALife) {
     ASSERT_EQ(nm_add_pppoe_and_run("swdev1", "user", "c4n4ry", 0), 0);
     ASSERT_TRUE(eventually(is_up));
@@ -86,15 +97,23 @@ TEST_F(Vpppoe, ALife) {
     const std::string before = slurp("/run/pppd.pid");
     EXPECT_EQ(nm_add_pppoe_and_run("swdev1", "user", "c4n4ry", 0), 0);
     EXPECT_EQ(slurp("/run/pppd.pid"), before) << "the same again changes nothing";
-    run("kill -KILL $(ps -o ppid= -p " + before + ")");
-    EXPECT_TRUE(eventually([&] { return !fs::exists("/proc/" + before); })) << "it outlives its supervisor";
-    ASSERT_EQ(start_all_pppoe(), 0);
-    EXPECT_TRUE(eventually([&] { return is_up() && slurp("/run/pppd.pid") != before; }));
-
+    const std::string life = "Lease_event swdev1 add\nLease_event swdev1 del\n";
+    std::string lives = life;
+    // With supervisor and pppd killed only the record is left, for the next start or for a stop to find.
+    for (int (*next)() : {start_all_pppoe, +[] { return stop_interface_pppoe("swdev1"); }}) {
+        const std::string pppd = slurp("/run/pppd.pid");
+        run("kill -KILL $(ps -o ppid= -p " + pppd + ")");
+        EXPECT_TRUE(eventually([&] { return !fs::exists("/proc/" + pppd); })) << "it outlives its supervisor";
+        EXPECT_EQ(next(), 0);
+        EXPECT_TRUE(eventually([&] { return slurp("/run/events").rfind(lives, 0) == 0; }))
+            << slurp("/run/events");
+        EXPECT_EQ(start_interface_pppoe("swdev1"), 0);
+        EXPECT_TRUE(eventually([&] { return is_up() && slurp("/run/pppd.pid") != pppd; }));
+        lives += life;
+    }
     EXPECT_EQ(stop_interface_pppoe("swdev1"), 0);
     EXPECT_FALSE(is_up() || fs::exists("/sys/class/net/ppp-swdev1"));
-    const std::string life = "Lease_event swdev1 add\nLease_event swdev1 del\n";
-    EXPECT_TRUE(eventually([&] { return slurp("/run/events") == life + life; })) << slurp("/run/events");
+    EXPECT_TRUE(eventually([&] { return slurp("/run/events") == lives; })) << slurp("/run/events");
     EXPECT_EQ(del_interface_pppoe_cfg("swdev1"), 0);
     EXPECT_EQ(del_interface_pppoe_cfg("swdev1"), VPPPOE_ERR_NO_SESSION);
 }

@@ -15,7 +15,6 @@ echo 'REDIAL_SECONDS="2"' >/etc/vpppoe/env/swdev1.env
 ip netns add isp
 ip link add swdev1 type veth peer name acc0 netns isp
 ip -n isp link set acc0 up
-ip link set swdev1 up
 printf '"us er@isp" * "%s \\"q\\\\" *\n' "$SECRET" >/etc/ppp/chap-secrets
 printf '%s\n' require-chap 'ms-dns 198.51.100.53' >/etc/ppp/pppoe-server-options
 ip netns exec isp pppoe-server -I acc0 -L 198.51.100.1 -R 198.51.100.100 -F >/dev/null 2>&1 &
