@@ -96,14 +96,12 @@ bool is_reporter_gone() {
     return pid > 1 && kill(pid, 0) != 0 && errno == ESRCH;
 }
 
-/// Whether a device can have the address: none of 0.0.0.0/8, of the loopback, of multicast and beyond.
 int check_lease(const std::string& ifname, const DHCP_INFO& lease) {
     if (lease.ip[0] == '\0' || mask_to_prefix(lease.netmask) <= 0) {
         NM_LOG(Error) << ifname << " got no address; IP[" << lease.ip << "], MASK[" << lease.netmask << "]";
         return NM_ERR_EMPTY;
     }
-    const uint32_t network = ntohl(inet_addr(lease.ip)) >> 24;
-    if (network == 0 || network == IN_LOOPBACKNET || network >= 224) {
+    if (!nm::is_device_address({inet_addr(lease.ip)})) {
         NM_LOG(Error) << "Bad IP address: " << lease.ip << ", Interface: " << ifname;
         return NM_ERR_BAD_IP;
     }

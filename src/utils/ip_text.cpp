@@ -55,6 +55,12 @@ int check_ip_correctness(const std::string& ip) {
     return bad_address("Bad ip address: ", ip);
 }
 
+bool nm::is_device_address(const in_addr& address) {
+    constexpr in_addr_t kFirstMulticast = 224;
+    const in_addr_t network = ntohl(address.s_addr) >> 24;
+    return network != 0 && network != IN_LOOPBACKNET && network < kFirstMulticast;
+}
+
 bool is_loop_back(in_addr& address) {
     return is_inside(address, 0x7f000000, 0xff000000);
 }

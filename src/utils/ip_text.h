@@ -43,3 +43,11 @@ int ip6_masklen(in6_addr mask);
 void get_ip6_subnet(in6_addr& out, in6_addr* in, int prefix);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// Whether a device can have the address as its own: none of 0.0.0.0/8 ("this network", RFC 1122), of the
+/// loopback, of multicast, and of what is reserved above it.
+bool is_device_address(const in_addr& address);
+
+}  // namespace nm

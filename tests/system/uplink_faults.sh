@@ -58,6 +58,16 @@ check_levels() {
     ip link set swdev1 mtu 1500
 }
 
+# An alteration that could not edit the sets, and once more.
+check_failed_edits() {
+    move
+    mv /usr/sbin/firewall.sh "$scratch"
+    run 3 1 >/dev/null
+    mv "$scratch/firewall.sh" /usr/sbin
+    run 3 1 >/dev/null
+    same "a repetition heals sets that could not be edited" "$moved" "$(uplink 1)"
+}
+
 # killed DELAY [SERVICE]: an alteration is killed after so many seconds, while the service stalls if one is named;
 # the same request again ends undisturbed.
 killed() {
@@ -102,6 +112,8 @@ same "two ports at once end as one after the other" "$both" "$(uplink 1 && uplin
 move
 run 3 1 >/dev/null
 moved=$(uplink 1)
+{ run 2 15 && cp "$DEVICE_INFO" "$NEW" && run 1 15; } >/dev/null
+check_failed_edits
 for service in "${SERVICES[@]}"; do
     killed 1 "$service"
 done

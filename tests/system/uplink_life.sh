@@ -8,7 +8,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 source "$support_dir/uplink_world.sh"
 
 readonly DHCP='infos.swdev1 += {IP4_TYPE: "DHCP", IP4_ADDR: "", IP4_GW: ""}'
-readonly MOVED='infos.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25"}'
+readonly MOVED='infos.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25", IP4_DNS: ["10.1.0.55"]}'
 
 # life: the steps on standard input, a line each: ACT OPS FILTER|WORDS. The request, then its document is the
 # stored one, then, with DHCP, the lease. An uplink that has not changed is not told again.

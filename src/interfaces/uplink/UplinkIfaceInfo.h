@@ -10,6 +10,7 @@
 #include <json/value.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,9 @@ public:
     int setup_ipv4(uint32_t opt) override;
     /// 0; NM_ERR_SERVICE if the client does not start; the code of kill_ipv4_dhcp().
     int setup_ipv4_dhcp(int mode) override;
-    /// 0; NM_ERR_BAD_IP for a bad address or prefix; NM_ERR_NO_IFACE; the code of setting the address.
+    /// 0; NM_ERR_BAD_IP for a bad prefix, or for text that is no address that a device can have;
+    /// NM_ERR_NO_IFACE; the code of setting the address. What follows the address is set up whatever fails;
+    /// the result is the first failure of writing its rules and routes.
     int setup_ipv4_static() override;
 
     /// NM_ERR_EMPTY without a user name; else setup_pppoe_service(1).
@@ -90,6 +93,8 @@ public:
     /// on: localip, the appliance's addresses, and WANIFSET, addresses with the interface that they belong
     /// to. 0, also without an address; the first failure of edit_ipset().
     int setup_ipset(const std::string& action, const std::string& ip);
+    /// The same for an IPv6 address and the set ip6_localip, by edit_ip6_ipset().
+    int setup_ip6_ipset(const std::string& action, const std::string& ip);
 
     /// Adds or removes the configured name servers as those of the interface that the traffic runs on.
     int add_dns4();
@@ -139,9 +144,9 @@ private:
     int setup_ipv4_session(uint32_t opt);
     int describe_link(std::string gateway, Json::Value& request);
     int remove_addresses();
-    std::string address_in_sets();
+    std::set<std::string> addresses_in_sets();
     int write_static_address();
-    void write_static_routes();
+    int write_static_routes();
     int write_dhcp_routes(const DHCP_INFO& info);
     int write_stop_flag();
     int stop_pppoe();

@@ -89,14 +89,15 @@ int UplinkIfaceInfo::setup_ipv4_static() {
         NM_LOG(Error) << "Set interface up failed. Interface: " << ifname;
     }
     (void)setup_ipset("add", ip4_addr);
-    write_static_routes();
+    const int routed = write_static_routes();
     set_up_overlays(1, ip4_addr, ip4_gw);
     tell_peers(ip4_addr, ip4_prefix);
-    return NM_EXIT(NM_OK);
+    (void)add_dns4();  // logged there; names are not part of the address
+    return NM_EXIT(routed);
 }
 
 int UplinkIfaceInfo::write_static_address() {
-    if (inet_addr(ip4_addr.c_str()) == INADDR_NONE) {
+    if (!nm::is_device_address({inet_addr(ip4_addr.c_str())})) {
         NM_LOG(Error) << "Bad IP address: " << ip4_addr;
         return NM_ERR_BAD_IP;
     }
@@ -121,7 +122,7 @@ int UplinkIfaceInfo::write_static_address() {
 }
 
 /// The old routes and rules go first: those of another address would stay beside the new ones.
-void UplinkIfaceInfo::write_static_routes() {
+int UplinkIfaceInfo::write_static_routes() {
     const auto index = static_cast<unsigned int>(ifindex);
     NM_LOG(Debug) << "Delete ipv4 source route.  Interface : " << ifname;
     if (set_ip4_route(index, nullptr, 0, nullptr, RTM_DELROUTE) != NM_OK) {
@@ -131,13 +132,17 @@ void UplinkIfaceInfo::write_static_routes() {
         NM_LOG(Error) << "Delete ipv4 rule fail. Interface : " << ifname;
     }
     NM_LOG(Debug) << "Setup ipv4 source route and rule.";
-    if (set_ip4_rule(index, ip4_addr.c_str(), RTM_NEWRULE, kind.mark) != NM_OK) {
+    int ret = set_ip4_rule(index, ip4_addr.c_str(), RTM_NEWRULE, kind.mark);
+    if (ret != NM_OK) {
         NM_LOG(Error) << "Set ipv4 rule fail. Interface : " << ifname;
     }
-    if (set_ip4_route(index, ip4_addr.c_str(), static_cast<unsigned char>(ip4_prefix), ip4_gw.c_str(),
-                      RTM_NEWROUTE) != NM_OK) {
+    const int route = set_ip4_route(index, ip4_addr.c_str(), static_cast<unsigned char>(ip4_prefix),
+                                    ip4_gw.c_str(), RTM_NEWROUTE);
+    if (route != NM_OK) {
         NM_LOG(Error) << "Set ipv4 source route fail. Interface : " << ifname;
     }
+    keep_first(ret, route);
+    return ret;
 }
 
 int UplinkIfaceInfo::disable_ipv4(int mode) {
@@ -168,8 +173,8 @@ int UplinkIfaceInfo::disable_ip(int mode) {
     int ret = remove_hosts();
     if (ip4_type == "DHCP") {
         keep_first(ret, setup_ipv4_dhcp(mode));
-        (void)del_dns4();  // those of its lease; a client that is stopped reports nothing
     }
+    (void)del_dns4();  // also those of a lease: a client that is stopped reports nothing
     keep_first(ret, remove_addresses());
     take_down_overlays();
     return ret;
@@ -196,24 +201,28 @@ int UplinkIfaceInfo::remove_addresses() {
         NM_LOG(Error) << "flush ipv4 addr failed!";
     }
     keep_first(ret, flushed);
-    (void)setup_ipset("del", address_in_sets());
+    for (const std::string& address : addresses_in_sets()) {
+        (void)setup_ipset("del", address);
+    }
     return ret;
 }
 
-/// The address that was on the device. A setup that was killed may have taken it off there and not yet out of
-/// the sets: then the configuration or the lease knows it.
-std::string UplinkIfaceInfo::address_in_sets() {
+/// The address that was on the device, and the configured one if it is another: a setup that was killed, or
+/// that could not edit a set, may have taken it off the device alone. Without an address on the device the
+/// lease knows.
+std::set<std::string> UplinkIfaceInfo::addresses_in_sets() {
+    std::set<std::string> addresses;
     if (!runtime_ip4.empty()) {
-        return runtime_ip4.substr(0, runtime_ip4.find('/'));
+        addresses.insert(runtime_ip4.substr(0, runtime_ip4.find('/')));
     }
-    if (ip4_type == "STATIC") {
-        return is_valid_ip(ip4_addr.c_str()) ? ip4_addr : "";
+    if (ip4_type == "STATIC" && is_valid_ip(ip4_addr.c_str())) {
+        addresses.insert(ip4_addr);
     }
     DHCP_INFO lease{};
-    if (ip4_type == "DHCP") {
-        (void)get_dhcp_info(lease);  // one that cannot be read holds no address
+    if (ip4_type == "DHCP" && addresses.empty() && get_dhcp_info(lease) == NM_OK) {
+        addresses.insert(lease.ip);
     }
-    return lease.ip;
+    return addresses;
 }
 
 int UplinkIfaceInfo::set_dhcp_source_route(DHCP_INFO& info, std::string& act) {
@@ -289,6 +298,10 @@ int UplinkIfaceInfo::setup_ipset(const std::string& action, const std::string& i
     int ret = edit_ipset(action, "localip", ip);
     keep_first(ret, edit_ipset(action, "WANIFSET", ip + "," + run_ifname));
     return ret;
+}
+
+int UplinkIfaceInfo::setup_ip6_ipset(const std::string& action, const std::string& ip) {
+    return ip.empty() ? NM_OK : edit_ip6_ipset(action, "ip6_localip", ip);
 }
 
 /// All of it is told to others, who log for themselves what they could not do.

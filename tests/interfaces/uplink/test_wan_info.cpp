@@ -302,6 +302,10 @@ TEST_F(WanInfo, FollowsTheLease) {
     EXPECT_EQ(slurp(resolv), "nameserver 192.0.2.53 #ID=ppp-swdev3\n");
     EXPECT_EQ(info(kPppoe).del_dns4(), 0);
     EXPECT_EQ(slurp(resolv), "");
+    const StandIn sets6{"/usr/sbin/firewall6.sh", 5};
+    EXPECT_EQ(info(kPppoe).setup_ip6_ipset("add", "2001:db8::1"), 5);
+    EXPECT_EQ(info(kPppoe).setup_ip6_ipset("add", ""), 0) << "there is nothing to add";
+    EXPECT_EQ(StandIn::take(), "firewall6.sh <edit_ip6_ipset> <add> <ip6_localip> <2001:db8::1>\n");
     put("/usr/bin/systemctl", "#!/bin/sh\nexit 3\n");
     EXPECT_EQ(info("'IP4_TYPE':'DHCP'").disable_ipv4(0), 3);
     EXPECT_EQ(info("'IP4_TYPE':'DHCP'").setup_ipv4(1), NM_ERR_SERVICE);
@@ -344,10 +348,16 @@ TEST_F(WanInfo, ComesUpWithoutTheOverlay) {
     EXPECT_EQ(WanIfaceInfo("swdev3", "/a\nB=1", json(document(no_rate))).setup_mlmd(1), NM_ERR_BAD_FORMAT);
     EXPECT_EQ(info("'IP4_TYPE':'STATIC','IP4_ADDR':'10.1.2.3','IP4_GW':'10.1.2.1'").setup_ipv4(1), 0);
     EXPECT_EQ(state().size(), 8U) << "two addresses, but the routes of the last one only";
+    FakeService::take_calls();
+    EXPECT_EQ(info("'IP4_TYPE':'STATIC','IP4_ADDR':'10.1.2.3','IP4_GW':'203.0.113.1'").setup_ipv4(1),
+              NM_ERR_NL_ROUTE_ADD);
+    EXPECT_EQ(state().size(), 7U) << "all but the route by a gateway that is not there";
+    EXPECT_EQ(steps(), "T+");
     run("ip addr flush dev swdev3");
     FakeService::take_calls();
     for (const std::string address :
-         {"192.0.2.256", "192.0.2.3 x", "", "192.0.2.3','IP4_PREFIX':'33", "192.0.2.3','IP4_PREFIX':'x"}) {
+         {"192.0.2.256", "192.0.2.3 x", "", "192.0.2.3','IP4_PREFIX':'33", "192.0.2.3','IP4_PREFIX':'x",
+          "0.0.0.0", "127.1.2.3", "224.0.0.1", "0"}) {
         const std::string entry = "'IP4_TYPE':'STATIC','IP4_ADDR':'" + address + "'";
         EXPECT_EQ(info(entry).setup_ipv4(1), NM_ERR_BAD_IP) << entry;
     }
