@@ -24,12 +24,13 @@
 #include "control/setup_frame.h"
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
 #include "interfaces/uplink/UplinkIfaceInfo.h"
+#include "interfaces/uplink/session_remains.h"
 #include "kernel/address.h"
 #include "kernel/link.h"
-#include "kernel/uplink_routing.h"
 #include "log.h"
 #include "result_codes.h"
 #include "services/dns/name_servers.h"
+#include "utils/files.h"
 #include "utils/handles.h"
 #include "utils/ip_text.h"
 #include "utils/json_text.h"
@@ -202,27 +203,31 @@ int del_dhcp_lease(Port& port) {
     return take_off_device(port, lease);
 }
 
+bool is_session_running(const std::string& ifname) {
+    pppoe_runtime_cfg session{};
+    return get_pppoe_runtime_cfg(ifname.c_str(), &session) == VPPPOE_SUCCESS;
+}
+
 int add_session(Port& port) {
     DHCP_INFO lease{};
     const int ret = cast_ppp_cfg_into_dhcp_info(port.ifname, lease);
     return ret != NM_OK ? ret : spread(port, lease, kAdd);
 }
 
-/// A session without a configuration was stopped by a setup, which has told everybody.
+/// Without a configuration a setup has stopped the session and told everybody; with a new session everybody
+/// knows of that one.
 int del_session(Port& port) {
-    DHCP_INFO lease{};
     if (is_interface_pppoe_cfg_exist(port.ifname.c_str()) != VPPPOE_SUCCESS ||
-        cast_ppp_cfg_into_dhcp_info(port.ifname, lease) == NM_OK) {
+        is_session_running(port.ifname)) {
         NM_LOG(Debug) << port.ifname << " was stopped on purpose, or has a new session already";
         return NM_OK;
     }
-    const int ret = spread(port, told_session(), kDel);
-    // Rules outlive the interface, and a new session's interface has another index.
-    const int ifindex = atoi(told("IFINDEX").c_str());
-    if (port.ifindex == 0 && ifindex > 0 && port.uplink != nullptr) {
-        (void)nm::delete_session_routerule(port.uplink->get_run_ifname(), ifindex, AF_INET);
-    }
-    return ret;
+    return spread(port, told_session(), kDel);
+}
+
+/// What is a session's own goes whatever the port has become while its report waited.
+void forget_session(const Event& event) {
+    nm::clear_session_remains(event.ifname, told_session().ip, atoi(told("IFINDEX").c_str()));
 }
 
 using Work = int (*)(Port& port);
@@ -250,12 +255,33 @@ std::string configured_type(const Json::Value& root, const std::string& ifname) 
     return "";
 }
 
-int build_port(const std::string& ifname, Json::Value& root, Port& port) {
+struct Document {
+    std::string path;
+    Json::Value root;
+};
+
+/// The document that knows the port as the reporter does: the stored one, or the one that the client's setup
+/// was given, if its caller stores afterwards.
+int find_document(const Event& event, Document& document) {
+    document.path = kDeviceInfoPath;
+    const int ret = json_file_to_mem(document.path, document.root);
+    if (ret == NM_OK && configured_type(document.root, event.ifname) == event.type) {
+        return NM_OK;
+    }
+    document.path = told("CONF");
+    if (is_file_exists(document.path) && json_file_to_mem(document.path, document.root) == NM_OK &&
+        configured_type(document.root, event.ifname) == event.type) {
+        return NM_OK;
+    }
+    return ret != NM_OK ? ret : NM_ERR_BAD_TYPE;
+}
+
+int build_port(const std::string& ifname, Document& document, Port& port) {
     port.ifname = ifname;
-    const UplinkKind* const kind = nm::find_uplink_kind(get_ifacetype_by_ifname(ifname, root));
+    const UplinkKind* const kind = nm::find_uplink_kind(get_ifacetype_by_ifname(ifname, document.root));
     int ret = NM_OK;
     if (kind != nullptr) {
-        port.uplink = kind->make_info(ifname, kDeviceInfoPath, root, ret);
+        port.uplink = kind->make_info(ifname, document.path, document.root, ret);
     }
     if (ret != NM_OK) {
         NM_LOG(Error) << "Create the addressing side of " << ifname << " failed, ret=" << ret;
@@ -265,9 +291,9 @@ int build_port(const std::string& ifname, Json::Value& root, Port& port) {
     return NM_OK;
 }
 
-int work_port(const Event& event, Json::Value& root) {
+int work_port(const Event& event, Document& document) {
     Port port;
-    const int ret = build_port(event.ifname, root, port);
+    const int ret = build_port(event.ifname, document, port);
     if (ret != NM_OK) {
         return ret;
     }
@@ -278,27 +304,40 @@ int work_port(const Event& event, Json::Value& root) {
     return work_of(event)(port);
 }
 
+bool is_session_end(const Event& event) {
+    return event.type == "PPPOE" && event.act == kDel;
+}
+
+/// Whether what was reported is true no more.
+bool is_overtaken(const Event& event) {
+    const bool is_session = event.type == "PPPOE" && event.act == kAdd;
+    return is_reporter_gone() || (is_session && !is_session_running(event.ifname));
+}
+
 /// One attempt under the lock; nothing if another one may fare better, in which case `ret` is its result so
-/// far.
+/// far. The end of a session waits for no document: a port of another type has to forget it as well.
 bool try_event(const Event& event, int& ret) {
     const nm::LockGuard lock(event.ifname);
     if (!lock.held()) {
         ret = NM_ERR_LOCK;
         return false;
     }
-    if (is_reporter_gone()) {
-        NM_LOG(Debug) << event.ifname << ": the client of this event was ended";
+    if (is_overtaken(event)) {
+        NM_LOG(Debug) << event.ifname << ": the client or session of this event was ended";
         ret = NM_OK;
         return true;
     }
-    Json::Value root;
-    ret = json_file_to_mem(kDeviceInfoPath, root);
-    if (ret != NM_OK || configured_type(root, event.ifname) != event.type) {
-        ret = ret != NM_OK ? ret : NM_ERR_BAD_TYPE;
-        return false;
+    Document document;
+    ret = find_document(event, document);
+    const bool is_known = ret == NM_OK;
+    if (is_known) {
+        ret = work_port(event, document);
     }
-    ret = work_port(event, root);
-    return true;
+    if (is_session_end(event)) {
+        forget_session(event);
+        ret = is_known ? ret : NM_OK;
+    }
+    return is_known || is_session_end(event);
 }
 
 int work_event(const Event& event) {

@@ -5,7 +5,8 @@
 // their own with what they were told in its environment:
 //
 //   dhclient  reason, pid, new_ip_address, new_subnet_mask, new_routers, new_domain_name_servers,
-//             new_dhcp_server_identifier; the same as old_... of the lease before (dhclient-script(8))
+//             new_dhcp_server_identifier; the same as old_... of the lease before (dhclient-script(8));
+//             CONF, the path of the document that the client was started for
 //   pppd      when a session has ended: IPLOCAL and IPREMOTE (pppd(8)), and IFINDEX of the session's
 //   interface.
 //             A session that is up is asked for by vpppoe.h.
@@ -22,9 +23,11 @@
 /// `IP4_DNS` stands in for the lease's. What another lease left behind is taken away first, and a renewal
 /// that changes nothing does nothing. A LAN port has nothing but the address.
 ///
-/// Nobody repeats an event, so a setup that holds the lock is waited for some minutes, and a stored document
-/// that does not know the client yet some seconds. An event is dropped, with 0, if its reporter was ended or
-/// a new session has come while it waited: a setup has put things right by then.
+/// Nobody repeats an event, so a setup that holds the lock is waited for some minutes. A stored document that
+/// does not know the client yet is waited for some seconds, unless the one at `CONF` does. An event is
+/// dropped, with 0, if its reporter was ended or its session has gone while it waited. The end of a session
+/// is worked whatever the documents say: what a running session or the port's own addressing does not use
+/// goes.
 ///
 /// 0; NM_ERR_NULL_ARG for null or an empty name; NM_ERR_BAD_ACT; NM_ERR_LOCK; NM_ERR_BAD_TYPE for a new lease
 /// of a port that is not configured for it; NM_ERR_EMPTY for one without address or netmask, NM_ERR_BAD_IP

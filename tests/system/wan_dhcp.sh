@@ -70,6 +70,12 @@ calls >/dev/null
 transcript wan_dhcp_server "$(server_story)"
 run 2 1 >/dev/null
 same "nothing is left of the uplink" "" "$(uplink 1)"
+cp "$DEVICE_INFO" "$NEW"
+document "$DEVICE_INFO"
+run 3 1 >/dev/null
+check "a lease is worked before its document is the stored one" settled 10.1.0.40
+cp "$NEW" "$DEVICE_INFO"
+run 2 1 >/dev/null
 check_stop_under_lock
 check_reports
 finish

@@ -291,7 +291,7 @@ int LanIfaceInfo::setup_ipv4_dhcp(int on) {
         }
         return NM_EXIT(ret);
     }
-    if (service_start("nm-dhclient@", ifname.c_str(), nullptr) != 0) {
+    if (start_ipv4_dhcp(ifname, path) != NM_OK) {
         NM_LOG(Error) << "Enable dhclient fail. Interface: " << ifname;
         return NM_EXIT(NM_ERR_SERVICE);
     }

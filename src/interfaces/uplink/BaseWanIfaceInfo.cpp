@@ -117,6 +117,10 @@ void BaseWanIfaceInfo::read_runtime_state() {
         NM_LOG(Debug) << "ppp runtime ifindex: " << ifindex;
         return;
     }
+    if (is_pppoe) {
+        NM_LOG(Debug) << run_ifname << " get ifindex failed.";  // a session that is down is no fault
+        return;
+    }
     NM_LOG(Error) << run_ifname << " get ifindex failed.";
 }
 

@@ -65,7 +65,7 @@ int UplinkIfaceInfo::setup_ipv4_session(uint32_t opt) {
 int UplinkIfaceInfo::setup_ipv4_dhcp(int mode) {
     if (mode == 1) {
         NM_LOG(Debug) << "Enable dhcp";
-        if (service_start("nm-dhclient@", ifname.c_str(), nullptr) != NM_OK) {
+        if (start_ipv4_dhcp(ifname, path) != NM_OK) {
             NM_LOG(Error) << "Enable dhclient fail. Interface: " << ifname;
             return NM_ERR_SERVICE;
         }
@@ -229,6 +229,10 @@ int UplinkIfaceInfo::set_dhcp_source_route(DHCP_INFO& info, std::string& act) {
     if (act != "add" && act != "del") {
         NM_LOG(Error) << "Unknown act: " << act;
         return NM_ERR_BAD_ACT;
+    }
+    if (ifindex == 0 && act == "del" && has_session()) {
+        NM_LOG(Debug) << run_ifname << " has gone, and its routes with it.";
+        return NM_OK;
     }
     if (ifindex == 0) {
         NM_LOG(Error) << "No such iface: " << run_ifname;
