@@ -168,9 +168,7 @@ TEST_F(LeaseEvent, OfASessionMayBeWorkedInAnyOrder) {
                                                    {{"up", "alter"}, fixed},
                                                    {{"up", "delete"}, ""},
                                                    {{"up", "down", "alter"}, fixed},
-                                                   {{"up", "down", "delete"}, ""},
-                                                   {{"up", "redial", "alter"}, fixed},
-                                                   {{"up", "redial", "delete"}, ""}};
+                                                   {{"up", "down", "delete"}, ""}};
     const LogTail log;
     for (const auto& [story, expected] : cases) {
         std::vector<size_t> choices, counts;
