@@ -46,6 +46,24 @@ check_nm_bin() {
         "$(nm_bin --json Setup_wanif '[' | jq -c '[.code, .name, .meaning]')"
 }
 
+# completes EXPECTED WORD...: what the last word is completed to.
+completes() {
+    local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    _nm_bin
+    same "completion of ${*:2}" "$1" "${COMPREPLY[*]}"
+}
+
+check_completion() {
+    # shellcheck source=/dev/null
+    source /usr/share/bash-completion/completions/nm_bin
+    completes "Apply_segment" Apply_se
+    completes "Setup_wanif" --json Setup_wanif
+    completes "--json" --j
+    completes "/etc/hosts" Apply_firewall /etc/hosts
+    completes "/etc/hosts" --json Apply_policy new.json /etc/hosts
+    completes "@/etc/hosts" Setup_wanif @/etc/hosts
+}
+
 check_vsh() {
     serve ncaas ncaas
     runs "vsh without a request" '0 \{"data":"VM","error":0\}\[]' vsh ncaas.get_model
@@ -61,6 +79,7 @@ check_vsh() {
 }
 
 check_nm_bin
+check_completion
 check_vsh
 for page in man8/nm_bin.8 man1/vsh.1; do
     if command -v man >/dev/null; then
