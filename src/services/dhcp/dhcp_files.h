@@ -1,10 +1,12 @@
-// Where the files of an interface's DHCP server and relay lie, and the lock that guards all of them.
+// The names of an interface's DHCP server and relay: units, files, and the lock that guards all of them.
 #pragma once
 
 #include <string>
 
 namespace nm {
 
+constexpr const char* kDhcpServerUnit = "nm-dhcpd@";
+constexpr const char* kDhcpRelayUnit = "nm-dhcrelay@";
 constexpr const char* kDhcpDirectory = "/etc/networkmanagement/dhcp/";
 constexpr const char* kDhcpLock = "dhcpservice";
 

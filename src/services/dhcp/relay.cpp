@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr const char* kRelayUnit = "nm-dhcrelay@";
-
 /// The interface behind which the kernel sees the address; empty if there is no route.
 std::string upstream_of(const std::string& address) {
     const std::string command = "echo $(ip ro get " + address +
@@ -112,9 +110,9 @@ int DhcpService::start_relay() {
         return NM_EXIT(ret);
     }
     NM_LOG(Info) << "Enable dhcrelay, iface: " << ifname;
-    ret = service_start(kRelayUnit, ifname.c_str(), nullptr);
+    ret = service_start(nm::kDhcpRelayUnit, ifname.c_str(), nullptr);
     if (ret != NM_OK) {
-        NM_LOG(Error) << "Start '" << kRelayUnit << ifname << "' failed, ret=" << ret;
+        NM_LOG(Error) << "Start '" << nm::kDhcpRelayUnit << ifname << "' failed, ret=" << ret;
         return NM_EXIT(NM_ERR_SERVICE);
     }
     NM_LOG(Info) << "Enable dhcrelay ok. Interface: " << ifname;

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr const char* kServerUnit = "nm-dhcpd@";
-
 constexpr const char* kGlobals =
     "ddns-update-style interim;\n"
     "allow booting;\n"
@@ -175,9 +173,9 @@ int DhcpService::start_server() {
         (void)writeValue(leases, "", true);  // Logged; the daemon does not start without it.
     }
     NM_LOG(Info) << "Enable dhcpd, iface: " << ifname;
-    ret = service_start(kServerUnit, ifname.c_str(), nullptr);
+    ret = service_start(nm::kDhcpServerUnit, ifname.c_str(), nullptr);
     if (ret != NM_OK) {
-        NM_LOG(Error) << "Start service '" << kServerUnit << ifname << "' failed, ret=" << ret;
+        NM_LOG(Error) << "Start service '" << nm::kDhcpServerUnit << ifname << "' failed, ret=" << ret;
         return NM_EXIT(NM_ERR_SERVICE);
     }
     NM_LOG(Info) << "Enable dhcp server ok. Interface: " << ifname;
@@ -185,7 +183,7 @@ int DhcpService::start_server() {
 }
 
 int DhcpService::kill_service_proc() {
-    const char* const unit = service_type == "RELAY" ? "nm-dhcrelay@" : kServerUnit;
+    const char* const unit = service_type == "RELAY" ? nm::kDhcpRelayUnit : nm::kDhcpServerUnit;
     if (service_status(unit, ifname.c_str(), nullptr) != NM_OK) {
         NM_LOG(Info) << "dhcpd is already dead. Interface: " << ifname;
         return NM_OK;
