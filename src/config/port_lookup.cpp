@@ -166,10 +166,7 @@ int get_ifacetype_by_ifname(std::string ifname, std::string path) {
 }
 
 int get_portname_by_ifname(std::string ifname, Json::Value root, std::string& port) {
-    const size_t prefix = ifname.find(kPppPrefix);
-    const std::string device = prefix == std::string::npos
-                                   ? ifname
-                                   : ifname.substr(prefix + std::char_traits<char>::length(kPppPrefix));
+    const std::string device = nm::device_of(ifname);
     for (const char* section : {"WAN_PORT", "LAN_PORT"}) {
         const Json::Value& ports = nm::json_member(root, section);
         for (auto entry = ports.begin(); entry != ports.end(); ++entry) {
@@ -327,6 +324,13 @@ int wan_id_of(const Json::Value& root, const Json::Value& info, const std::strin
 
 std::string ppp_ifname(const std::string& name) {
     return kPppPrefix + name;
+}
+
+std::string device_of(const std::string& ifname) {
+    const size_t prefix = ifname.find(kPppPrefix);
+    return prefix == std::string::npos
+               ? ifname
+               : ifname.substr(prefix + std::char_traits<char>::length(kPppPrefix));
 }
 
 }  // namespace nm

@@ -21,4 +21,7 @@ int wan_id_of(const Json::Value& root, const Json::Value& info, const std::strin
 /// `name` as PPPoE traffic runs on it.
 std::string ppp_ifname(const std::string& name);
 
+/// The device below a name that PPPoE traffic runs on; any other name as it is.
+std::string device_of(const std::string& ifname);
+
 }  // namespace nm

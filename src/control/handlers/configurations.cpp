@@ -1,10 +1,11 @@
 // The handlers of stored documents: fetch, apply, and keep what is in force or put it back.
 #include <cstdlib>
+#include <mutex>
 #include <string>
 
 #include "config/migration.h"
 #include "config/nmconfig.h"
-#include "control/handlers/vs_reply.h"
+#include "control/handlers/works.h"
 #include "log.h"
 #include "peers/bus/qos_rate.h"
 #include "peers/bus/service_bus.h"
@@ -21,17 +22,23 @@
 
 namespace {
 
-constexpr const char* kMain = "MAIN";
 constexpr bool kFileAlone = true;  // third argument of json_mem_to_file()
 
-/// A stored document, the copy of what is in force, and what is done with it.
+/// A stored document, the copy of what is in force, and what is done with it. What may be null says so.
 struct Configuration {
     const char* path;
     const char* current;
+    /// Stored where there is none yet; may be null.
+    const char* fallback;
     int (*migrate)(Json::Value& config);
     int (*apply)(Json::Value& old_config, Json::Value& new_config, std::string& error);
     /// What follows an apply that worked; its failure is answered, but the document stays. May be null.
     int (*complete)(Json::Value& old_config, Json::Value& new_config, std::string& error);
+    /// Takes back what an apply that failed has changed; the stored document is the old one by then.
+    /// `old_config` is null if nothing was in force. May be null.
+    void (*undo)(Json::Value& old_config, Json::Value& new_config);
+    /// One request at a time: each replaces what the copy says is in force.
+    mutable std::mutex turn{};
 };
 
 int read_document(const char* path, Json::Value& document) {
@@ -50,34 +57,34 @@ int write_document(const char* path, Json::Value& document, bool force_file) {
     return ret;
 }
 
-/// Stores again what is in force. After a boot there may be nothing yet; the document stays then.
-void put_back(const char* path, const Json::Value& in_force) {
-    if (in_force.isNull()) {
-        NM_LOG(Error) << "Nothing was in force before, keep " << path;
-        return;
-    }
-    Json::Value document = in_force;
-    (void)write_document(path, document, kFileAlone);  // logged; the failure that led here is answered
-}
-
 /// The copy of what is in force, null if there is none.
 Json::Value read_in_force(const char* path) {
     Json::Value in_force;
-    if (!is_file_exists(path) || read_document(path, in_force) < 0) {
-        return Json::Value();
-    }
-    return in_force;
+    return json_file_to_mem(path, in_force) == NM_OK && in_force.isObject() ? in_force : Json::Value();
 }
 
-int apply(const Configuration& configuration, const Json::Value& in_force, Json::Value& document,
-          std::string& error) {
+/// Stores again what is in force. After a boot there may be nothing yet; the document stays then.
+void put_back(const Configuration& configuration, Json::Value in_force, Json::Value& document) {
+    if (in_force.isNull()) {
+        NM_LOG(Error) << "Nothing was in force before, keep " << configuration.path;
+    } else {
+        // Logged; the failure that led here is answered.
+        (void)write_document(configuration.path, in_force, kFileAlone);
+    }
+    if (configuration.undo != nullptr) {
+        configuration.undo(in_force, document);
+    }
+}
+
+int apply(const Configuration& configuration, Json::Value& document, std::string& error) {
+    const Json::Value in_force = read_in_force(configuration.current);
     Json::Value old_config = in_force;
     int ret = configuration.migrate(document);
     if (ret == NM_OK) {
         ret = configuration.apply(old_config, document, error);
     }
     if (ret != NM_OK) {
-        put_back(configuration.path, in_force);
+        put_back(configuration, in_force, document);
         return ret;
     }
     ret = configuration.complete != nullptr ? configuration.complete(old_config, document, error) : NM_OK;
@@ -85,13 +92,24 @@ int apply(const Configuration& configuration, const Json::Value& in_force, Json:
     return ret != NM_OK ? ret : kept;
 }
 
+/// The service may have a document where the device has none, so a failure here is not the end.
+void provide(const Configuration& configuration) {
+    Json::Value document;
+    if (configuration.fallback != nullptr && !is_file_exists(configuration.path) &&
+        read_document(configuration.fallback, document) == NM_OK) {
+        (void)write_document(configuration.path, document, !kFileAlone);  // logged; reading it tells
+    }
+}
+
 nm::Answer set_up(const Configuration& configuration) {
+    const std::lock_guard turn(configuration.turn);
+    provide(configuration);
     sync_file(configuration.path);
     Json::Value document;
     std::string error;
     int ret = read_document(configuration.path, document);
     if (ret >= 0) {
-        ret = apply(configuration, read_in_force(configuration.current), document, error);
+        ret = apply(configuration, document, error);
     }
     return {ret, error};
 }
@@ -113,15 +131,23 @@ int apply_firewall(Json::Value& old_config, Json::Value& new_config, std::string
     return setup_firewall(old_config, new_config, "mangle", "FIREWALL", error);
 }
 
+void undo_switches(Json::Value& old_config, Json::Value&) {
+    set_up_switches(old_config);
+}
+
 /// Forwards that are refused leave the old ones, in the stored document as well.
 int apply_forwards(Json::Value& old_config, Json::Value& new_config, std::string& error) {
-    if (!new_config.isMember("PORT_FORWARDING")) {
+    constexpr const char* kForwards = "PORT_FORWARDING";
+    if (!new_config.isMember(kForwards)) {
         return NM_OK;
     }
-    Json::Value old_rules = nm::json_member(old_config, "PORT_FORWARDING");
-    const int ret = setup_dnat(old_rules, new_config["PORT_FORWARDING"], error, kDeviceInfoPath);
+    Json::Value old_rules = nm::json_member(old_config, kForwards);
+    const int ret = setup_dnat(old_rules, new_config[kForwards], error, kDeviceInfoPath);
     if (ret != NM_OK) {
-        new_config["PORT_FORWARDING"] = old_rules;
+        new_config[kForwards] = old_rules;
+        if (old_rules.isNull()) {
+            new_config.removeMember(kForwards);
+        }
         (void)write_document("/etc/networkmanagement/firewall.json", new_config, kFileAlone);  // logged
     }
     return ret;
@@ -132,111 +158,130 @@ int apply_policy(Json::Value& old_config, Json::Value& new_config, std::string& 
     return ret != NM_OK ? ret : setup_firewall(old_config, new_config, "mangle", "STEER", error);
 }
 
-nm::Answer set_up_firewall(const Json::Value&) {
-    return set_up({"/etc/networkmanagement/firewall.json", "/var/run/network/firewall.curr", migrate_firewall,
-                   apply_firewall, apply_forwards});
+/// Each chain is replaced in one step, but classes that were accepted must not outlive their steering.
+void undo_classes(Json::Value& old_config, Json::Value& new_config) {
+    std::string error;
+    if (!old_config.isNull()) {
+        (void)setup_firewall_policy(new_config, old_config, error);  // logged
+    }
 }
 
-nm::Answer set_up_policy(const Json::Value&) {
-    return set_up({"/etc/networkmanagement/policy.json", "/var/run/network/policy.curr", migrate_policy,
-                   apply_policy, nullptr});
+template <int (*apply)(Json::Value& config, std::string path)>
+int apply_routes(Json::Value&, Json::Value& new_config, std::string& error) {
+    const int ret = apply(new_config, kDeviceInfoPath);
+    if (ret != NM_OK) {
+        error = "setup_static_route fail. ret = " + std::to_string(ret);
+        NM_LOG(Error) << error;
+    }
+    return ret;
 }
 
-nm::Answer set_up_segment(const Json::Value&) {
-    return set_up({"/etc/networkmanagement/segment.json", "/var/run/network/segment.curr",
-                   migrate_firewall_seg, setup_firewall_segment, nullptr});
+/// The first route that is refused leaves the tables half filled.
+template <int (*apply)(Json::Value& config, std::string path)>
+void undo_routes(Json::Value& old_config, Json::Value&) {
+    if (!old_config.isNull()) {
+        (void)apply(old_config, kDeviceInfoPath);  // logged
+    }
 }
 
 /// Routes are kept as they were migrated, in the stored document too.
-nm::Answer set_up_routes(const char* path, const char* current,
-                         int (*apply_routes)(Json::Value& config, std::string path)) {
-    sync_file(path);
-    Json::Value document;
-    int ret = read_document(path, document);
-    if (ret < 0) {
-        return {ret, ""};
-    }
-    ret = apply_routes(document, kDeviceInfoPath);
-    if (ret != NM_OK) {
-        NM_LOG(Error) << "setup_static_route fail. ret = " << ret;
-        put_back(path, read_in_force(current));
-        return {ret, ""};
-    }
-    ret = write_document(path, document, !kFileAlone);
-    const int kept = write_document(current, document, !kFileAlone);
-    return {ret < 0 ? ret : kept, ""};
+template <const char* path>
+int keep_routes(Json::Value&, Json::Value& new_config, std::string&) {
+    return write_document(path, new_config, !kFileAlone);
 }
 
-nm::Answer set_up_ip4_routes(const Json::Value&) {
-    return set_up_routes("/etc/networkmanagement/static_route.json", "/var/run/network/static_route.curr",
-                         setup_static_route);
+/// Routes are migrated where they are set up.
+int migrate_with_routes(Json::Value&) {
+    return NM_OK;
 }
 
-nm::Answer set_up_ip6_routes(const Json::Value&) {
-    return set_up_routes("/etc/networkmanagement/static_route6.json", "/var/run/network/static_route6.json",
-                         setup_static_route6);
-}
+constexpr char kRoutes[] = "/etc/networkmanagement/static_route.json";
+constexpr char kRoutes6[] = "/etc/networkmanagement/static_route6.json";
+constexpr char kQos[] = "/etc/networkmanagement/qos.json";
 
-constexpr const char* kQosPath = "/etc/networkmanagement/qos.json";
-constexpr const char* kQosCurrent = "/var/run/network/qos.json";
-constexpr int kQosChange = 3;
-
-int provide_qos() {
-    if (is_file_exists(kQosPath)) {
-        return NM_OK;
-    }
-    Json::Value document;
-    const int ret = read_document("/usr/lib/networkmanagement/etc/default_config/qos.json", document);
-    return ret < 0 ? ret : write_document(kQosPath, document, !kFileAlone);
-}
-
-/// The service reads the document itself: rates that are refused are followed by the old ones.
-nm::Answer set_up_qos(const Json::Value&) {
-    Json::Value document;
-    int ret = provide_qos();
-    if (ret >= 0) {
-        sync_file(kQosPath);
-        ret = read_document(kQosPath, document);
-    }
-    if (ret >= 0) {
-        ret = migrate_qos(document);
-    }
-    if (ret < 0) {
-        return nm::code_answer(ret);
-    }
-    const Json::Value in_force = read_in_force(kQosCurrent);
-    ret = setup_qos_rate(kDeviceInfoPath, kQosPath, kQosChange);
+/// The service reads the document itself.
+int apply_rates(Json::Value&, Json::Value&, std::string&) {
+    constexpr int kChange = 3;
+    const int ret = setup_qos_rate(kDeviceInfoPath, kQos, kChange);
     if (ret != NM_OK) {
         NM_LOG(Error) << "Setup_qos fail. ret = " << ret;
-        put_back(kQosPath, in_force);
-        (void)setup_qos_rate(kDeviceInfoPath, kQosPath, kQosChange);  // the first failure is answered
-        return nm::code_answer(ret);
     }
-    return nm::code_answer(write_document(kQosCurrent, document, !kFileAlone));
+    return ret;
+}
+
+void undo_rates(Json::Value& old_config, Json::Value& new_config) {
+    std::string error;
+    (void)apply_rates(old_config, new_config, error);  // the first failure is answered
 }
 
 }  // namespace
 
-int Setup_firewall(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_firewall});
+namespace nm::work {
+
+Answer set_up_firewall(const Json::Value&) {
+    static const Configuration firewall{"/etc/networkmanagement/firewall.json",
+                                        "/var/run/network/firewall.curr",
+                                        nullptr,
+                                        migrate_firewall,
+                                        apply_firewall,
+                                        apply_forwards,
+                                        undo_switches};
+    return set_up(firewall);
 }
 
-int Setup_policy(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_policy});
+Answer set_up_policy(const Json::Value&) {
+    static const Configuration policy{"/etc/networkmanagement/policy.json",
+                                      "/var/run/network/policy.curr",
+                                      nullptr,
+                                      migrate_policy,
+                                      apply_policy,
+                                      nullptr,
+                                      undo_classes};
+    return set_up(policy);
 }
 
-int Setup_segment(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_segment});
+Answer set_up_segment(const Json::Value&) {
+    static const Configuration segment{"/etc/networkmanagement/segment.json",
+                                       "/var/run/network/segment.curr",
+                                       nullptr,
+                                       migrate_firewall_seg,
+                                       setup_firewall_segment,
+                                       nullptr,
+                                       nullptr};
+    return set_up(segment);
 }
 
-int Setup_static_route(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_ip4_routes});
+Answer set_up_ip4_routes(const Json::Value&) {
+    static const Configuration routes{kRoutes,
+                                      "/var/run/network/static_route.curr",
+                                      nullptr,
+                                      migrate_with_routes,
+                                      apply_routes<setup_static_route>,
+                                      keep_routes<kRoutes>,
+                                      undo_routes<setup_static_route>};
+    return set_up(routes);
 }
 
-int SetupStaticRoute6(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_ip6_routes});
+Answer set_up_ip6_routes(const Json::Value&) {
+    static const Configuration routes{kRoutes6,
+                                      "/var/run/network/static_route6.json",
+                                      nullptr,
+                                      migrate_with_routes,
+                                      apply_routes<setup_static_route6>,
+                                      keep_routes<kRoutes6>,
+                                      undo_routes<setup_static_route6>};
+    return set_up(routes);
 }
 
-int Setup_qos(vs_io* io, int socket) {
-    return nm::serve(io, socket, __PRETTY_FUNCTION__, {kMain, false, set_up_qos});
+Answer set_up_qos(const Json::Value&) {
+    static const Configuration rates{kQos,
+                                     "/var/run/network/qos.json",
+                                     "/usr/lib/networkmanagement/etc/default_config/qos.json",
+                                     migrate_qos,
+                                     apply_rates,
+                                     nullptr,
+                                     undo_rates};
+    return set_up(rates);
 }
+
+}  // namespace nm::work

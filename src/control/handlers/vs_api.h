@@ -16,6 +16,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <vector>
 
 /// A request and, later, its reply (vservice.h).
 typedef struct vs_io vs_io;
@@ -25,11 +26,23 @@ typedef struct vs_io vs_io;
 /// Sends the reply above with any `data`, then frees `io` and closes `socket`: neither may be used any more.
 void vs_reply_free(vs_io* io, int socket, int error, const Json::Value& data, std::string version);
 
+/// A row of the table of all methods, from which the daemon registers them and their documentation is made.
+struct vs_api_method {
+    const char* name;
+    int (*handler)(vs_io* io, int socket);
+    const char* arguments;  ///< names, separated by blanks; a method without any reads no text
+    const char* reply;      ///< what `data` is; empty if the reply has none
+    const char* codes;      ///< its codes besides those of all methods
+    const char* log;        ///< the log that it is reported in: "MAIN", or "API" for what changes no network
+};
+std::vector<vs_api_method> vs_api_methods();
+
 extern "C" {
 
 /// The documents of the packet policy and of the static routes, from /etc/networkmanagement/: fetched,
 /// applied, and kept as what is in force (/var/run/network/*.curr). If the apply fails the stored document
-/// goes back to what was in force; without such a copy it stays. `data` names the rule that was refused.
+/// goes back to what was in force, and so do the rules; without such a copy the document stays. `data` names
+/// the rule that was refused. Requests about one document are worked one after the other.
 ///
 /// A firewall whose forwards fail keeps its rules in force and its old forwards; the reply has their error.
 int Setup_firewall(vs_io* io, int socket);
@@ -62,11 +75,11 @@ int SetupVelanDeamons(vs_io* io, int socket);
 /// NM_ERR_BAD_TYPE for an interface without DHCP; NM_ERR_LOCK.
 int RenewDHCPClientIP(vs_io* io, int socket);
 
-/// Writes to the system's log that the link of `ifname` came ("up") or went (any other `carrier`).
+/// Writes to the system's log that the link of `ifname` came (`carrier` "up" or "1") or went ("down", "0").
 int SyslogCarrierStat(vs_io* io, int socket);
 
-/// Writes message `msg_id` of category `cat_id` with the values `args` (a list) at `level` to the system's
-/// log. No `data`.
+/// Writes message `msg_id` of category `cat_id` with the values `args` (a list) to the system's log, at
+/// `level`, a severity of RFC 5424 by number or name ("err"); by default 5, "notice". No `data`.
 int FB_log(vs_io* io, int socket);
 
 /// Counters of all ports of the kind since their devices were made, by device.

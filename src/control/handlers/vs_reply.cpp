@@ -1,100 +1,113 @@
 // Requests of the service bus, read and answered.
 #include "control/handlers/vs_reply.h"
 
-#include <unistd.h>
 #include <vservice.h>
 
 #include <cstdlib>
+#include <memory>
 
 #include "config/nmconfig.h"
 #include "control/setup_frame.h"
 #include "log.h"
-#include "result_codes.h"
+#include "utils/handles.h"
 #include "utils/json_text.h"
 
 namespace {
 
-void send_reply(vs_io* io, int socket, const Json::Value& reply) {
-    const std::string text = nm::write_compact_json(reply);
-    (void)vs_io_realloc(io, 0);
-    if (vs_io_write(io, text.data(), text.size()) != 0 || vs_reply(io) != 0) {
-        NM_LOG(Error) << "vs_reply failed.";
-    }
-    vs_io_free(io);
-    close(socket);
-}
+/// A request's handles, given back in the order that the bus wants: the io, then the socket.
+class Request {
+public:
+    Request(vs_io* io, int socket) : socket_(socket), io_(io, vs_io_free) {}
 
-Json::Value envelope(int error, const char* version) {
+    std::string text() const {
+        char* text = nullptr;
+        const size_t length = vs_io_read(io_.get(), &text);
+        return text != nullptr ? std::string(text, length) : "";
+    }
+
+    /// Whether the reply went out. One that the bus refuses for its size may be followed by a smaller one.
+    bool reply(const Json::Value& reply) {
+        const std::string text = nm::write_compact_json(reply);
+        return vs_io_realloc(io_.get(), 0) == 0 && vs_io_write(io_.get(), text.data(), text.size()) == 0 &&
+               vs_reply(io_.get()) == 0;
+    }
+
+private:
+    nm::FileDescriptor socket_;
+    std::unique_ptr<vs_io, void (*)(vs_io*)> io_;
+};
+
+Json::Value envelope(int error, const std::string& version) {
     Json::Value reply;
     reply["error"] = error;
     reply["meta"]["version"] = version;
     return reply;
 }
 
-void send_answer(vs_io* io, int socket, const nm::Answer& answer) {
-    Json::Value reply = envelope(answer.error, answer.version);
-    if (answer.has_data) {
+void send_reply(Request& request, const Json::Value& reply) {
+    if (request.reply(reply)) {
+        return;
+    }
+    NM_LOG(Error) << "vs_reply failed.";
+    // A caller that is gone gets neither; one whose answer is too long for the bus learns that much.
+    (void)request.reply(envelope(NM_ERR_BUFFER, reply["meta"]["version"].asString()));
+}
+
+nm::Answer answer_request(const Request& request, const nm::Method& method) {
+    Json::Value arguments(Json::objectValue);
+    if (*method.facts.arguments == '\0') {
+        return method.work(arguments);
+    }
+    const std::string text = request.text();
+    if (text.empty()) {
+        return nm::refuse(method.unread);
+    }
+    if (!nm::parse_json(text, arguments)) {
+        return nm::refuse(method.unparsed);
+    }
+    return arguments.isObject() ? method.work(arguments) : nm::refuse(method.misformed);
+}
+
+int answer_and_reply(Request& request, const nm::Method& method) {
+    nm::Answer answer{NM_OK, Json::Value()};
+    answer.error = nm::shielded([&] {
+        answer = answer_request(request, method);
+        return answer.error;
+    });
+    Json::Value reply = envelope(answer.error, method.version);
+    if (*method.facts.reply != '\0') {
         reply["data"] = answer.data;
     }
-    send_reply(io, socket, reply);
-}
-
-nm::Answer refuse(const nm::Refusal& refusal) {
-    NM_LOG(Error) << refusal.words;
-    return {refusal.error, refusal.words};
-}
-
-nm::Answer answer_request(vs_io* io, const nm::Handler& handler) {
-    Json::Value arguments(Json::objectValue);
-    if (!handler.takes_arguments) {
-        return handler.work(arguments);
-    }
-    char* text = nullptr;
-    const size_t length = vs_io_read(io, &text);
-    if (length == 0 || text == nullptr) {
-        return refuse(handler.unread);
-    }
-    if (!nm::parse_json(std::string(text, length), arguments)) {
-        return refuse(handler.unparsed);
-    }
-    if (!arguments.isObject()) {
-        return refuse({NM_ERR_BAD_FORMAT, "root is not valid format"});
-    }
-    return handler.work(arguments);
+    send_reply(request, reply);
+    return answer.error;
 }
 
 }  // namespace
 
 void vs_reply_free(vs_io* io, int socket, int error, const Json::Value& data, std::string version) {
-    Json::Value reply = envelope(error, version.c_str());
+    Request request(io, socket);
+    Json::Value reply = envelope(error, version);
     reply["data"] = data;
-    send_reply(io, socket, reply);
+    send_reply(request, reply);
 }
 
 namespace nm {
 
-Answer code_answer(int error) {
-    return {error, Json::Value(), false};
+int serve(vs_io* io, int socket, const Method& method) {
+    Request request(io, socket);
+    const std::string signature = "int " + std::string(method.facts.name) + "(vs_io*, int)";
+    return run_entry(
+        signature.c_str(), [&] { return answer_and_reply(request, method); }, method.facts.log);
 }
 
-int serve(vs_io* io, int socket, const char* signature, const Handler& handler) {
-    return run_entry(
-        signature,
-        [=, &handler] {
-            Answer answer{NM_OK, Json::Value()};
-            const int ret = shielded([&] {
-                answer = answer_request(io, handler);
-                return answer.error;
-            });
-            answer.error = ret;
-            send_answer(io, socket, answer);
-            return ret;
-        },
-        handler.category);
+Answer refuse(const Refusal& refusal) {
+    NM_LOG(Error) << refusal.words;
+    return {refusal.error, refusal.words};
 }
 
 std::string text_argument(const Json::Value& arguments, const char* key, const std::string& fallback) {
-    const std::string text = json_string_or(arguments, key, "");
+    const Json::Value& value = json_member(arguments, key);
+    const std::string text = value.isConvertibleTo(Json::stringValue) ? value.asString() : "";
     return text.empty() ? fallback : text;
 }
 

@@ -1,4 +1,5 @@
-// A handler's side of the service bus: reading the arguments of a request, and the one reply to it.
+// A handler's side of the service bus: what a method is made of, reading the arguments of a request, and the
+// one reply to it.
 #pragma once
 
 #include <json/value.h>
@@ -10,16 +11,11 @@
 
 namespace nm {
 
-/// What a handler answers. Without `has_data` the reply carries no payload.
+/// What a method answers. `data` is sent by methods whose row describes one.
 struct Answer {
     int error;
     Json::Value data;
-    bool has_data = true;
-    const char* version = "1.1";
 };
-
-/// An answer that is a result code alone.
-Answer code_answer(int error);
 
 /// What a request that cannot be worked is answered with.
 struct Refusal {
@@ -27,21 +23,27 @@ struct Refusal {
     const char* words;
 };
 
-/// A row for each handler: the category of its log, its work, which is given the arguments, an object, and
-/// how it refuses a request without a text and one that is not JSON.
-struct Handler {
-    const char* category;
-    bool takes_arguments;
+/// A method: its row of the public table, its work, which is given the arguments, an object, the version of
+/// its replies, and how it refuses a request without a text, one that is not JSON, and JSON that is not an
+/// object.
+struct Method {
+    vs_api_method facts;
     Answer (*work)(const Json::Value& arguments);
+    const char* version = "1.1";
     Refusal unread{NM_ERR_BUS_READ, "IO Read failed."};
     Refusal unparsed{NM_ERR_PARSE, "Json parse failed."};
+    Refusal misformed{NM_ERR_BAD_FORMAT, "root is not valid format"};
 };
 
-/// Works one request: sets up the log, reads and parses the arguments, keeps exceptions inside, replies.
-/// `signature` is the handler's __PRETTY_FUNCTION__. The code that was answered.
-int serve(vs_io* io, int socket, const char* signature, const Handler& handler);
+/// Works one request: sets up the log, reads and parses the arguments, keeps exceptions inside, replies, and
+/// gives `io` and `socket` back. The code that was answered.
+int serve(vs_io* io, int socket, const Method& method);
 
-/// Argument `key` as a text; `fallback` if it is absent, not a text or empty.
+/// Logs the words and answers them.
+Answer refuse(const Refusal& refusal);
+
+/// Argument `key` as a text, a number or a boolean written out; `fallback` if it is absent, empty or of
+/// another type.
 std::string text_argument(const Json::Value& arguments, const char* key, const std::string& fallback = "");
 
 /// Argument `key` as a number: a JSON integer, a boolean or a decimal text; 0 for anything else.
