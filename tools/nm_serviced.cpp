@@ -63,7 +63,8 @@ void notify(const std::string& state) {
     }
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(path));
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (sendto(fd, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address), length) < 0) {
+    if (sendto(fd, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address), length) <
+        0) {
         std::cerr << "nm_serviced: the manager cannot be notified: " << std::strerror(errno) << '\n';
     }
     close(fd);

@@ -328,9 +328,8 @@ std::string ppp_ifname(const std::string& name) {
 
 std::string device_of(const std::string& ifname) {
     const size_t prefix = ifname.find(kPppPrefix);
-    return prefix == std::string::npos
-               ? ifname
-               : ifname.substr(prefix + std::char_traits<char>::length(kPppPrefix));
+    return prefix == std::string::npos ? ifname
+                                       : ifname.substr(prefix + std::char_traits<char>::length(kPppPrefix));
 }
 
 }  // namespace nm

@@ -1,0 +1,386 @@
+// The handlers as a caller of the bus sees them: arguments of all kinds, documents that are kept or put back,
+// records in the system's log, and what is left behind.
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <optional>
+
+#include "bus_world.h"
+#include "config/nmconfig.h"
+#include "result_codes.h"
+#include "stand_in.h"
+#include "utils/handles.h"
+
+using namespace fixture;
+
+namespace {
+
+testing::Environment* const served = testing::AddGlobalTestEnvironment(new ServedMethods);
+
+const std::string kStore = "/etc/networkmanagement/", kRun = "/var/run/network/";
+const std::string kRestore = "/sbin/iptables-restore";
+
+const std::string kDevice =
+    "{'WAN_PORT':{'PORT3':{'INTERFACE':'swdev3'},'PORT4':{'INTERFACE':'swdev4'}},"
+    "'RGLINK_PORT':{'PORT5':{'INTERFACE':'swdev5'}},'PRIVATE_PORT':{'PORT6':{'INTERFACE':'lo'}},"
+    "'LAN_PORT':{'PORT7':{'INTERFACE':'swdev7','MODE':'trunk'}},"
+    "'WAN_IFACE_INFO':{'swdev3':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.3.0.1','IP4_PREFIX':'24',"
+    "'IP6_DHCP_PD':'ENABLED'},'swdev4':{'IP4_TYPE':'PPPOE'}},"
+    "'RGLINK_IFACE_INFO':{'swdev5':{'IP4_TYPE':'DHCP'}},"
+    "'LAN_IFACE_INFO':{'lo':{'IP4_TYPE':'STATIC'},'br_v0':{}},'META':{'VERSION':'1'},'dbversion':'7'}";
+
+struct Handlers : testing::Test {
+    const File booted{"/var/run/network/.boot_fin"}, device{kDeviceInfoPath, quoted(kDevice)};
+};
+
+/// Every method, with every kind of request that holds no arguments.
+TEST_F(Handlers, RefuseWhatIsNoRequest) {
+    const std::string mebibyte(1 << 20, 'x');
+    const std::pair<std::string, std::string> requests[] = {
+        {"", "-1603 IO Read failed."},
+        {"{", "-1032 Json parse failed."},
+        {mebibyte, "-1032 Json parse failed."},
+        {nested(5000), "-1032 Json parse failed."},
+        {"[]", "-1012 root is not valid format"},
+        {"'" + mebibyte + "'", "-1012 root is not valid format"},
+        {"7", "-1012 root is not valid format"}};
+    int methods = 0;
+    for (const vs_api_method& method : vs_api_methods()) {
+        const std::string name = method.name;
+        methods += *method.arguments != '\0';
+        for (auto [request, answer] : requests) {
+            if (name == "SetupVelanDeamons") {
+                answer = request.empty() ? "-1604" : "-1901";
+            }
+            if (name == "Setup_vvpn" && request.empty()) {
+                answer = "-1603 IO read failed.";
+            }
+            if (*method.reply == '\0') {
+                answer = answer.substr(0, 5);
+            }
+            if (*method.arguments != '\0') {
+                EXPECT_EQ(ask(name, request), answer) << name << " " << request.substr(0, 10);
+            }
+        }
+    }
+    EXPECT_EQ(methods, 17);
+    EXPECT_EQ(call_bus("GetConfigsMetaInfo", "["),
+              "{\"data\":\"Json parse failed.\",\"error\":-1032,\"meta\":{\"version\":\"1.0\"}}\n");
+}
+
+TEST_F(Handlers, JudgeTheirArguments) {
+    const File file(kStore + "vpn.json", "{}");
+    const FakeService overlay("VelanWsd.service", {{"Setup_vbelt_server", "{'error':-7}"}});
+    const FakeService daemons("das", {{"apply_devid_mgmt", "{\"error\":0}"}});
+    const std::string vpn = ",'path':'/etc/networkmanagement/vpn.json'";
+    const struct {
+        std::string method, request, answer;
+    } cases[] = {
+        {"Setup_vvpn", "{'type':'local_vbelt'}", "-1022 Arg. [type] or [path] should not be empty!"},
+        {"Setup_vvpn", "{'type':[]" + vpn + "}", "-1022 Arg. [type] or [path] should not be empty!"},
+        {"Setup_vvpn", "{'type':'x','path':'/etc'}", "-1020 Arg. [path] config doesn't exist."},
+        {"Setup_vvpn", "{'type':'x'" + vpn + "}", "-1001 Arg. [type] is invalid or not supported."},
+        {"Setup_vvpn", "{'type':'velan_vbelt'" + vpn + "}", "-1032 Setup_vbelt_server() failed."},
+        {"SetupVelanDeamons", "{'local_mgmt':'1'}", "-1901"},
+        {"SetupVelanDeamons", "{'local_mgmt':{},'dev_id':'5'}", "-1901"},
+        {"SetupVelanDeamons", "{'local_mgmt':'1','dev_id':5}", "0"},
+        {"RenewDHCPClientIP", "{}", "-1022 Arg. [portname] or [ifname] should not be empty!"},
+        {"RenewDHCPClientIP", "{'portname':'PORT9'}", "-1002 Get ifname failed!"},
+        {"RenewDHCPClientIP", "{'ifname':'swdev9'}", "-1002 Get ifname failed!"},
+        {"RenewDHCPClientIP", "{'portname':'PORT7'}", "-1003 Create WanIfaceInfo instance failed."},
+        {"RenewDHCPClientIP", "{'portname':'PORT3'}", "-1008 IP4_TYPE is not equal to DHCP!"},
+        {"RenewDHCPClientIP", "{'portname':'PORT4'}", "-1008 IP4_TYPE is not equal to DHCP!"},
+        {"RenewDHCPClientIP", "{'ifname':'ppp-swdev4'}", "-1008 IP4_TYPE is not equal to DHCP!"},
+        {"SyslogCarrierStat", "{'carrier':'up'}", "-1022 Arg. [ifname] should not be empty!"},
+        {"SyslogCarrierStat", "{'ifname':'swdev3'}", "-1022 Arg. [carrier] should not be empty!"},
+        {"SyslogCarrierStat", "{'ifname':'swdev9','carrier':'up'}", "-1002 Get portname failed!"},
+        {"SyslogCarrierStat", "{'ifname':'swdev3','carrier':'2'}",
+         "-1001 Arg. [carrier] is invalid or not supported."},
+        {"FB_log", "{'cat_id':'C002'}", "-1022"},
+        {"FB_log", "{'cat_id':'C002','msg_id':1,'level':8}", "-1045"},
+        {"FB_log", "{'cat_id':'C002','msg_id':1,'args':'x'}", "-1012"},
+        {"FB_log", "{'cat_id':'C002','msg_id':1,'args':[[]]}", "-1012"},
+        {"FB_log", "{'cat_id':'C002','msg_id':'a b'}", "-1011"},
+        {"FB_log", "{'cat_id':'C002','msg_id':'1\\n2'}", "-1012"},
+        {"Get_ifname_by_portname", "{}", "-1022 null"},
+        {"Get_ifname_by_portname", "{'portname':'PORT4'}", "0 ppp-swdev4"},
+        {"Get_ifname_by_portname", "{'portname':'PORT5','type':'RGLINK'}", "0 swdev5"},
+        {"Get_ifname_by_portname", "{'portname':'PORT6','type':'PRILINK'}", "0 lo"},
+        {"Get_ifname_by_portname", "{'portname':'PORT7','type':'LAN','path':''}", "0 swdev7"},
+        {"Get_ifname_by_portname", "{'portname':'PORT7','type':'WAN'}", "-1002 null"},
+        {"Get_ifname_by_portname", "{'portname':'PORT7','path':'/none'}", "-1020 null"},
+        {"Get_default_config", "{'type':'../../../shadow'}", "-1001 type is not suuport!"},
+        {"Get_default_config", "{}", "-1001 type is not suuport!"},
+        {"Get_default_config", "{'type':'segment'}", "-1020 null"},
+        {"Get_lanif_list", "", "0 {'lan':['br_v0','lo']}"},
+        {"GetConfigsMetaInfo", "{}", "0 {'device_info.json':{'META':{'VERSION':'1'},'dbversion':'7'}}"},
+        {"GetConfigsMetaInfo", "{'path':'/none'}", "0 {}"},
+        {"GetPrefixDelegationStatus", "{'path':'/none'}", "-1020 null"}};
+    for (const auto& [method, request, answer] : cases) {
+        EXPECT_EQ(ask(method, request), answer) << method << request;
+    }
+}
+
+// ---- Stored documents.
+
+/// A method, its document and its copy, a document that can be applied and one that cannot, and what is
+/// answered then.
+struct Document {
+    std::string method, path, current, good, bad;
+    std::string refusal;
+};
+
+/// Restoring refuses a script that says so, and the service rates with an odd text.
+struct Documents : Handlers {
+    static constexpr const char* kJudge = R"(
+        script=$(</dev/stdin); line=4; printf '%s' "$script"
+        [[ $script != *PORT_FORWARDING* ]] || line=3
+        [[ $script != *10.6.6.6* ]] || echo "Error occurred at line: $line" >&2)";
+    static constexpr const char* kAlone =
+        "mkdir /tmp/turn || printf ' overlaps'; sleep 0.05; rmdir /tmp/turn";
+    const StandIn restore{kRestore, 0, kJudge}, ipset{"/sbin/ipset", 0, kAlone},
+        iptables{"/sbin/iptables", 0, "case $* in *-6.6.6*) exit 1;; esac"}, sets{"/usr/sbin/firewall.sh"},
+        firewall6{"/usr/sbin/firewall6.sh"};
+    const FakeService dnsmasq{"DnsmasqMgr", {{"Restart", R"({"error":0})"}}};
+    const Device link{"swdev3", true};
+    void SetUp() override {
+        run("ip addr add 10.3.0.1/24 dev swdev3");
+        fs::remove_all("/tmp/stand_in");
+    }
+    void TearDown() override {
+        for (const Document& row : rows) {
+            fs::remove(row.path), fs::remove(row.current);
+        }
+    }
+    static std::string rule(const std::string& address) {
+        return "{'RULES':{'SITE':[{'ACTION':'DENY','DST_IP':'" + address + "'}]}}";
+    }
+    const std::string steer =
+        "{'RULES':{'SITE':[{'GROUP':2,'STEERING':'DIRECT','INTERFACE':'PORT3','DST_IP':'";
+    const std::vector<Document> rows{
+        {"Setup_firewall", kStore + "firewall.json", kRun + "firewall.curr", rule("10.0.0.1"),
+         rule("10.6.6.6"), "-1011 FIREWALL SITE rule1 failed."},
+        {"Setup_policy", kStore + "policy.json", kRun + "policy.curr", steer + "10.0.0.1'}]}}",
+         steer + "10.6.6.6'}]}}", "-1011 POLICY SITE rule1 failed."},
+        {"Setup_static_route", kStore + "static_route.json", kRun + "static_route.curr",
+         "{'STATIC_ROUTE':[{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':'24','NEXTHOP_ADDRESS':'10.3.0.9'}]}",
+         "{'STATIC_ROUTE':[{'IP':'10.8.0.0','NETMASK':'240','NEXTHOP_ADDRESS':'10.3.0.9','ACTION':'ENABLE'}]"
+         "}",
+         "-1012 setup_static_route fail. ret = -1012"},
+        {"SetupStaticRoute6", kStore + "static_route6.json", kRun + "static_route6.json",
+         "{'staticRoute6':[{'enable':true,'destination':'2001:db8::','prefixLength':48}]}",
+         "{'staticRoute6':[{'enable':true,'destination':'2001:db8::x','prefixLength':48}]}",
+         "-1012 setup_static_route fail. ret = -1012"},
+        {"Setup_segment", kStore + "segment.json", kRun + "segment.curr", "{'a':['10.0.0.0/8']}", "", ""}};
+};
+
+TEST_F(Documents, AreKeptOrPutBack) {
+    for (const auto& [method, path, current, good, bad, refusal] : rows) {
+        EXPECT_EQ(ask(method), "-1020 ") << method << ": no document";
+        put(path, "{");
+        EXPECT_EQ(ask(method), "-1032 ") << method << ": not JSON";
+        put(path, "7");
+        EXPECT_EQ(ask(method).substr(0, 6), "-1012 ") << method << ": not an object";
+        EXPECT_EQ(slurp(path), "7") << method << ": nothing to put back";
+        EXPECT_FALSE(fs::exists(current)) << method;
+        put(path, quoted(good));
+        EXPECT_EQ(ask(method), "0 ") << method;
+        const std::string kept = slurp(current);
+        EXPECT_NE(kept, "") << method;
+        for (const std::string& broken : {bad, std::string("7")}) {
+            if (broken.empty()) {
+                continue;
+            }
+            put(path, quoted(broken));
+            const std::string answer = ask(method);
+            EXPECT_EQ(broken == bad ? answer : answer.substr(0, 6), broken == bad ? refusal : "-1012 ")
+                << method;
+            EXPECT_EQ(slurp(path), kept) << method;
+            EXPECT_EQ(slurp(current), kept) << method;
+        }
+        put(current, "{");
+        put(path, quoted(good));
+        EXPECT_EQ(ask(method), "0 ") << method << ": a copy that cannot be read counts as none";
+        EXPECT_EQ(slurp(current), kept) << method;
+    }
+}
+
+/// What a refused part of a document leaves of the rest.
+TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
+    const std::string firewall = kStore + "firewall.json", current = kRun + "firewall.curr";
+    const auto forward = [](const std::string& lan) {
+        return ",'PORT_FORWARDING':[{'TYPE':'port_forwarding','ACTION':'ENABLE','WAN_PORTNAME':'PORT3',"
+               "'TCP_WAN_PORT':'80','LAN_IP':'" +
+               lan + "'}]";
+    };
+    const auto with_rule = [](const std::string& address, const std::string& rest) {
+        return quoted("{'RULES':{'SITE':[{'ACTION':'DENY','DST_IP':'" + address + "'}]}" + rest + "}");
+    };
+    // Forwards without any before, then with some, then a refused rule beside changed switches.
+    const struct {
+        std::string document, answer, rule, lan;
+    } steps[] = {
+        {with_rule("10.0.0.1", forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.", "10.0.0.1", ""},
+        {with_rule("10.0.0.2", forward("10.0.0.8")), "0 ", "10.0.0.2", "10.0.0.8"},
+        {with_rule("10.0.0.3", forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.", "10.0.0.3",
+         "10.0.0.8"},
+        {with_rule("10.6.6.6", ""), "-1011 FIREWALL SITE rule1 failed.", "10.0.0.3", "10.0.0.8"}};
+    for (const auto& [document, answer, rule, lan] : steps) {
+        put(firewall, document);
+        EXPECT_EQ(ask("Setup_firewall").substr(0, answer.size()), answer) << document;
+        const Json::Value kept = json(slurp(current));
+        EXPECT_EQ(slurp(firewall) == slurp(current), answer != "0 ") << document;
+        EXPECT_EQ(kept["RULES"]["SITE"][0]["DST_IP"].asString(), rule) << document;
+        EXPECT_EQ(kept["PORT_FORWARDING"][0]["LAN_IP"].asString(), lan) << document;
+        EXPECT_EQ(kept.isMember("PORT_FORWARDING"), !lan.empty()) << document;
+    }
+    // Classes that were accepted do not outlive their steering.
+    const std::string policy = kStore + "policy.json";
+    const auto classes = [](const std::string& group, const std::string& address) {
+        return quoted("{'RULES':{'SITE':[{'GROUP':" + group +
+                      "},{'STEERING':'DIRECT','INTERFACE':'PORT3','DST_IP':'" + address + "'}]}}");
+    };
+    put(policy, classes("2", "10.0.0.1"));
+    EXPECT_EQ(ask("Setup_policy"), "0 ");
+    FakeService::take_calls();
+    put(policy, classes("5", "10.6.6.6"));
+    EXPECT_EQ(ask("Setup_policy"), "-1011 STEER SITE rule1 failed.");
+    std::string chains;
+    for (const std::string& line : FakeService::take_calls()) {
+        chains += line.rfind("-F ", 0) == 0            ? line + "; "
+                  : line.rfind("-A POLICY -j", 0) == 0 ? line + "; "
+                                                       : "";
+    }
+    const std::string start = "-F POLICY; -A POLICY -j VTARGET --set-xmark 0xc0/960; ";
+    const std::string fifth = "-A POLICY -j VTARGET --set-xmark 320/960 --return; ";
+    const std::string second = "-A POLICY -j VTARGET --set-xmark 128/960 --return; ";
+    EXPECT_EQ(chains, start + fifth + "-F STEER; " + start + second);
+}
+
+TEST_F(Documents, OfRatesAreReadByTheirService) {
+    const std::string qos = kStore + "qos.json", current = kRun + "qos.json";
+    const std::string base = "/usr/lib/networkmanagement/etc/default_config/qos.json";
+    const std::string call = "VelanWsd.service.Setup_QOS {\"conf\":\"" + qos + "\",\"dev\":\"" +
+                             kDeviceInfoPath + "\",\"op\":\"2\"}";
+    const auto serve = [](const std::string& code) {
+        return FakeService("VelanWsd.service",
+                           {{"Setup_QOS", "{\"error\":0,\"data\":{\"error\":" + code + "}}"}});
+    };
+    {
+        const auto service = serve("0");
+        EXPECT_EQ(ask("Setup_qos"), "-1020") << "neither a document nor a default one";
+        const File standard(base, R"({"DEFAULT_CLASS":"4"})");
+        EXPECT_EQ(ask("Setup_qos"), "0");
+        EXPECT_EQ(slurp(qos) + slurp(current), "{\"DEFAULT_CLASS\":\"4\"}\n{\"DEFAULT_CLASS\":\"4\"}\n");
+        EXPECT_EQ(FakeService::take_calls(), Calls{call});
+    }
+    const auto service = serve("-7");
+    put(qos, R"({"DEFAULT_CLASS":"5"})");
+    EXPECT_EQ(ask("Setup_qos"), "-7");
+    EXPECT_EQ(slurp(qos) + slurp(current), "{\"DEFAULT_CLASS\":\"4\"}\n{\"DEFAULT_CLASS\":\"4\"}\n");
+    EXPECT_EQ(FakeService::take_calls(), (Calls{call, call})) << "the old rates again";
+    fs::remove(qos), fs::remove(current);
+}
+
+/// A document whose copy cannot be written is in force nevertheless, and the caller learns it.
+TEST_F(Documents, WhoseCopyIsLockedAreReported) {
+    const nm::FileDescriptor lock(
+        open("/var/lock/network/segment.curr.lck", O_RDONLY | O_CREAT | O_CLOEXEC, 0644));
+    ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+    put(kStore + "segment.json", "{}");
+    EXPECT_EQ(ask("Setup_segment"), "-1015 ");
+    EXPECT_FALSE(fs::exists(kRun + "segment.curr"));
+    EXPECT_EQ(slurp(kStore + "segment.json"), "{}");
+}
+
+/// Requests of one document are worked one after the other, those of others meanwhile.
+TEST_F(Documents, WaitForTheirTurn) {
+    put(kStore + "segment.json", "{\"a\":[]}");
+    std::atomic<int> done{0};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 3; ++i) {
+        callers.emplace_back([&] { EXPECT_EQ(ask("Setup_segment"), "0 "), ++done; });
+    }
+    EXPECT_EQ(ask("Get_lanif_list").substr(0, 2), "0 ");
+    EXPECT_LT(done, 3) << "a reader does not wait for them";
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_THAT(StandIn::take(),
+                testing::AllOf(testing::HasSubstr("ipset"), testing::Not(testing::HasSubstr("overlaps"))));
+}
+
+// ---- Records in the system's log.
+
+TEST_F(Handlers, WriteRecordsToTheSystemLog) {
+    const nm::FileDescriptor log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_un address{AF_UNIX, "/dev/log"};
+    ASSERT_EQ(bind(log.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const struct {
+        std::string method, request, priority, record;
+    } cases[] = {
+        {"SyslogCarrierStat", "{'ifname':'swdev3','carrier':'up'}", "<29>",
+         R"([event@32473 class="C002" number="320" value1="3"] WAN port 3: the link is up)"},
+        {"SyslogCarrierStat", "{'ifname':'ppp-swdev4','carrier':0}", "<28>",
+         R"([event@32473 class="C002" number="321" value1="4"] WAN port 4: the link is down)"},
+        {"SyslogCarrierStat", "{'ifname':'swdev7','carrier':'down'}", "<28>",
+         R"([event@32473 class="C002" number="327" value1="7"] LAN port 7: the link is down)"},
+        {"FB_log", "{'cat_id':'C5','msg_id':17}", "<29>", R"([event@32473 class="C5" number="17"] C5 17)"},
+        {"FB_log",
+         "{'level':'err','cat_id':'C5','msg_id':'17','args':['a]\\\\\\' $(touch /pwned);`id`',5,true]}",
+         "<27>",
+         R"([event@32473 class="C5" number="17" value1="a\]\\\" $(touch /pwned);`id`" value2="5" value3="true"])"
+         R"( C5 17 a]\" $(touch /pwned);`id` 5 true)"}};
+    for (const auto& [method, request, priority, record] : cases) {
+        EXPECT_EQ(ask(method, request).substr(0, 2).front(), '0') << request;
+        char text[1024];
+        const ssize_t length = recv(log.get(), text, sizeof text, MSG_DONTWAIT);
+        const std::string sent(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+        EXPECT_EQ(sent.substr(0, 5), priority + "1") << sent;
+        const std::size_t at = sent.find("[event");
+        EXPECT_EQ(at == std::string::npos ? sent : sent.substr(at), record);
+    }
+    EXPECT_FALSE(fs::exists("/pwned"));
+    unlink("/dev/log");
+}
+
+// ---- What is left behind.
+
+/// Callers that hang up, one after the other and many at once, beside others that check their answers.
+TEST_F(Handlers, OutliveTheirCallers) {
+    const auto hang_up = [](const std::string& method) {
+        const nm::FileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const sockaddr_un address{AF_UNIX, "/var/run/vservice/networkmanagement.sock"};
+        EXPECT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        std::string request("\0\0\0", 3);
+        request += static_cast<char>(method.size());
+        request += method + std::string("\0\0\0\2{}", 6);
+        EXPECT_EQ(send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL), ssize_t(request.size()));
+    };
+    ask("Get_lanif_list");
+    const std::ptrdiff_t before = open_descriptors();
+    const auto storm = [&](int number) {
+        const std::string port = "PORT" + std::to_string(3 + number % 5);
+        const std::string names[] = {"ppp-swdev4", "swdev5", "lo", "swdev7", "swdev3"};
+        for (int i = 0; i < 10; ++i) {
+            hang_up(vs_api_methods()[static_cast<std::size_t>(number + i) % vs_api_methods().size()].name);
+            EXPECT_EQ(ask("Get_ifname_by_portname", "{'portname':'" + port + "'}"),
+                      "0 " + std::string(names[(number + 4) % 5]));
+        }
+    };
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 64; ++i) {
+        clients.emplace_back(storm, i);
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    for (int tries = 0; tries < 100 && open_descriptors() != before; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // those that nobody waits for
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+}  // namespace
