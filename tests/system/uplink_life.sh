@@ -13,7 +13,7 @@ readonly MOVED='infos.swdev1 += {IP4_ADDR: "10.1.0.77", IP4_PREFIX: "25", IP4_DN
 # life: the steps on standard input, a line each: ACT OPS FILTER|WORDS. The request, then its document is the
 # stored one, then, with DHCP, the lease. An uplink that has not changed is not told again.
 life() {
-    local act ops filter words now before=none
+    local act ops filter words document now before=none
     while IFS='|' read -r act ops filter words; do
         document "$NEW" "$filter"
         echo "== $words: $(run "$act" "$ops")"
@@ -22,7 +22,9 @@ life() {
         now=$(uplink 1)
         [[ $now == "$before" ]] && echo "as before" || printf '%s\n' "${now:-nothing}"
         before=$now
-        calls
+        # A lease is worked by the new document if it comes before that one is stored.
+        [[ $filter == "$DHCP"* ]] && document=$NEW || document=$DEVICE_INFO
+        calls | sed "s|$document|$DEVICE_INFO|"
     done
 }
 
