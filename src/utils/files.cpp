@@ -72,6 +72,14 @@ int copy_content(const std::string& from, const std::string& to) {
     return target.close() ? result : cannot("write", to, NM_ERR_WRITE);
 }
 
+/// Whether `fd` is of this type (S_IFREG, S_IFDIR) and only root can change what it holds. Where access lists
+/// are in use, the bits of the group bound what they grant.
+bool is_roots_alone(int fd, mode_t type) {
+    struct stat status = {};
+    return fstat(fd, &status) == 0 && (status.st_mode & S_IFMT) == type && status.st_uid == 0 &&
+           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 }  // namespace
 
 namespace nm {
@@ -103,6 +111,20 @@ bool write_all(int fd, std::string_view text) {
 std::optional<std::string> read_file(const std::string& path) {
     const auto file = FileDescriptor::open(path.c_str(), O_RDONLY);
     return file ? read_to_end(file.get()) : std::nullopt;
+}
+
+std::optional<std::string> read_trusted_file(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return std::nullopt;
+    }
+    const auto directory =
+        FileDescriptor::open(path.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
+    // A pipe must not hold up whoever opens it.
+    const FileDescriptor file(
+        openat(directory.get(), path.c_str() + slash + 1, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const bool trusted = is_roots_alone(directory.get(), S_IFDIR) && is_roots_alone(file.get(), S_IFREG);
+    return trusted ? read_to_end(file.get()) : std::nullopt;
 }
 
 int sync_to_disk(const std::string& path, std::size_t expected_size) {

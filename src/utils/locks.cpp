@@ -42,7 +42,9 @@ int take(const std::string& name, int kind, OutOfRecords out_of_records) {
     const std::string path = lock_file(name);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // A failed open is met again as a failed flock, and may be over on the next attempt.
-        nm::FileDescriptor file = nm::FileDescriptor::open(path.c_str(), O_RDONLY | O_CREAT, 0644);
+        // A link in its place would make a reader, which deletes its lock file, delete another file.
+        nm::FileDescriptor file =
+            nm::FileDescriptor::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW, 0644);
         if (flock(file.get(), kind | LOCK_NB) == 0) {
             NM_LOG(Debug) << "LOCKed: " << name << ", pid: " << getpid();
             return file.release();

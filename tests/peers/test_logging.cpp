@@ -131,6 +131,30 @@ TEST_F(Logging, EveryCategoryHasItsFileFormatLimitAndSettings) {
     }
 }
 
+TEST_F(Logging, SettingsAreBelievedOnlyIfRootAloneCanHaveWrittenThem) {
+    const fs::path conf = kSettings / "api.conf";
+    const std::pair<std::string, bool> cases[] = {
+        {"chmod 644 api.conf", true},
+        {"chown daemon api.conf", false},
+        {"chgrp daemon api.conf; chmod 664 api.conf", false},
+        {"chmod 646 api.conf", false},
+        {"mv api.conf theirs; ln -s theirs api.conf", false},
+        {"rm api.conf; mkfifo api.conf", false},
+        {"chown daemon .", false},
+        {"chmod g+w .", false},
+        {"chmod 1777 .", false},
+        {"cd ..; mv log_config theirs; ln -s theirs log_config", false}};
+    for (const auto& [change, believed] : cases) {
+        SCOPED_TRACE(change);
+        SetUp();
+        run("rm -rf /tmp/theirs");
+        put(conf, settings_for(kLogs / "by_conf.log"));
+        run("cd " + kSettings.string() + " && chmod 755 . && { " + change + "; }");
+        in_child([] { initialize_and_speak("API"); });
+        EXPECT_EQ(names_in(kLogs), believed ? "by_conf.log " : "api.log ");
+    }
+}
+
 TEST_F(Logging, LaterCallsMoveTheLoggerForgetTheFormerSettingsAndLeakNothing) {
     put(kSettings / "bootup.conf", settings_for(kLogs / "boot.log") + "* INFO:\n ENABLED = false\n");
     in_child([] {

@@ -28,6 +28,15 @@ TEST(UtilsLocks, BaseNameIsTheLockAndItsFileGoesOnlyOnDemand) {
     }
 }
 
+TEST(UtilsLocks, LinkInTheLockFilesPlaceIsNotFollowed) {
+    const File victim("/tmp/victim", "precious");
+    const std::string path = "/etc/one/swlock2";
+    fs::create_symlink(victim.path, lock_file("swlock2"));
+    EXPECT_EQ(readValue(path, true), "");
+    fs::remove(lock_file("swlock2"));
+    EXPECT_EQ(slurp(victim.path), "precious");
+}
+
 TEST(UtilsLocks, IndexFormLocksTheName) {
     const int lo = static_cast<int>(if_nametoindex("lo"));
     const int fd = lock_ex(lo);

@@ -240,7 +240,8 @@ bool is_sound(const el::Configuration* setting) {
 /// library's own reader reports the last line only, so each line is given to it alone, under the level
 /// line that it belongs to.
 bool parse_log_conf(const std::string& path, el::Configurations& conf) {
-    const std::optional<std::string> text = is_file_exists(path) ? nm::read_file(path) : std::nullopt;
+    // Anybody may write in /tmp, and the settings name files that this process writes as root.
+    const std::optional<std::string> text = nm::read_trusted_file(path);
     if (!text) {
         return false;
     }
