@@ -1,10 +1,13 @@
 // The JSON store.
 #include "config/nmconfig.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -35,10 +38,17 @@ int parse_answer(const std::string& text, Json::Value& answer, int& error) {
     return NM_OK;
 }
 
-/// A document that only some may read, since it holds passwords, stays so when it is replaced.
-void keep_mode(const std::string& path, const std::string& beside) {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) == 0 && chmod(beside.c_str(), status.st_mode & ALLPERMS) != 0) {
+/// A document that only some may read, since it holds passwords, stays so while it is replaced: the new file
+/// has its access before it has content. What a killed writer left may have another.
+void make_as_private(const std::string& path, const std::string& beside) {
+    (void)unlink(beside.c_str());  // It need not be there.
+    struct stat present = {};
+    if (stat(path.c_str(), &present) != 0) {
+        return;
+    }
+    const auto file =
+        nm::FileDescriptor::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    if (!file || !nm::take_over_access(file.get(), present)) {
         NM_LOG(Error) << "Cannot set the mode of " << beside;
     }
 }
@@ -47,12 +57,12 @@ void keep_mode(const std::string& path, const std::string& beside) {
 /// the file itself is asked: a cut-off text must never be renamed over a good document.
 int write_beside(const std::string& path, const std::string& beside, const std::string& text) {
     NM_LOG(Debug) << "Saving " << beside;
+    make_as_private(path, beside);
     if (writeValue(beside, text, true) != NM_OK || nm::sync_to_disk(beside, text.size()) != NM_OK) {
         NM_LOG(Error) << "Save JSON into file failed.";
         return NM_ERR_WRITE;
     }
     NM_LOG(Debug) << "JSON Length: " << text.size();
-    keep_mode(path, beside);
     if (rename(beside.c_str(), path.c_str()) != 0) {
         NM_LOG(Error) << "Move file " << beside << " to " << path << " failed";
         return NM_ERR_WRITE;
@@ -168,13 +178,17 @@ int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>
         NM_LOG(Error) << path << " is not existed!";
         return NM_ERR_NOT_FOUND;
     }
-    const std::string text = readValue(path, true);
-    if (text.empty()) {
+    const std::optional<std::string> text = nm::read_file(path);
+    if (!text) {
+        NM_LOG(Error) << "Cannot open " << path;
+        return NM_ERR_OPEN;
+    }
+    if (text->empty()) {
         NM_LOG(Debug) << path << " is empty file; do nothing.";
         return NM_OK;
     }
     out.clear();
-    std::istringstream lines(text);
+    std::istringstream lines(*text);
     for (std::string line; std::getline(lines, line);) {
         const size_t sign = line.find('=');
         if (sign != std::string::npos) {
@@ -197,7 +211,7 @@ int ini_conf_write(std::string path, std::unordered_map<std::string, std::string
 }
 
 int rotate_config(const char* dir, const char* prefix) {
-    if (dir == nullptr) {
+    if (dir == nullptr || prefix == nullptr) {
         NM_LOG(Error) << "path is Null pointer.";
         return NM_ERR_NULL_ARG;
     }
@@ -206,7 +220,7 @@ int rotate_config(const char* dir, const char* prefix) {
         NM_LOG(Error) << "Directory does not exist. path: " << dir;
         return NM_ERR_NULL_ARG;
     }
-    const std::string family = prefix != nullptr ? prefix : "";
+    const std::string family = prefix;
     std::vector<std::string> names;
     while (const dirent* entry = directory.next()) {
         const std::string name = entry->d_name;

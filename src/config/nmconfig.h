@@ -34,7 +34,7 @@ int _json_mem_to_ncaas(std::string path, Json::Value& value);
 
 /// Reads a file of `key=value` lines: split at the first "=", nothing trimmed, no comments; lines without
 /// "=" are skipped and the last line of a key wins. 0, with `out` untouched if the file is empty;
-/// NM_ERR_NOT_FOUND if it is no regular file.
+/// NM_ERR_NOT_FOUND if it is not a regular file; NM_ERR_OPEN if it cannot be read.
 int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>& out);
 
 /// Writes one `key=value` line per entry, in the map's order. Results of writeValue(); NM_ERR_BAD_VALUE, with
@@ -42,7 +42,7 @@ int ini_conf_read(std::string path, std::unordered_map<std::string, std::string>
 int ini_conf_write(std::string path, std::unordered_map<std::string, std::string>& in);
 
 /// Deletes the lowest names of `dir` that begin with `prefix` until ten are left; the names must sort by
-/// age. 0; NM_ERR_NULL_ARG for a null or missing directory.
+/// age. 0; NM_ERR_NULL_ARG for a null argument or a missing directory.
 int rotate_config(const char* dir, const char* prefix);
 
 /// Refreshes the run-time copy of the device document and asks the service to make it current. The result

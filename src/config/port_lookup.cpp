@@ -283,15 +283,19 @@ int get_id_by_wan_ifname(std::string ifname, uint8_t& id, std::string path) {
         return NM_ERR_NO_IFACE;
     }
     const Json::Value& infos = nm::json_member(root, "WAN_IFACE_INFO");
+    // "swdev1" is found in "swdev10" as well.
+    std::string longest;
     for (auto info = infos.begin(); info != infos.end(); ++info) {
         const std::string name = info.name();
-        if (name.empty() || ifname.find(name) == std::string::npos) {
-            continue;
+        if (name.size() > longest.size() && ifname.find(name) != std::string::npos) {
+            longest = name;
         }
-        id = static_cast<uint8_t>(nm::wan_id_of(root, *info, name));
-        return NM_OK;
     }
-    return NM_ERR_NO_IFACE;
+    if (longest.empty()) {
+        return NM_ERR_NO_IFACE;
+    }
+    id = static_cast<uint8_t>(nm::wan_id_of(root, infos[longest], longest));
+    return NM_OK;
 }
 
 namespace nm {

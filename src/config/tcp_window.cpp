@@ -2,7 +2,6 @@
 #include "config/tcp_window.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 #include "config/nmconfig.h"
 #include "log.h"
@@ -15,7 +14,7 @@ namespace {
 /// A rate that is no string is not a rate: the line speed stands in for it.
 uint64_t rate_of(const Json::Value& port, const char* key) {
     const std::string line_speed = nm::json_string_or(port, "ISP_BW", "0");
-    return strtoull(nm::json_string_or(port, key, line_speed).c_str(), nullptr, 10);
+    return nm::rate_from_text(nm::json_string_or(port, key, line_speed));
 }
 
 uint64_t sum_rates(const Json::Value& root, const char* key) {

@@ -1,6 +1,8 @@
 // Reading and writing of whole files beneath the exported functions: no locks, no log of success.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -20,6 +22,10 @@ std::optional<std::string> read_file(const std::string& path);
 /// As read_file(), but only a regular file that nobody but root can have written or put there: file and
 /// directory belong to uid 0, no other user may write them, and neither name is a symbolic link.
 std::optional<std::string> read_trusted_file(const std::string& path);
+
+/// Gives the open file the owner, group and mode of `status`; nobody gets access on the way who has none at
+/// the end. False with errno set.
+bool take_over_access(int fd, const struct stat& status);
 
 /// Waits until the file's content is on the disk. 0, or NM_ERR_WRITE if that fails or if the file does
 /// not hold `expected_size` bytes, so that a cut file never takes a good one's place by a rename.

@@ -58,11 +58,31 @@ int pass_content(int source, int target, const std::string& from, const std::str
     }
 }
 
+// The copy of a document with passwords is for those only who may read the document, before the first byte is
+// in it. A copy that was for fewer stays so.
+nm::FileDescriptor open_copy(int source, const std::string& to) {
+    struct stat access = {};
+    struct stat present = {};
+    if (fstat(source, &access) != 0) {
+        return {};
+    }
+    auto target = nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    if (!target) {
+        target = nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_TRUNC);
+        if (fstat(target.get(), &present) != 0 || !S_ISREG(present.st_mode)) {
+            return target;
+        }
+        access.st_mode &= present.st_mode;
+    }
+    return nm::take_over_access(target.get(), access) ? std::move(target) : nm::FileDescriptor();
+}
+
 // Both files are opened before either is judged; the target is emptied only when there is a source, so
 // that a missing source does not cost the copy of yesterday.
 int copy_content(const std::string& from, const std::string& to) {
     const auto source = nm::FileDescriptor::open(from.c_str(), O_RDONLY);
-    auto target = nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_CREAT | (source ? O_TRUNC : 0), 0666);
+    auto target =
+        source ? open_copy(source.get(), to) : nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_CREAT, 0666);
     const int source_result = source ? NM_OK : cannot_open(from);
     const int target_result = target ? NM_OK : cannot_open(to);
     if (source_result != NM_OK || target_result != NM_OK) {
@@ -125,6 +145,12 @@ std::optional<std::string> read_trusted_file(const std::string& path) {
         openat(directory.get(), path.c_str() + slash + 1, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     const bool trusted = is_roots_alone(directory.get(), S_IFDIR) && is_roots_alone(file.get(), S_IFREG);
     return trusted ? read_to_end(file.get()) : std::nullopt;
+}
+
+bool take_over_access(int fd, const struct stat& status) {
+    const mode_t mode = status.st_mode & ALLPERMS;
+    return fchmod(fd, mode & S_IRWXU) == 0 && fchown(fd, status.st_uid, status.st_gid) == 0 &&
+           fchmod(fd, mode) == 0;
 }
 
 int sync_to_disk(const std::string& path, std::size_t expected_size) {

@@ -16,7 +16,10 @@ std::string readValue(std::string path, bool lock);
 /// result, so a failed write that could be unlocked yields 0; the failure stands in the log only.
 int writeValue(std::string path, std::string value, bool lock);
 
-/// Copies under the shared lock of `from` and the exclusive lock of `to`, which are tried both. The code
+/// Copies the content, and to a new file owner and mode as well; an existing one keeps of its mode what the
+/// source's grants. So no copy is open to more users than its source, at no moment.
+///
+/// Works under the shared lock of `from` and the exclusive lock of `to`, which are tried both. The code
 /// of a lock that can't be had (the source's first), else the result of the last unlock, even after a
 /// failed copy. Two files of one base name share one lock, so such a copy blocks itself: NM_ERR_LOCK.
 int copy_file(std::string from, std::string to);

@@ -4,6 +4,8 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
+
 // The newer builders write another form; ours is fixed by what peers and stored files hold.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
@@ -34,6 +36,12 @@ std::string show_json(const Json::Value& value) {
     std::string text = write_compact_json(value);
     text.erase(text.find_last_not_of('\n') + 1);
     return text;
+}
+
+std::string show_broken_json(const std::string& text) {
+    constexpr std::size_t kShown = 16;
+    const std::string start = text.substr(0, std::min(text.find(':'), kShown));
+    return start.size() == text.size() ? text : start + "... (" + std::to_string(text.size()) + " bytes)";
 }
 
 const Json::Value& json_member(const Json::Value& value, const std::string& key) {

@@ -21,6 +21,10 @@ std::string write_styled_json(const Json::Value& value);
 /// A value for a log line: a string without quotes, anything else as compact JSON without the line end.
 std::string show_json(const Json::Value& value);
 
+/// The beginning of a text that is not JSON, for a log line: up to the first value, which may be a password,
+/// at most 16 bytes, then how long the text is.
+std::string show_broken_json(const std::string& text);
+
 /// Member `key` of `value`; a null value if `value` is no object or has no such member.
 const Json::Value& json_member(const Json::Value& value, const std::string& key);
 

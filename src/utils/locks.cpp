@@ -72,16 +72,18 @@ int give_back(nm::FileDescriptor file, const std::string& name) {
     return result;
 }
 
-int read_open_path(int fd, std::string& path) {
+/// The path of the open lock file; empty if it cannot be found out.
+std::string open_path(int fd) {
     // readlink() does not terminate what it writes.
     char target[kPathSize] = {};
     const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    if (readlink(link.c_str(), target, sizeof(target) - 1) < 0) {
-        NM_LOG(Error) << "Failed to readlink. fd: " << fd;
-        return NM_ERR_NOT_FOUND;
-    }
-    path = target;
-    return NM_OK;
+    return readlink(link.c_str(), target, sizeof(target) - 1) < 0 ? "" : target;
+}
+
+/// What the lock of this file is named after.
+std::string locked_name(const std::string& path) {
+    const std::string file = base_name(path);
+    return file.substr(0, file.rfind(".lck"));
 }
 
 int interface_name(int ifindex, std::string& name) {
@@ -144,13 +146,13 @@ int unlock_ex(int fd, int ifindex) {
 
 int unlock_sh(int fd, bool remove) {
     NM_LOG(Debug) << "Enter";
-    std::string path;
-    // Without the link the lock is released all the same, only its file stays.
-    if (remove) {
-        (void)read_open_path(fd, path);
+    const std::string path = open_path(fd);
+    if (remove && path.empty()) {
+        // The lock is released all the same, only its file stays.
+        NM_LOG(Error) << "Failed to readlink. fd: " << fd;
     }
-    const int result = give_back(nm::FileDescriptor(fd), remove ? base_name(path) : std::to_string(fd));
-    if (!path.empty()) {
+    const int result = give_back(nm::FileDescriptor(fd), locked_name(path));
+    if (remove && !path.empty()) {
         (void)unlink(path.c_str());  // Another reader may have been quicker.
     }
     return NM_EXIT(result);

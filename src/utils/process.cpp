@@ -60,15 +60,15 @@ int run(const char* cmd) {
     const std::optional<int> direct = nm::run_directly(cmd);
     const int status = direct ? *direct : run_by_shell(cmd);
     if (status == -1) {
-        NM_LOG(Error) << "system error!, cmd: " << cmd;
+        NM_LOG(Error) << "system error!, cmd: " << nm::LogLines{cmd};
         return NM_ERR_SERVICE;
     }
     if (WTERMSIG(status) != 0) {
         NM_LOG(Error) << "system call child process, exit abnormally, exit status: " << status
-                      << " , cmd: " << cmd;
+                      << " , cmd: " << nm::LogLines{cmd};
         return NM_ERR_SERVICE;
     }
-    NM_LOG(Debug) << "script exit code: " << WEXITSTATUS(status) << " , cmd: " << cmd;
+    NM_LOG(Debug) << "script exit code: " << WEXITSTATUS(status) << " , cmd: " << nm::LogLines{cmd};
     return WEXITSTATUS(status);
 }
 
@@ -80,7 +80,7 @@ int system_cmd(const char* cmd) {
         NM_LOG(Error) << "cmd is Null pointer.";
         return NM_EXIT(NM_ERR_NULL_ARG);
     }
-    NM_LOG(Debug) << "cmd: " << cmd;
+    NM_LOG(Debug) << "cmd: " << nm::LogLines{cmd};
     return NM_EXIT(run(cmd));
 }
 

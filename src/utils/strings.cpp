@@ -1,8 +1,10 @@
 // Single texts: numbers in them, padding, patterns.
 #include "utils/strings.h"
 
+#include <errno.h>
 #include <regex.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <exception>
 #include <memory>
@@ -56,3 +58,13 @@ int regex_match_with_char(const char* text, const char* pattern) {
     const std::unique_ptr<regex_t, void (*)(regex_t*)> owner(&expression, &regfree);
     return regexec(&expression, text, 0, nullptr, 0) == 0 ? 1 : 0;
 }
+
+namespace nm {
+
+uint64_t rate_from_text(const std::string& text) {
+    errno = 0;
+    const uint64_t rate = strtoull(text.c_str(), nullptr, 10);
+    return errno != 0 || text.find('-') != std::string::npos ? 0 : rate;
+}
+
+}  // namespace nm

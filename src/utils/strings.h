@@ -1,6 +1,7 @@
 // Single texts: numbers in them, padding, patterns.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #pragma GCC visibility push(default)
@@ -23,3 +24,11 @@ std::string add_zero_string(std::string text, unsigned width);
 int regex_match_with_char(const char* text, const char* pattern);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// A stored rate in bits per second: the decimal number at the text's beginning. 0 if there is none, if it is
+/// negative or if it does not fit.
+uint64_t rate_from_text(const std::string& text);
+
+}  // namespace nm

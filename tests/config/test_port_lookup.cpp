@@ -19,7 +19,7 @@ const std::string kDocument = quoted(R"({'dbversion':'1.0.2', 'EXTRA_PORT':{'POR
     'PRIVATE_PORT':{'PORT2':{'INTERFACE':'swdev2'}, 'PORT7':{'INTERFACE':'private7'}},
     'RGLINK_PORT':{'PORT3':{'INTERFACE':'swdev3'}, 'PORT6':{'INTERFACE':'swdev6'}},
     'LAN_PORT':{'PORT4':{'INTERFACE':'swdev4'}, 'PORT5':{'INTERFACE':'both'}, 'PORT7':{'INTERFACE':'lan7'}},
-    'WAN_IFACE_INFO':{'swdev1':{'ID':'5','IP4_TYPE':'PPPOE'}, 'swdev10':{'ID':'0'}, 'both':{}},
+    'WAN_IFACE_INFO':{'swdev1':{'ID':'5','IP4_TYPE':'PPPOE'}, 'swdev10':{'ID':'0'}, 'both':{}, '':{}},
     'PRIVATE_IFACE_INFO':{'swdev2':{'IP4_TYPE':'PPPOE'}}, 'RGLINK_IFACE_INFO':{'swdev3':{'IP4_TYPE':'PPPOE'}},
     'LAN_IFACE_INFO':{'swdev4':{'IP4_TYPE':'PPPOE'}}, 'NONE_IFACE_INFO':{'nothing':{}}})");
 
@@ -60,7 +60,9 @@ TEST_F(Lookup, NamesAreFoundByNames) {
 }
 
 TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
-    const std::map<std::string, int> ids{{"swdev1", 5}, {"ppp-swdev1", 5}, {"both", 7}, {"swdev2", 0}};
+    const std::map<std::string, int> ids{{"swdev1", 5},   {"ppp-swdev1", 5},   {"both", 7},
+                                         {"swdev10", 10}, {"ppp-swdev10", 10}, {"swdev1.7", 5},
+                                         {"swdev2", 0}};
     for (const auto& [ifname, expected] : ids) {
         uint8_t id = 0;
         EXPECT_EQ(get_id_by_wan_ifname(ifname, id, kPath), expected == 0 ? NM_ERR_NO_IFACE : 0) << ifname;
@@ -71,7 +73,9 @@ TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
 TEST(TcpWindow, IsATenthOfTheSummedRates) {
     const std::string text =
         "{'WAN_PORT':{'P':{'RX_RATE':'1000000','TX_RATE':'2000000'},'Q':{'ISP_BW':'4000000'},"
-        "'R':{'ISP_BW':7000000,'TX_RATE':'0100009 bit/s'},'S':{'ISP_BW':'800000','RX_RATE':1,'TX_RATE':null},"
+        "'R':{'ISP_BW':7000000,'TX_RATE':'0100009 "
+        "bit/s'},'S':{'ISP_BW':'800000','RX_RATE':1,'TX_RATE':null},'N':{'RX_RATE':'-5000000','TX_RATE':' "
+        "-1','ISP_BW':'7'},"
         "'T':7},'PRIVATE_PORT':{'U':{'ISP_BW':'500000','TX_RATE':'700000'}},"
         "'RGLINK_PORT':{'V':{'ISP_BW':'90000000'}},'LAN_PORT':{'W':{'ISP_BW':'90000000'}}}";
     for (const auto& [document, code] : {std::pair(quoted(text), 0), std::pair("{"s, NM_ERR_PARSE)}) {

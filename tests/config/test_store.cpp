@@ -8,6 +8,7 @@
 #include "fake_service.h"
 #include "result_codes.h"
 #include "sandbox_fixture.h"
+#include "utils/handles.h"
 
 using namespace fixture;
 using namespace std::string_literals;
@@ -75,11 +76,13 @@ TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
     for (const auto& [text, expected] : cases) {
         const File file("/tmp/ini/conf", text);
         Pairs out{{"before", ""}};
+        const nm::LockGuard held(file.path);  // nothing waits for it
         EXPECT_EQ(ini_conf_read(file.path, out), 0) << text;
         EXPECT_EQ(out, expected) << text;
     }
     Pairs pairs{{"", "no key"}, {"none", ""}, {"sign", "=a=b="}, {" blank ", "\t\r"}};
     EXPECT_EQ(ini_conf_read("/tmp/ini", pairs), NM_ERR_NOT_FOUND) << "a directory is no file";
+    EXPECT_EQ(ini_conf_read("/proc/self/mem", pairs), NM_ERR_OPEN) << "opens and does not read";
     const File file("/tmp/ini/conf", std::string(1 << 20, 'x'));
     EXPECT_EQ(ini_conf_write(file.path, pairs), 0);
     Pairs read;
@@ -88,6 +91,23 @@ TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
     pairs["key"] = "value\nforged=1";
     EXPECT_EQ(ini_conf_write(file.path, pairs), NM_ERR_BAD_VALUE);
     EXPECT_TRUE(ini_conf_read(file.path, pairs) == 0 && read == pairs) << "the file stays as it was";
+}
+
+TEST(RotateConfig, KeepsTheNewestTenOfOneFamily) {
+    const Scratch dir;
+    for (int i = 10; i < 22; ++i) {
+        put(dir / ("conf_" + std::to_string(i)), "");
+        put(dir / ("other_" + std::to_string(i)), "");
+    }
+    const auto files = [&] {
+        return std::distance(fs::directory_iterator(dir / ""), fs::directory_iterator());
+    };
+    EXPECT_EQ(rotate_config((dir / "").c_str(), nullptr), NM_ERR_NULL_ARG);
+    EXPECT_EQ(rotate_config(nullptr, "conf_"), NM_ERR_NULL_ARG);
+    EXPECT_EQ(files(), 24) << "no family, nothing to delete";
+    EXPECT_EQ(rotate_config((dir / "").c_str(), "conf_"), 0);
+    EXPECT_EQ(files(), 22);
+    EXPECT_FALSE(fs::exists(dir / "conf_11") || !fs::exists(dir / "conf_12"));
 }
 
 }  // namespace

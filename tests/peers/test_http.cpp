@@ -174,13 +174,14 @@ TEST(DirectCalls, TellOfFailuresAndReturn) {
     EXPECT_TRUE(log.has("vs_call ncaas.sync_file path=/absent failed"));
     const fixture::FakeService ncaas("ncaas", {{"read_ini", R"({"error":3,"data":"why"})"},
                                                {"read_json", R"({"error":4,"data":{}})"},
-                                               {"sync_file", "no JSON"}});
+                                               {"sync_file", R"({"PASSWORD":"secret")"}});
     testing::internal::CaptureStdout();
     read_ini("/p");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Get error: why");
     read_json("/p");
     sync_file("/p");
-    EXPECT_TRUE(log.has("Get error: {}") && log.has("raw data: no JSON") && !log.has("Get error: why"));
+    EXPECT_TRUE(log.has("Get error: {}") && log.has("raw data: {\"PASSWORD\"... (20 bytes)") &&
+                !log.has("secret") && !log.has("Get error: why"));
     EXPECT_EQ(fixture::FakeService::take_calls().front(), R"(ncaas.read_ini {"path": "/p"})");
 }
 

@@ -55,10 +55,14 @@ steps() {
         /^[a-z0-9_]+\(/ { seen[$1]++; if (inside) print $1, seen[$1] }' "$scratch/all"
 }
 
-# One writer is killed at one step; prints what is found instead of the old or the new document.
+# One writer is killed at one step; prints what is found instead of the old or the new document, and what
+# others may read although the document is for its owner alone. An earlier writer has left an open file.
 kill_at() {
     local syscall=$1 occurrence=$2 status=0 found
     printf '%s\n' "$OLD" >"$DOCUMENT"
+    : >"$DOCUMENT.tmp"
+    chmod 600 "$DOCUMENT"
+    chmod 644 "$DOCUMENT.tmp"
     # The shell announces a killed child on its own standard error.
     { strace -f -qq -o /dev/null -e "inject=$syscall:signal=KILL:when=$occurrence" \
         "$scratch/store_document" "$DOCUMENT" "$NEW"; } 2>/dev/null || status=$?
@@ -69,6 +73,7 @@ kill_at() {
         "$NEW") left_new=$((left_new + 1)) ;;
         *) echo "$syscall $occurrence: ${#found} bytes, ${found:0:80}" ;;
     esac
+    find "$DOCUMENT"* -size +0 -perm /077 -printf "$syscall $occurrence: open to others: %p\n"
 }
 
 check_kills() {
@@ -76,7 +81,7 @@ check_kills() {
     while read -r syscall occurrence; do
         kill_at "$syscall" "$occurrence" >>"$scratch/torn"
     done < <(steps)
-    same "killed at each system call, the document is old or new" "" "$(cat "$scratch/torn")"
+    same "killed at each system call, the document is old or new, and nobody else's" "" "$(cat "$scratch/torn")"
     check "some kills came before the rename" test "$left_old" -gt 10
     check "some kills came after the rename" test "$left_new" -gt 0
 }

@@ -1,5 +1,6 @@
 // Locks and what stands on them: lock files that stay or go, whole files, a full disk, listings.
 #include <net/if.h>
+#include <sys/stat.h>
 
 #include "utils/file_io.h"
 #include "utils_support.h"
@@ -89,6 +90,41 @@ TEST(UtilsFiles, CopyPassesTheContentAndHidesItsFailures) {
     EXPECT_EQ(copy_file(dir / "swnone", dir / "swto"), 0);
     EXPECT_TRUE(slurp(dir / "swto") == text) << "a missing source must not cost the old copy";
     EXPECT_EQ(copy_file(dir / "swfrom", "/dev/full"), 0);
+    EXPECT_EQ(fs::status("/dev/full").permissions(), fs::perms(0666));
+}
+
+TEST(UtilsFiles, CopyIsOpenToNoMoreUsersThanItsSource) {
+    const Scratch dir;
+    // Mode and group of the source, of the copy before (none for 0) and after. Group 4 is another than
+    // root's.
+    const struct {
+        unsigned source, before, after;
+    } cases[] = {{0600, 0, 0600},    {0640, 0, 0640},    {0644, 0, 0644},   {0600, 0644, 0600},
+                 {0640, 0666, 0640}, {0644, 0600, 0600}, {0640, 0604, 0600}};
+    for (const auto& [source, before, after] : cases) {
+        put(dir / "swfrom", "PASSWORD");
+        run("chgrp 4 " + (dir / "swfrom"));
+        fs::permissions(dir / "swfrom", fs::perms(source));
+        fs::remove(dir / "swto");
+        if (before != 0) {
+            put(dir / "swto", "old");
+            fs::permissions(dir / "swto", fs::perms(before));
+        }
+        EXPECT_EQ(copy_file(dir / "swfrom", dir / "swto"), 0);
+        EXPECT_EQ(slurp(dir / "swto"), "PASSWORD");
+        struct stat copy {};
+        EXPECT_EQ(stat((dir / "swto").c_str(), &copy), 0);
+        EXPECT_EQ(copy.st_mode & ACCESSPERMS, after) << std::oct << source << " " << before;
+        EXPECT_EQ(copy.st_gid, 4U);
+    }
+}
+
+TEST(UtilsFiles, SharedLockIsReleasedByItsName) {
+    for (const bool remove : {false, true}) {
+        const LogTail log;
+        EXPECT_EQ(unlock_sh(lock_sh("/etc/one/swlock3"), remove), 0);
+        EXPECT_TRUE(log.has("UNLOCKed: swlock3, pid: ")) << remove;
+    }
 }
 
 }  // namespace

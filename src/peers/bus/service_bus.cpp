@@ -23,7 +23,7 @@ void ask_ncaas_for_file(const std::string& method, const std::string& path, Repo
     Json::Value reply;
     int error = 0;
     if (!nm::read_envelope(text, reply, error)) {
-        NM_LOG(Error) << "Json reader parse fail!, raw data: " << text;
+        NM_LOG(Error) << "Json reader parse fail!, raw data: " << nm::show_broken_json(text);
     } else if (error != 0) {
         report("Get error: " + nm::show_json(reply["data"]));
     }
@@ -49,7 +49,7 @@ int vservice_call(std::string service, std::string method, std::string& input, s
     Json::Value reply;
     int error = 0;
     if (!nm::read_envelope(raw, reply, error)) {
-        NM_LOG(Error) << "Json reader parse fail!, raw data: " << raw;
+        NM_LOG(Error) << "Json reader parse fail!, raw data: " << nm::show_broken_json(raw);
         return NM_ERR_PARSE;
     }
     output = reply.isMember("data") ? nm::write_compact_json(reply["data"]) : "";

@@ -25,15 +25,14 @@ int open_failed(const std::string& path) {
 }
 
 /// Readers must be able to open the new file exactly as they could open the old one.
-bool take_over_access(int fd, const std::string& path) {
+bool take_over_from(int fd, const std::string& path) {
     struct stat old = {};
-    return stat(path.c_str(), &old) == 0 && fchown(fd, old.st_uid, old.st_gid) == 0 &&
-           fchmod(fd, old.st_mode & ALLPERMS) == 0;
+    return stat(path.c_str(), &old) == 0 && nm::take_over_access(fd, old);
 }
 
 int write_beside(nm::FileDescriptor file, const std::string& beside, const std::string& path,
                  const std::string& text) {
-    const bool written = nm::write_all(file.get(), text) && take_over_access(file.get(), path) &&
+    const bool written = nm::write_all(file.get(), text) && take_over_from(file.get(), path) &&
                          fsync(file.get()) == 0 && file.close();
     if (!written) {
         const int reason = errno;
