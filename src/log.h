@@ -6,13 +6,22 @@
 #pragma once
 
 #include <sstream>
+#include <string_view>
+#include <type_traits>
 
 namespace nm {
 
 /// Severities with the logging library's numeric values.
 enum class LogLevel { Trace = 2, Debug = 4, Error = 16, Warning = 32, Info = 128 };
 
-/// One log statement; its text is written when the object dies, at the end of the full expression.
+/// A text of several lines of our own making, a script for one: its line ends stay what they are in the log.
+struct LogLines {
+    std::string_view text;
+};
+
+/// One log statement; its text is written when the object dies, at the end of the full expression. A literal
+/// goes into the log as it is. Values come from documents, peers and packets: their control characters become
+/// escapes (\n, \x1b), so that none adds a line to the log or moves a terminal's cursor.
 class LogStatement {
 public:
     LogStatement(LogLevel level, const char* file, int line, const char* function);
@@ -21,12 +30,25 @@ public:
     LogStatement& operator=(const LogStatement&) = delete;
 
     template <class T>
-    LogStatement& operator<<(const T& value) {
-        text_ << value;
+    LogStatement& operator<<(T&& value) {
+        using Kind = std::remove_reference_t<T>;
+        if constexpr (std::is_array_v<Kind> && std::is_const_v<std::remove_extent_t<Kind>>) {
+            text_ << value;
+        } else if constexpr (std::is_convertible_v<T, std::string_view>) {
+            put_value(view(value), "");
+        } else if constexpr (std::is_same_v<std::decay_t<T>, LogLines>) {
+            put_value(value.text, "\n");
+        } else {
+            text_ << value;
+        }
         return *this;
     }
 
 private:
+    static std::string_view view(std::string_view text) { return text; }
+    static std::string_view view(const char* text) { return text != nullptr ? text : ""; }
+    void put_value(std::string_view value, std::string_view allowed);
+
     LogLevel level_;
     const char* file_;
     int line_;

@@ -18,7 +18,8 @@ log=$1
 # The name carries nanoseconds, so that names sort by age and do not meet.
 unfinished=$(mktemp "$log.XXXXXX")
 trap 'rm -f "$unfinished"' EXIT
-gzip --stdout -- "$log" >"$unfinished"
+# Others write on: what comes after this moment stays for the next file.
+head -c "$(stat -Lc %s -- "$log")" -- "$log" | gzip >"$unfinished"
 chmod --reference="$log" "$unfinished"
 mv -n -- "$unfinished" "$log.$(date +%Y%m%d%H%M%S%N).gz"
 

@@ -146,7 +146,7 @@ int run_section_request(const char* json, SectionTarget target) {
 int run_entry(const char* signature, const std::function<int()>& request, const char* category) {
     return shielded([&] {
         INITIALIZE_LOG(category);
-        LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << SEPARATE_LINE;
+        LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << LogLines{SEPARATE_LINE};
         LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
         const RequestWaits waits;
         const int ret = shielded(request);

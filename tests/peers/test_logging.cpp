@@ -20,6 +20,7 @@ using namespace fixture;
 const fs::path kLogs = "/var/log/network";
 const fs::path kSettings = "/tmp/log_config";
 const fs::path kRollouts = "/run/network/rollouts";
+const fs::path kReference = "/run/network/log_compress.sh";
 const fs::path kScratch = "/run/network/scratch";
 const std::string kLineStart = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \d+ )";
 const std::string kPlace = R"(\[[^\]]*test_logging\.cpp:\d+\] .*speak\(.*\) >>> )";
@@ -35,9 +36,10 @@ std::string names_in(const fs::path& directory) {
 }
 
 /// A configuration file that differs from the built-in one in format, file and limit.
-std::string settings_for(const fs::path& log) {
+std::string settings_for(const fs::path& log, const std::string& limit = "300") {
     return "## written by hand\n* GLOBAL:\n  FORMAT = \"conf %level %msg\"\n  FILENAME = \"" + log.string() +
-           "\"\n  TO_STANDARD_OUTPUT = false\n  MAX_LOG_FILE_SIZE = 300\n  LOG_FLUSH_THRESHOLD = 1\n";
+           "\"\n  TO_STANDARD_OUTPUT = false\n  MAX_LOG_FILE_SIZE = " + limit +
+           "\n  LOG_FLUSH_THRESHOLD = 1\n";
 }
 
 void speak() {
@@ -79,6 +81,7 @@ void expect_text(const fs::path& log, const std::string& pattern) {
 
 class Logging : public testing::Test {
 protected:
+    static void SetUpTestSuite() { fs::copy_file("/usr/sbin/log_compress.sh", kReference); }
     void SetUp() override {
         run("cd /run/network && rm -rf /var/log/network /tmp/log_config rollouts .boot_fin .reboot "
             ".poweroff");
@@ -189,11 +192,62 @@ TEST_F(Logging, RolledFileIsSharedWithOthersAndKeptFromChildren) {
     in_child([&] {
         INITIALIZE_LOG("API");
         NM_LOG(Info) << std::string(400, 'x');
-        NM_LOG(Info) << message;
+        NM_LOG(Info) << nm::LogLines{message};
         (void)!system("echo theirs >>/var/log/network/api.log; ls -l /proc/self/fd | grep /var/log");
         NM_LOG(Info) << "mine";
     });
     EXPECT_EQ(slurp(kLogs / "api.log"), "conf INFO " + message + "\ntheirs\nconf INFO mine\n");
+}
+
+TEST_F(Logging, ProcessesThatFillOneFileLoseNoLineAndPrintNothing) {
+    constexpr int kWriters = 4;
+    constexpr int kLines = 150;
+    fs::copy_file(kReference, "/usr/sbin/log_compress.sh", fs::copy_options::overwrite_existing);
+    put(kSettings / "api.conf", settings_for(kLogs / "api.log", "20000"));
+    put(kLogs / "api.log", "");
+    fs::permissions(kLogs / "api.log", fs::perms(0600));
+    in_child([&] {
+        for (int writer = 0; writer < kWriters; ++writer) {
+            if (fork() != 0) {
+                continue;
+            }
+            INITIALIZE_LOG("API");
+            for (int line = 0; line < kLines; ++line) {
+                NM_LOG(Error) << std::string(100, 'x') << " writer " << writer << " line " << line;
+            }
+            _exit(0);
+        }
+        while (wait(nullptr) > 0) {
+        }
+    });
+    run("test $(zcat -f /var/log/network/api.log* | grep -c ' writer ') -ge " +
+        std::to_string(kWriters * kLines));
+    run("test $(zcat -f /var/log/network/api.log* | sort -u | wc -l) = " + std::to_string(kWriters * kLines));
+    run("ls /var/log/network/api.log.*.gz");
+    run("test -z \"$(find /var/log/network -type f -perm /077)\"");
+}
+
+TEST_F(Logging, RemovedFileComesBackWithTheNextLine) {
+    in_child([] {
+        INITIALIZE_LOG("API");
+        fs::remove(kLogs / "api.log");
+        speak();
+    });
+    expect_text(kLogs / "api.log", kBuiltInText);
+}
+
+TEST_F(Logging, ValuesAddNoLineAndMoveNoCursor) {
+    in_child([] {
+        const std::string value("a\n%msg ERROR forged\r\x1b[2J\x7f\0\xc3\xa9\\n", 30);
+        char buffer[] = "b\tc";
+        INITIALIZE_LOG("API");
+        NM_LOG(Info) << "own\n"
+                     << value << '|' << std::string_view(value).substr(0, 2) << '|' << buffer << '|'
+                     << static_cast<const char*>("\v") << static_cast<const char*>(nullptr) << '|'
+                     << nm::LogLines{"d\ne\x1b"};
+    });
+    EXPECT_EQ(slurp(kLogs / "api.log"),
+              "own\na\\n%msg ERROR forged\\r\\x1b[2J\\x7f\\x00\xc3\xa9\\n|a\\n|b\\tc|\\v|d\ne\\x1b\n");
 }
 
 TEST_F(Logging, FullDiskAndMissingDirectoryHarmNobody) {

@@ -6,6 +6,7 @@
 #include <easylogging++.h>
 #include <fcntl.h>
 #include <fnmatch.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,16 +16,18 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <set>
 #include <string_view>
 
 #include "log.h"
 #include "utils/Utils.h"
 #include "utils/file_io.h"
+#include "utils/handles.h"
 #include "utils/shell_text.h"
 
 const std::string SEPARATE_LINE = std::string(80, '=') + "\n";
@@ -129,20 +132,126 @@ SHARE_EASYLOGGINGPP(make_lasting_storage())
 
 namespace {
 
-/// The logging library opens its files so that children inherit them, and reopens a full one without
-/// append mode, so that a second process that writes to the same file would be overwritten. Both are
-/// set right on the open descriptor, which the stream class keeps to itself.
-void guard_descriptor(std::fstream* stream) {
+/// The file behind the statements of one level. The descriptor belongs to the stream that the logging library
+/// has opened; `limit` is in bytes, 0 for a file that never rolls over.
+struct LogFile {
+    std::string path;
+    int fd;
+    std::size_t limit;
+};
+
+using LogFiles = std::map<el::Level, LogFile>;
+
+/// The open files by logger, guarded by the lock of the logging library's storage. Never destroyed, like
+/// that.
+std::map<std::string, LogFiles>& open_files = *new std::map<std::string, LogFiles>();
+
+/// Whether full files are kept by rolloutHandler or just emptied.
+std::atomic<bool> keeps_full_files{false};
+
+/// The logging library opens its files so that children inherit them. That is set right on the open
+/// descriptor, which the stream class keeps to itself; without an open file it is -1.
+int guarded_descriptor(std::fstream* stream) {
     struct OpenFile : std::filebuf {
         static auto member() { return &OpenFile::_M_file; }
     };
     if (stream == nullptr || !stream->is_open()) {
-        return;
+        return -1;
     }
     const int fd = (stream->rdbuf()->*OpenFile::member()).fd();
     (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
     (void)fcntl(fd, F_SETFL, O_APPEND);
+    return fd;
 }
+
+/// Puts what is opened here behind the descriptor that the logging library knows.
+bool reopen(const LogFile& file, const nm::FileDescriptor& fresh) {
+    return fresh && dup3(fresh.get(), file.fd, O_CLOEXEC) >= 0;
+}
+
+bool reopen_by_path(const LogFile& file) {
+    return reopen(file, nm::FileDescriptor::open(file.path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0666));
+}
+
+/// What stands in the file behind `offset`; nothing if it cannot be read.
+std::string read_behind(const nm::FileDescriptor& file, off_t offset) {
+    return lseek(file.get(), offset, SEEK_SET) == offset ? nm::read_to_end(file.get()).value_or("") : "";
+}
+
+/// Puts an empty file in the place of the full one, for the same users. What others have written since it was
+/// found full is moved over: they go on with the old file until they see that its name has gone.
+bool put_empty_file(const LogFile& file, const struct stat& full) {
+    std::error_code error;
+    const std::string path = std::filesystem::canonical(file.path, error).string();  // a link stays
+    const std::string beside = path + ".new";
+    (void)unlink(beside.c_str());  // It need not be there.
+    const auto old = nm::FileDescriptor::open(path.c_str(), O_RDONLY);
+    const auto fresh = nm::FileDescriptor::open(beside.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL, 0600);
+    if (!old || !fresh || !nm::take_over_access(fresh.get(), full) ||
+        rename(beside.c_str(), path.c_str()) != 0) {
+        return false;
+    }
+    (void)nm::write_all(fresh.get(), read_behind(old, full.st_size));
+    return reopen(file, fresh);
+}
+
+/// Not lock_ex(), which logs and waits: one process rolls a file over, the others go on with their work.
+/// Without the directory of locks nobody is kept out.
+bool is_rolled_by_other(const nm::FileDescriptor& lock) {
+    return lock && flock(lock.get(), LOCK_EX | LOCK_NB) != 0;
+}
+
+void roll_over(const LogFile& file) {
+    const std::string name = file.path.substr(file.path.rfind('/') + 1);
+    const auto lock = nm::FileDescriptor::open(("/var/lock/network/" + name + ".lck").c_str(),
+                                               O_RDONLY | O_CREAT | O_NOFOLLOW, 0644);
+    struct stat full {};
+    const bool is_mine = !is_rolled_by_other(lock) && fstat(file.fd, &full) == 0 && full.st_nlink > 0;
+    if (!is_mine) {
+        return;
+    }
+    if (keeps_full_files) {
+        rolloutHandler(file.path.c_str(), static_cast<std::size_t>(full.st_size));
+    }
+    if (!put_empty_file(file, full)) {
+        (void)!ftruncate(file.fd, 0);  // Better without the old lines than without room for new ones.
+    }
+}
+
+/// A line that went into a file without a name is written again: another process has rolled the file over, or
+/// somebody has removed it.
+void append(const LogFile& file, const std::string& line) {
+    constexpr int kTries = 3;
+    struct stat status {};
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        (void)nm::write_all(file.fd, line);  // Logging never fails the caller.
+        if (fstat(file.fd, &status) != 0 || status.st_nlink > 0 || !reopen_by_path(file)) {
+            break;
+        }
+    }
+    if (file.limit != 0 && static_cast<std::size_t>(status.st_size) >= file.limit) {
+        roll_over(file);
+    }
+}
+
+/// Writes the finished lines in place of the logging library, which would ask for the size of its file twice
+/// a line and empties a full file under the hands of other processes.
+class LineWriter : public el::LogDispatchCallback {
+protected:
+    void handle(const el::LogDispatchData* dispatched) override {
+        const el::LogMessage* const message = dispatched->logMessage();
+        el::Logger* const logger = message->logger();
+        const std::string line = logger->logBuilder()->build(message, true);
+        const LogFiles& files = open_files[logger->id()];
+        const auto file = files.find(message->level());
+        if (file != files.end()) {
+            append(file->second, line);
+        }
+        if (logger->typedConfigurations()->toStandardOutput(message->level())) {
+            std::cout << line << std::flush;
+        }
+    }
+};
 
 /// The library's defaults without its habit of printing every statement on standard output.
 void set_to_quiet_default(el::Configurations& conf) {
@@ -150,44 +259,38 @@ void set_to_quiet_default(el::Configurations& conf) {
     conf.set(el::Level::Global, el::ConfigurationType::ToStandardOutput, "false");
 }
 
-/// The callback in front of rolloutHandler. A write that fails on a full disk ends here as well, with
-/// every statement anew: a file that is empty by then holds nothing to keep.
-void roll_over(const char* filename, std::size_t size) {
-    struct stat status {};
-    if (stat(filename, &status) != 0 || status.st_size != 0) {
-        rolloutHandler(filename, size);
-    }
-}
+constexpr std::array kLevels{el::Level::Trace, el::Level::Debug, el::Level::Error, el::Level::Warning,
+                             el::Level::Info};
 
-/// A file that is full when it is opened is truncated by the library without asking the callback.
-void roll_over_full_files(el::Configurations& conf) {
-    std::set<std::string> paths;
-    for (const el::Configuration* setting : conf.list()) {
-        const bool is_file = setting->configurationType() == el::ConfigurationType::Filename;
-        if (!is_file || !paths.insert(setting->value()).second) {
-            continue;
-        }
-        const auto* const limit = conf.get(setting->level(), el::ConfigurationType::MaxLogFileSize);
-        const off_t bytes = limit == nullptr ? 0 : std::atol(limit->value().c_str());
-        struct stat status {};
-        if (bytes > 0 && stat(setting->value().c_str(), &status) == 0 && status.st_size >= bytes) {
-            roll_over(setting->value().c_str(), static_cast<std::size_t>(status.st_size));
-        }
+/// Takes the size limits out of the configuration: the logging library would empty a full file when it opens
+/// it.
+std::map<el::Level, std::size_t> take_limits(el::Configurations& conf) {
+    std::map<el::Level, std::size_t> limits;
+    for (const el::Level level : kLevels) {
+        const el::Configuration* const limit = conf.get(level, el::ConfigurationType::MaxLogFileSize);
+        limits[level] = limit == nullptr ? 0 : strtoul(limit->value().c_str(), nullptr, 10);
     }
+    conf.set(el::Level::Global, el::ConfigurationType::MaxLogFileSize, "0");
+    return limits;
 }
 
 /// Gives the logger the configuration, with its file opened anew: a file that could not be opened before,
 /// was removed, or belongs to the previous category does not stay behind.
 void reconfigure(const char* logger_id, el::Configurations& conf) {
-    roll_over_full_files(conf);
+    const std::map<el::Level, std::size_t> limits = take_limits(conf);
     el::Logger* const logger = el::Loggers::getLogger(logger_id);
     const el::base::threading::ScopedLock logger_lock(logger->lock());
     const el::base::threading::ScopedLock storage_lock(el::base::elStorage->lock());
-    const auto streams = el::Loggers::logStreamsReference();
-    streams->clear();
+    el::Loggers::logStreamsReference()->clear();
     logger->configure(conf);
-    for (const auto& [path, stream] : *streams) {
-        guard_descriptor(stream.get());
+    LogFiles& files = open_files[logger_id];
+    files.clear();
+    el::base::TypedConfigurations* const typed = logger->typedConfigurations();
+    for (const auto& [level, limit] : limits) {
+        const int fd = typed->toFile(level) ? guarded_descriptor(typed->fileStream(level)) : -1;
+        if (fd >= 0) {
+            files[level] = {typed->filename(level), fd, limit};
+        }
     }
 }
 
@@ -195,7 +298,9 @@ void reconfigure(const char* logger_id, el::Configurations& conf) {
 class LoadedLog {
 public:
     LoadedLog() {
-        el::Loggers::addFlag(el::LoggingFlag::StrictLogFileSizeCheck);
+        using el::base::DefaultLogDispatchCallback;
+        el::Helpers::uninstallLogDispatchCallback<DefaultLogDispatchCallback>("DefaultLogDispatchCallback");
+        el::Helpers::installLogDispatchCallback<LineWriter>("LineWriter");
         el::Configurations silent;
         set_to_quiet_default(silent);
         silent.set(el::Level::Global, el::ConfigurationType::Enabled, "false");
@@ -203,14 +308,7 @@ public:
         reconfigure(kOtherLogger, silent);
         ready_ = true;
     }
-    ~LoadedLog() {
-        ready_ = false;
-        // A thread that writes at this moment must neither be disturbed nor hold up the end of the process.
-        const std::unique_lock lock(el::base::elStorage->lock(), std::try_to_lock);
-        if (lock) {
-            el::Loggers::flushAll();
-        }
-    }
+    ~LoadedLog() { ready_ = false; }
     LoadedLog(const LoadedLog&) = delete;
     LoadedLog& operator=(const LoadedLog&) = delete;
 
@@ -342,7 +440,6 @@ void write_statement(nm::LogLevel severity, const char* file, int line, const ch
     }
     const auto line_number = static_cast<el::base::type::LineNumber>(line);
     el::base::Writer(level, file, line_number, function).construct(logger) << text;
-    guard_descriptor(logger->typedConfigurations()->fileStream(level));
 }
 
 constexpr std::size_t kRolledPathLimit = 256;
@@ -388,19 +485,31 @@ void INITIALIZE_LOG(const char* name) {
     }
     redirect_stderr();
     configure_log(name == nullptr ? "" : name);
-    const el::base::threading::ScopedLock lock(el::base::elStorage->lock());
-    el::Helpers::installPreRollOutCallback(roll_over);
+    keeps_full_files = true;
 }
 
 void DETACH_LOG() {
-    if (!loaded_log.is_ready()) {
-        return;
-    }
-    const el::base::threading::ScopedLock lock(el::base::elStorage->lock());
-    el::Helpers::uninstallPreRollOutCallback();
+    keeps_full_files = false;
 }
 
 namespace nm {
+
+void LogStatement::put_value(std::string_view value, std::string_view allowed) {
+    constexpr std::string_view kControls("\a\b\t\n\v\f\r");
+    constexpr char kLetters[] = "abtnvfr";
+    constexpr char kDigits[] = "0123456789abcdef";
+    for (const char c : value) {
+        const auto code = static_cast<unsigned char>(c);
+        const bool is_control = code < 0x20 || code == 0x7f;
+        if (!is_control || allowed.find(c) != std::string_view::npos) {
+            text_ << c;
+        } else if (const std::size_t place = kControls.find(c); place != std::string_view::npos) {
+            text_ << '\\' << kLetters[place];
+        } else {
+            text_ << "\\x" << kDigits[code >> 4] << kDigits[code & 0xf];
+        }
+    }
+}
 
 LogStatement::LogStatement(LogLevel level, const char* file, int line, const char* function)
     : level_(level), file_(file), line_(line), function_(function) {

@@ -27,12 +27,14 @@ extern const std::string SEPARATE_LINE;
 /// Never fails: what cannot be read or written is passed over. `name` may be null (no category).
 void INITIALIZE_LOG(const char* name);
 
-/// Takes rolloutHandler out again: a full log file is from then on truncated without being kept. The
+/// Takes rolloutHandler out again: a full log file is from then on replaced without being kept. The
 /// next INITIALIZE_LOG puts it back.
 void DETACH_LOG();
 
-/// Hands the full log file `filename` to /usr/sbin/log_compress.sh and waits for it; the logging library
-/// calls it before it truncates the file, holding its locks. The target of a symbolic link is handed
+/// Hands the full log file `filename` to /usr/sbin/log_compress.sh and waits for it; the writer of the line
+/// that filled the file calls it, holding the locks of the logging library, before it puts an empty file in
+/// the place of the full one. Of several processes one does so, the others write on: what they add to the
+/// full file meanwhile comes into the new one. The target of a symbolic link is handed
 /// over instead of the link, a path longer than 256 bytes is cut there, and a file that is neither
 /// regular nor a link is left alone. `size` (bytes) is not used.
 void rolloutHandler(const char* filename, std::size_t size);
