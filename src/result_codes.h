@@ -88,6 +88,13 @@ constexpr int NM_ERR_BUS_DAEMON_READ = -1604;
 constexpr int NM_ERR_RELOAD = -1605;
 constexpr int NM_ERR_NO_NAT_RULE = -1606;
 
+// PPPoE sessions: the codes of vpppoe.h, moved by NM_ERR_SESSION.
+constexpr int NM_ERR_SESSION = -1702;
+constexpr int NM_ERR_SESSION_ARG = -1703;
+constexpr int NM_ERR_SESSION_NONE = -1704;
+constexpr int NM_ERR_SESSION_UNAVAILABLE = -1705;
+constexpr int NM_ERR_SESSION_STORE = -1706;
+
 // Local management.
 constexpr int NM_ERR_MGMT_ARG = -1901;
 constexpr int NM_ERR_MGMT_STATIC_ROUTE = -1907;
@@ -170,6 +177,11 @@ inline constexpr std::array kResultCodes{
     ResultCode{NM_ERR_BUS_DAEMON_READ, "NM_ERR_BUS_DAEMON_READ", "the daemon request could not be read"},
     ResultCode{NM_ERR_RELOAD, "NM_ERR_RELOAD", "a peer service could not reload its conditions"},
     ResultCode{NM_ERR_NO_NAT_RULE, "NM_ERR_NO_NAT_RULE", "the network service has no such NAT rule"},
+    ResultCode{NM_ERR_SESSION_ARG, "NM_ERR_SESSION_ARG", "bad name or credentials of a PPPoE session"},
+    ResultCode{NM_ERR_SESSION_NONE, "NM_ERR_SESSION_NONE",
+               "no PPPoE configuration or session of the interface"},
+    ResultCode{NM_ERR_SESSION_UNAVAILABLE, "NM_ERR_SESSION_UNAVAILABLE", "PPPoE sessions cannot be run here"},
+    ResultCode{NM_ERR_SESSION_STORE, "NM_ERR_SESSION_STORE", "the PPPoE configuration could not be written"},
     ResultCode{NM_ERR_MGMT_ARG, "NM_ERR_MGMT_ARG", "a local management argument is empty or unreadable"},
     ResultCode{NM_ERR_MGMT_STATIC_ROUTE, "NM_ERR_MGMT_STATIC_ROUTE",
                "the shared static routes could not be switched"},

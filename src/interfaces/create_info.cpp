@@ -41,6 +41,10 @@ constexpr std::pair<int, Factory> kFactories[] = {{1, create_uplink<KIND_WAN>},
 
 int create_INFO(BaseIfaceInfo** info, int type, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
+    if (info == nullptr) {
+        NM_LOG(Error) << "info is Null pointer.";
+        return NM_EXIT(NM_ERR_NULL_ARG);
+    }
     if (*info != nullptr) {
         NM_LOG(Error) << "info is not NULL";
         return NM_EXIT(NM_ERR_NOT_NULL);

@@ -111,6 +111,7 @@ TEST(UnixCli, AClientOwnsNoMoreThanItOpened) {
     EXPECT_EQ(create_unix_cli(&cli, lock.data(), path.data(), true), NM_ERR_NOT_NULL);
     EXPECT_EQ(cli->done() + cli->done(), 0);
     EXPECT_TRUE(fcntl(STDIN_FILENO, F_GETFD) >= 0 && fixture::is_lock_free(lock));
+    EXPECT_EQ(cli->connect_to_server(), NM_ERR_NL_CONNECT) << "standard input is no socket of this client";
     Json::Value reply;
     EXPECT_EQ(cli->init(), 0) << "the path is cut at 107 bytes";
     EXPECT_EQ(cli->send_to_server(Json::Value(1)) + cli->read_from_server(reply), 0);

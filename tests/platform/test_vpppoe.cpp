@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "interfaces/uplink/session_code.h"
 #include "sandbox_fixture.h"
 
 namespace {
@@ -131,6 +132,14 @@ TEST_F(Vpppoe, TheKernelDecidesWhetherARecordIsTrue) {
         EXPECT_EQ(get_pppoe_runtime_cfg("swdev1", &cfg), code) << record;
         EXPECT_EQ(cfg.ip4_addr + std::string(cfg.ip4_dns1), code == 0 ? "192.0.2.1" : "");
     }
+}
+
+TEST(SessionCodes, HaveANameAmongTheLibrarysOwn) {
+    for (const int code : {VPPPOE_ERR_ARG, VPPPOE_ERR_NO_SESSION, VPPPOE_ERR_UNAVAILABLE, VPPPOE_ERR_STORE}) {
+        const std::string_view name = describe_result(nm::session_code(code)).name;
+        EXPECT_EQ(name.substr(0, 15), "NM_ERR_SESSION_") << code;
+    }
+    EXPECT_EQ(nm::session_code(VPPPOE_SUCCESS), NM_OK);
 }
 
 }  // namespace

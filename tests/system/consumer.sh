@@ -61,6 +61,10 @@ same "nm_bin has a command for each entry and each document" "$(printf '%s\n' "$
     "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z0-9_]*\) .*/\1/p' | sort | xargs)"
 same "nothing of the logging library is exported" "" \
     "$(nm -DC --defined-only "$LIBRARY" | grep -E '(^|[^A-Za-z0-9_])el::' | cut -c 18-120 || true)"
+printf '%s\n' '#include <dlfcn.h>' 'int main(void) { void* it = dlopen("libnetworkinterface.so.1", RTLD_NOW);' \
+    'return it == 0 || dlclose(it) != 0 || dlopen("libnetworkinterface.so.1", RTLD_NOW | RTLD_NOLOAD) != 0; }' |
+    gcc -x c -o "$scratch/unload" -
+check "it can be loaded and unloaded" env LD_LIBRARY_PATH=/opt/stage/lib "$scratch/unload"
 same "no function outside of a namespace stays inside" "" "$(nm -C --defined-only "$LIBRARY" |
     sed -n 's/^[0-9a-f]* t \([A-Za-z_].*(.*)\)$/\1/p' | grep -vE '::|^_' || true)"
 finish

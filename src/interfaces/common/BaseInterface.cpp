@@ -10,12 +10,13 @@
 #include "log.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
+#include "utils/strings.h"
 
 namespace {
 
 /// A rate stored as a JSON number is no rate: the line speed stands in for it.
 unsigned long read_rate(const Json::Value& entry, const char* key, const std::string& line_speed) {
-    return strtoul(nm::json_string_or(entry, key, line_speed).c_str(), nullptr, 10);
+    return nm::rate_from_text(nm::json_string_or(entry, key, line_speed));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace nm {
 
 /// They lie below our own.
 inline int session_code(int retval) {
-    return retval == VPPPOE_SUCCESS ? NM_OK : retval - 1702;
+    return retval == VPPPOE_SUCCESS ? NM_OK : retval + NM_ERR_SESSION;
 }
 
 }  // namespace nm

@@ -16,8 +16,15 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/handles.h"
 #include "utils/json_text.h"
 #include "utils/locks.h"
+
+const std::array<unix_cli_row, 3> unix_cli_type{{
+    unix_cli_row{"/var/run/network/slaacrrd.sock", "slaacrrd_cli.pyc", "SLAACRRD"},
+    unix_cli_row{"/var/run/network/wanipd.sock", "wanipd_cli", "WANIPD"},
+    unix_cli_row{"/var/run/network/ncsid.sock", "ncsid_cli", "NCSID"},
+}};
 
 namespace {
 
@@ -64,7 +71,12 @@ int await_connection(int fd) {
     return NM_OK;
 }
 
+/// Descriptor 0 means that there is no socket; it is somebody else's.
 int connect_socket(int fd, const sockaddr_un& address) {
+    if (fd <= 0) {
+        NM_LOG(Error) << "Error Connection! err: " << describe(EBADF);
+        return NM_ERR_NL_CONNECT;
+    }
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
         return NM_OK;
     }
@@ -191,12 +203,16 @@ int unix_cli::init() {
 
 int unix_cli::create_sock() {
     close_socket();
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    nm::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (socket.get() == 0) {
+        // The caller has closed its standard input; 0 stands for "none" here.
+        socket = nm::FileDescriptor(fcntl(socket.get(), F_DUPFD_CLOEXEC, 1));
+    }
+    if (!socket) {
         NM_LOG(Error) << "Socket open failed. err: " << describe(errno);
         return NM_ERR_SOCKET;
     }
-    sock_fd_ = fd;
+    sock_fd_ = socket.release();
     return NM_OK;
 }
 

@@ -25,11 +25,7 @@ struct unix_cli_row {
     const char* label;
 };
 
-inline constexpr std::array unix_cli_type{
-    unix_cli_row{"/var/run/network/slaacrrd.sock", "slaacrrd_cli.pyc", "SLAACRRD"},
-    unix_cli_row{"/var/run/network/wanipd.sock", "wanipd_cli", "WANIPD"},
-    unix_cli_row{"/var/run/network/ncsid.sock", "ncsid_cli", "NCSID"},
-};
+extern const std::array<unix_cli_row, 3> unix_cli_type;
 
 /// The reply text of a caller that wants none: the command is sent and the connection closed.
 inline constexpr const char* kNoResponse = "no response";
@@ -52,7 +48,7 @@ public:
     /// Opens the socket. 0 or NM_ERR_SOCKET.
     int create_sock();
 
-    /// Connects within 5 seconds. 0, or NM_ERR_NL_CONNECT with the socket closed.
+    /// Connects within 5 seconds. 0, or NM_ERR_NL_CONNECT with the socket closed; also without a socket.
     int connect_to_server();
 
     /// Send the whole text, or the value as one line of JSON, within 5 seconds for each piece that the

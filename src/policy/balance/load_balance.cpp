@@ -23,6 +23,7 @@
 #include "utils/json_text.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
+#include "utils/strings.h"
 
 namespace {
 
@@ -52,10 +53,7 @@ std::string text_of(const Json::Value& entry, const char* key, const char* fallb
 
 /// A text that is no number in range gives 0, and so leaves the port out.
 uint64_t rate_of(const Json::Value& entry) {
-    const std::string text = nm::json_string_or(entry, "TX_RATE", text_of(entry, "ISP_BW", "0"));
-    errno = 0;
-    const uint64_t rate = strtoull(text.c_str(), nullptr, 10);
-    return errno != 0 || text.find('-') != std::string::npos ? 0 : rate;
+    return nm::rate_from_text(nm::json_string_or(entry, "TX_RATE", text_of(entry, "ISP_BW", "0")));
 }
 
 /// The rules are text for a shell: a name that cannot be written there harmlessly is no name.

@@ -207,6 +207,10 @@ std::string DhcpService::get_service_type() const {
 }
 
 int create_DHCP_SERVICE(DhcpService** service, std::string ifname, std::string path) {
+    if (service == nullptr) {
+        NM_LOG(Error) << "service is Null pointer.";
+        return NM_ERR_NULL_ARG;
+    }
     if (*service != nullptr) {
         NM_LOG(Error) << "service is not NULL";
         return NM_ERR_NOT_NULL;

@@ -119,8 +119,8 @@ private:
 };
 
 /// Builds the service of `ifname` from the document at `path` into `*service` (null on entry, owned by the
-/// caller). 0; NM_ERR_NOT_NULL; what the constructor throws; NM_ERR_BAD_FORMAT for a document with a value of
-/// the wrong kind.
+/// caller). 0; NM_ERR_NULL_ARG for no place; NM_ERR_NOT_NULL; what the constructor throws; NM_ERR_BAD_FORMAT
+/// for a document with a value of the wrong kind.
 int create_DHCP_SERVICE(DhcpService** service, std::string ifname, std::string path);
 
 /// Removes every server file of the generated ones. 0, also if one could not be removed (which is logged);

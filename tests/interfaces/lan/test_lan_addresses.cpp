@@ -95,6 +95,7 @@ TEST_F(LanAddress, IsRefusedWithItsCode) {
     }
     BaseIfaceInfo* lan = nullptr;
     EXPECT_EQ(create_INFO(&lan, 2, "br_v12", "/p", json("{'A':1}")), NM_ERR_NO_SECTION);
+    EXPECT_EQ(create_INFO(nullptr, 2, "br_v12", "/p", document(kStatic)), NM_ERR_NULL_ARG);
     EXPECT_EQ(create_INFO(&lan, 3, "br_v12", "/p", document(kStatic)), NM_ERR_BAD_TYPE);
 }
 

@@ -53,6 +53,7 @@ TEST(PortEntry, HasADefaultForEveryKey) {
         {"'INTERFACE':'i','DEV_TYPE':'virtio','MTU':1400,'PRIO':7,'ISP_BW':5", "i,eth5,virtio,7,1400,5,5"},
         {"'ISP_BW':'100','RX_RATE':20,'TX_RATE':null", ",eth5,,1,1500,100,100"},
         {"'ISP_BW':'100','RX_RATE':'','TX_RATE':'010'", ",eth5,,1,1500,0,10"},
+        {"'ISP_BW':'-100','RX_RATE':'99999999999999999999'", ",eth5,,1,1500,0,0"},
         {"'MTU':'14 B','PRIO':'x','RX_RATE':{},'TX_RATE':'40000000000'", ",eth5,,0,14,0,40000000000"}};
     for (const auto& [entry, expected] : cases) {
         EXPECT_EQ(Port("P", "/p", json("{'WAN_PORT':{'P':{" + entry + "}}}")).facts(), expected) << entry;
