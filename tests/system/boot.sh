@@ -18,7 +18,8 @@ mapfile -t directories < <(awk '$1 == "d" {print $2}' /usr/lib/tmpfiles.d/networ
 rm -rf "${directories[@]}"
 (umask 077 && systemd-tmpfiles --create networkinterface.conf)
 same "the directories are there, for root alone to write to" "755 root:root" \
-    "$(stat -L -c '%a %U:%G' "${directories[@]}" | sort -u)"
+    "$(stat -L -c '%n %a %U:%G' "${directories[@]}" | sed '\|^/run/lock/network 700 root:root$|d; s/^[^ ]* //' | sort -u)"
+same "only root can open a lock file" "700 root:root" "$(stat -c '%a %U:%G' /run/lock/network)"
 : >/run/network/.boot_fin
 : >/run/network/resolv.dnsmasq
 same "and all that a request needs" "0 0" "$(nm_bin Add_hosts 192.0.2.1 swdev1 | cut -d' ' -f1) $(

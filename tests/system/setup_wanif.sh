@@ -131,7 +131,7 @@ check_bad_documents() {
 "swdev1/../swdev1"
 ""
 NAMES
-    bad "INTERFACE of two lines" -1002 'swdev1\\nswdev2$' "$request" '.WAN_PORT.PORT1.INTERFACE = "swdev1\nswdev2"'
+    bad "INTERFACE of two lines" -1002 'swdev1\\nswdev2 does not exist$' "$request" '.WAN_PORT.PORT1.INTERFACE = "swdev1\nswdev2"'
     bad "INTERFACE an object" -1012 PORT1 "$request" '.WAN_PORT.PORT1.INTERFACE = {}'
     bad "port entry a text" -1012 PORT1 "$request" '.WAN_PORT.PORT1 = "swdev1"'
     bad "MTU 10" -1007 'Set MTU\[10\] failed, Interface : swdev1' "$request" '.WAN_PORT.PORT1.MTU = "10"'
