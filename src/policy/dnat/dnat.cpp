@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 
 #include "config/nmconfig.h"
@@ -32,11 +33,6 @@ std::string ports_of(const Json::Value& rule, const char* key) {
     std::string ports = text_of(rule, key);
     std::replace(ports.begin(), ports.end(), '-', ':');
     return ports;
-}
-
-/// A value as a word of a script. What has no harmless form does not get here: see unwritable_rule().
-std::string word(const std::string& value) {
-    return value.empty() ? value : nm::restore_word(value).value_or("");
 }
 
 bool has(const std::string& text, char character) {
@@ -84,15 +80,26 @@ int check(const Json::Value& rules) {
     return NM_OK;
 }
 
+/// Whether every value can stand in a script, whoever reads it: the shell, the restore commands of rules and
+/// of sets, and those who read loaded rules back as text.
 bool is_writable(const dnat_rule& rule) {
-    const auto writable = [](const std::string& value) { return value.empty() || nm::restore_word(value); };
-    // The set's own reader knows no quotes, so that an address has to be plain.
-    return writable(rule.ifname) && writable(rule.lan_ip) && writable(rule.lan_port) &&
-           writable(rule.tcp_wan_port) && writable(rule.udp_wan_port) &&
+    const std::string* const words[] = {&rule.ifname,       &rule.lan_ip,       &rule.lan_port,
+                                        &rule.tcp_wan_port, &rule.udp_wan_port, &rule.ipset_name};
+    return std::all_of(std::begin(words), std::end(words),
+                       [](const std::string* word) { return word->empty() || nm::is_plain(*word); }) &&
            std::all_of(rule.allowed_remote_ips.begin(), rule.allowed_remote_ips.end(), nm::is_plain);
 }
 
-/// The first enabled rule with a value that no script can hold.
+/// Each set is named by its rule's place in the list.
+void name_sets(Json::Value& rules) {
+    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        if (rules[i].isObject()) {
+            rules[i]["IPSET_NAME"] = "DNAT" + std::to_string(i);
+        }
+    }
+}
+
+/// The first enabled rule with a value that is not a plain word.
 std::optional<Json::ArrayIndex> unwritable_rule(Json::Value& rules, Json::Value& device) {
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
         dnat_rule rule;
@@ -150,16 +157,15 @@ struct Clauses {
 };
 
 Clauses clauses_of(const dnat_rule& rule) {
-    Clauses clauses{std::string("-A ") + kNatChain + " -i " + word(rule.ifname), "-A HAIRPIN_FWD",
-                    "-A HAIRPIN_MASQ -d " + word(rule.lan_ip),
-                    " -j DNAT --to-destination " + word(rule.lan_ip)};
+    Clauses clauses{std::string("-A ") + kNatChain + " -i " + rule.ifname, "-A HAIRPIN_FWD",
+                    "-A HAIRPIN_MASQ -d " + rule.lan_ip, " -j DNAT --to-destination " + rule.lan_ip};
     if (!rule.allowed_remote_ips.empty()) {
-        const std::string sources = " -m set --match-set " + word(rule.ipset_name) + " src";
+        const std::string sources = " -m set --match-set " + rule.ipset_name + " src";
         clauses.forward += sources;
         clauses.hairpin += sources;
     }
     if (rule.type != 0 && !rule.lan_port.empty() && !has(rule.lan_port, ',') && !has(rule.lan_port, ':')) {
-        clauses.target += ":" + word(rule.lan_port);
+        clauses.target += ":" + rule.lan_port;
     }
     return clauses;
 }
@@ -171,9 +177,9 @@ std::string forward_lines(const Clauses& clauses, const dnat_rule& rule, const T
         return "";
     }
     const std::string match = port_match(transport.name, " --dport ", "--dports ", wan_port);
-    return clauses.forward + match + word(wan_port) + clauses.target + "\n" + clauses.hairpin + match +
-           word(wan_port) + clauses.target + "\n" + clauses.masquerade + match +
-           word(reply_port(rule, transport)) + " -j MASQUERADE\n";
+    return clauses.forward + match + wan_port + clauses.target + "\n" + clauses.hairpin + match + wan_port +
+           clauses.target + "\n" + clauses.masquerade + match + reply_port(rule, transport) +
+           " -j MASQUERADE\n";
 }
 
 std::string forward_text(const dnat_rule& rule) {
@@ -219,7 +225,7 @@ std::string reply_mark(const std::string& wan_portname) {
 }
 
 std::string reply_text(const dnat_rule& rule, const std::string& address) {
-    const std::string match = " -m conntrack --ctstate DNAT --ctorigdst " + word(address);
+    const std::string match = " -m conntrack --ctstate DNAT --ctorigdst " + address;
     const std::string end = match + " -j MARK --set-mark " + reply_mark(rule.wan_portname) + "/" +
                             std::to_string(nm::kDnatReplyMask) + "\n";
     const std::string head = std::string("-A ") + kMarkChain;
@@ -230,7 +236,7 @@ std::string reply_text(const dnat_rule& rule, const std::string& address) {
     for (const Transport& transport : kTransports) {
         if (!(rule.*transport.wan_port).empty()) {
             const std::string& ports = reply_port(rule, transport);
-            text += head + port_match(transport.name, " --sport ", "--sport ", ports) + word(ports) + end;
+            text += head + port_match(transport.name, " --sport ", "--sport ", ports) + ports + end;
         }
     }
     return has_no_ports(rule.protocol) ? text + head + " -p " + rule.protocol + end : text;
@@ -258,11 +264,8 @@ int load(const std::string& table, const std::string& chain, const std::string& 
 int load_forwards(const Json::Value& old_rules, Json::Value& rules, Json::Value& device, std::string& error) {
     std::string sets = new_sets(old_rules, rules);
     std::string forwards = std::string("-F ") + kNatChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
-    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
-        if (rules[i].isObject()) {
-            rules[i]["IPSET_NAME"] = "DNAT" + std::to_string(i);
-        }
-        gen_dnat_rule(rules[i], device, sets, forwards);
+    for (Json::Value& rule : rules) {
+        gen_dnat_rule(rule, device, sets, forwards);
     }
     // A rule whose set is missing is refused below; one whose set lacks a member admits less.
     (void)system_cmd(nm::here_document(kRestoreSets, sets).c_str());
@@ -296,6 +299,7 @@ int apply(const Json::Value& old_rules, Json::Value& rules, std::string& error, 
     if (ret != NM_OK) {
         return ret;
     }
+    name_sets(rules);
     const std::optional<Json::ArrayIndex> refused = unwritable_rule(rules, device);
     if (refused) {
         error = rule_failed(kNatChain, *refused);
@@ -344,7 +348,7 @@ void dnat_jsontostruct(Json::Value& rule, Json::Value& device, dnat_rule* out) {
 void gen_dnat_rule(Json::Value& rule, Json::Value& device, std::string& ipset_text, std::string& rule_text) {
     dnat_rule forward;
     dnat_jsontostruct(rule, device, &forward);
-    if (forward.enabled != 0) {
+    if (forward.enabled != 0 && is_writable(forward)) {
         ipset_text += set_text(forward);
         rule_text += forward_text(forward);
     }
@@ -355,7 +359,7 @@ void gen_dnat_prerouting_rule(Json::Value& rule, Json::Value& device,
     dnat_rule forward;
     dnat_jsontostruct(rule, device, &forward);
     const std::string address = ip4_of(wans, forward.ifname);
-    if (forward.enabled != 0 && !address.empty()) {
+    if (forward.enabled != 0 && is_writable(forward) && !address.empty()) {
         rule_text += reply_text(forward, address);
     }
 }

@@ -49,7 +49,8 @@ int reload_dnat(std::string path);
 void dnat_jsontostruct(Json::Value& rule, Json::Value& device, dnat_rule* out);
 
 /// Append the lines of an entry to the script for the sets and that for the nat table, or to that for the
-/// mangle table. A disabled entry has none; an uplink without an IPv4 address marks no replies.
+/// mangle table. An entry that is disabled or has a value that is not plain text has none; an uplink without
+/// an IPv4 address marks no replies.
 void gen_dnat_rule(Json::Value& rule, Json::Value& device, std::string& ipset_text, std::string& rule_text);
 void gen_dnat_prerouting_rule(Json::Value& rule, Json::Value& device,
                               std::vector<available_base_wan_status>& wans, std::string& rule_text);

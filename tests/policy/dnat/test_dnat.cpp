@@ -68,9 +68,8 @@ TEST(Forward, HasTheLinesOfItsKind) {
          "-A PORT_FORWARDING -i ppp-swdev3" + to + "\n", ""},
         {forward("'TCP_WAN_PORT':'22','ACTION':'DISABLE'"), "", "", ""},
         {forward("'TCP_WAN_PORT':'22','TYPE':'foo'"), "", "", ""},
-        {forward("'TCP_WAN_PORT':'1 -j ACCEPT','LAN_PORT':'$(reboot)'"), "",
-         three(" -p tcp --dport \"1 :j ACCEPT\"", ":\"\\$(reboot)\"", " -p tcp --dport \"\\$(reboot)\""),
-         reply + " -p tcp --sport \"\\$(reboot)\"" + end},
+        {forward("'TCP_WAN_PORT':'1 -j ACCEPT'"), "", "", ""},
+        {forward("'PROTOCOL':'esp','IPSET_NAME':'a\\nadd b','ALLOWED_REMOTE_IPS':['1.2.3.4']"), "", "", ""},
         {"7", "", "", ""},
     };
     Json::Value device = device_document();
@@ -223,12 +222,15 @@ TEST_F(Forwards, ReachTheKernelWholeOrNotAtAll) {
         EXPECT_NE(loaded.find(line), std::string::npos) << line << "\n" << loaded;
     }
     EXPECT_NE(exec("ipset list DNAT0").find("198.51.100.0/24"), std::string::npos);
-    for (const char* const bad :
-         {"'TCP_WAN_PORT':'99999'", "'TCP_WAN_PORT':'1 -j ACCEPT'", "'TCP_WAN_PORT':'$(touch /tmp/run)'",
-          "'TCP_WAN_PORT':'`touch /tmp/run`'"}) {
+    const std::pair<const char*, const char*> refusals[] = {
+        {"'TCP_WAN_PORT':'99999'", "PORT_FORWARDING: the restore command refused line 8"},
+        {"'TCP_WAN_PORT':'1 -j ACCEPT'", "PORT_FORWARDING rule2 failed."},
+        {"'LAN_PORT':'$(touch /tmp/run)','TCP_WAN_PORT':'1'", "PORT_FORWARDING rule2 failed."},
+        {"'LAN_IP':'`touch /tmp/run`'", "PORT_FORWARDING rule2 failed."}};
+    for (const auto& [bad, words] : refusals) {
         Json::Value refused = json("[" + forward("'PROTOCOL':'esp'") + "," + forward(bad) + "]");
         EXPECT_EQ(setup_dnat(list, refused, error, kDevice), -1011) << bad;
-        EXPECT_TRUE(log.has("PORT_FORWARDING: the restore command refused line 8")) << bad;
+        EXPECT_TRUE(log.has(words)) << bad;
         EXPECT_EQ(rules(), loaded) << bad;
         EXPECT_FALSE(fs::exists("/tmp/run"));
     }

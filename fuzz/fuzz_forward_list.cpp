@@ -1,0 +1,31 @@
+// Foreign bytes as a list of forwards: every line belongs to a set or a chain, and holds plain words only.
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+#include "policy/dnat/dnat.h"
+#include "utils/json_text.h"
+#include "utils/shell_text.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    Json::Value rules, device;
+    if (!nm::parse_json(std::string(reinterpret_cast<const char*>(bytes), size), rules) || !rules.isArray()) {
+        return 0;
+    }
+    device["WAN_PORT"]["PORT2"]["INTERFACE"] = "swdev2";
+    std::vector<available_base_wan_status> wans(1);
+    wans[0].ifname = "swdev2", wans[0].ip4.addr = "192.0.2.2";
+    std::string text, rest;
+    for (Json::Value& rule : rules) {
+        gen_dnat_rule(rule, device, text, rest);
+        gen_dnat_prerouting_rule(rule, device, wans, rest);
+    }
+    std::istringstream lines(text + rest);
+    for (std::string line, word; std::getline(lines, line);) {
+        bool known = std::string("flush add -A ").find(line.substr(0, line.find(' ') + 1)) != line.npos;
+        for (std::istringstream words(line); words >> word;)
+            known = known && nm::is_plain(word);
+        known ? void() : std::abort();
+    }
+    return 0;
+}
