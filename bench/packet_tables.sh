@@ -13,12 +13,12 @@ readonly ROUNDS=5 NEW=/run/new.json OLD=/run/old.json BARE=/run/bare
 BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
 export PATH=$BUILD/bin:$PATH
 
-# compare COUNT KIND COMMAND: a line of the table, and the time of ours in took[COUNT KIND].
+# compare COUNT KIND COMMAND [NAME]: a line of the table, and the CPU time of ours in took[KIND COUNT].
 declare -A took
 compare() {
     local line
     line=$(bench_compare_commands "$ROUNDS" "exec nm_bin Apply_$2 $NEW $OLD >/dev/null 2>&1" "$3")
-    took[$2 $1]=${line%%.*}
+    took[$2 $1]=$(awk '{print $4}' <<<"$line")
     printf '%-24s %6s %s\n' "${4:-$2}" "$1" "$line"
 }
 
@@ -52,7 +52,7 @@ store_routes() {
 
 growth() {
     awk -v few="${took[$1 $2]}" -v many="${took[$1 $3]}" -v times="$(($3 / $2))" -v name="$1" \
-        'BEGIN {printf "Growth exponent of %s: %.2f\n", name, log(many / few) / log(times)}'
+        'BEGIN {printf "Growth exponent of the CPU time, %s: %.2f\n", name, log(many / few) / log(times)}'
 }
 
 touch /run/network/.boot_fin
@@ -64,7 +64,7 @@ nm-base-rules 2>/dev/null
 jq -n '{WAN_PORT: {PORT1: {INTERFACE: "swdev1", DEV_TYPE: "ethernet"}}, WAN_IFACE_INFO: {swdev1: {IP4_TYPE: "STATIC",
     IP4_ADDR: "10.1.0.1", IP4_GW: "10.1.0.2", IP6_TYPE: "DISABLED"}}}' >/etc/networkmanagement/device_info.json
 echo "Medians of $ROUNDS rounds, ms; peak memory in KiB with all commands run."
-printf '%-24s %6s %9s %9s %6s %9s %9s\n' "" count ours bare ratio "our peak" "its peak"
+printf '%-24s %6s %9s %9s %6s %9s %9s %6s %9s %9s\n' "" count ours bare ratio "our CPU" "its CPU" ratio "our peak" "its peak"
 for count in 10 100; do
     store_forwards "$count"
     record_scripts
