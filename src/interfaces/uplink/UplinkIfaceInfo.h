@@ -142,7 +142,8 @@ private:
     bool has_session() const;
     int bring_up(uint32_t opt);
     int setup_ipv4_session(uint32_t opt);
-    int describe_link(std::string gateway, Json::Value& request);
+    int choose_gateway(std::string& gateway);
+    int describe_link(const std::string& gateway, Json::Value& request);
     int remove_addresses();
     std::set<std::string> addresses_in_sets();
     int write_static_address();

@@ -90,17 +90,19 @@ int UplinkIfaceInfo::setup_wan_monitor(int mode, std::string name, std::string g
     } else {
         request["type"] = kind.monitor_type;
     }
-    const bool is_described = mode == 1 || kind.monitor_type != nullptr;
-    const int ret = is_described ? describe_link(gateway, request) : NM_OK;
+    int ret = mode == 1 ? choose_gateway(gateway) : NM_OK;
+    if (ret == NM_OK && (mode == 1 || kind.monitor_type != nullptr)) {
+        ret = describe_link(mode == 1 ? gateway : ip4_gw, request);
+    }
     if (mode == 1 && ret != NM_OK) {
         return ret;
     }
-    // A monitor goes with what could be said of its link: it must not outlive it.
+    // A monitor goes with what is known of its link, right or wrong: it must not outlive it.
     const char* const method = mode == 1 ? "Add_monitor_iface" : "Del_monitor_iface";
     return nm::ask_service("VelanWmd", method, request, kMissingError);
 }
 
-int UplinkIfaceInfo::describe_link(std::string gateway, Json::Value& request) {
+int UplinkIfaceInfo::choose_gateway(std::string& gateway) {
     if (!choose_by_type(ip4_type, ip4_gw, gateway)) {
         NM_LOG(Error) << "Wrong type for setting up monitor, type: " << ip4_type;
         return NM_ERR_BAD_TYPE;
@@ -110,6 +112,10 @@ int UplinkIfaceInfo::describe_link(std::string gateway, Json::Value& request) {
         NM_LOG(Error) << "Bad gateway address [" << gateway << "] for Monitor.";
         return NM_ERR_BAD_IP;
     }
+    return NM_OK;
+}
+
+int UplinkIfaceInfo::describe_link(const std::string& gateway, Json::Value& request) {
     request["gateway"] = gateway;
     const std::unique_ptr<UplinkInterface> device = get_interface();
     if (device == nullptr || device->get_tx_rate() == 0) {

@@ -149,6 +149,7 @@ TEST_F(UplinkKinds, APrivatePortIsKnownByAllOfItsLink) {
     const std::string no_device = "'INTERFACE':'swdev3','MTU':['1']";
     const std::string no_rate = "'INTERFACE':'swdev3','DEV_TYPE':'virtio'";
     const std::string whole = R"({"bandwidth":200,"gateway":"192.0.2.1","ifname":"swdev3","type":"PRIVATE"})";
+    const std::string gateless = R"({"bandwidth":200,"gateway":"","ifname":"swdev3","type":"PRIVATE"})";
     const std::string rateless = R"({"gateway":"192.0.2.1","ifname":"swdev3","type":"PRIVATE"})";
     const std::tuple<std::string, std::string, int, int, Calls> cases[] = {
         {kStatic, kPort, 1, 0, {"Add_monitor_iface " + whole}},
@@ -156,7 +157,10 @@ TEST_F(UplinkKinds, APrivatePortIsKnownByAllOfItsLink) {
         {kStatic, no_rate, 1, NM_ERR_NO_IFACE, {}},
         {kStatic, no_device, 1, NM_ERR_NO_IFACE, {}},
         {kStatic, no_device, 0, 0, {"Del_monitor_iface " + rateless}},
-        {"'IP4_TYPE':'DISABLED'", kPort, 1, NM_ERR_BAD_TYPE, {}}};
+        {"'IP4_TYPE':'DISABLED'", kPort, 1, NM_ERR_BAD_TYPE, {}},
+        {"'IP4_TYPE':'DISABLED'", kPort, 0, 0, {"Del_monitor_iface " + gateless}},
+        {"'IP4_TYPE':'STATIC'", kPort, 1, NM_ERR_BAD_IP, {}},
+        {"'IP4_TYPE':'STATIC'", kPort, 0, 0, {"Del_monitor_iface " + gateless}}};
     for (const auto& [info, port, on, code, calls] : cases) {
         EXPECT_EQ(circuit(info, port).setup_private_monitor(on), code) << info << port << on;
         EXPECT_EQ(told(), calls) << info << port << on;
