@@ -109,6 +109,10 @@ int RGLinkIfaceInfo::update_ip_info(int on) {
 }
 
 int RGLinkIfaceInfo::report_address(const std::string& address, int prefix) {
+    if (prefix < 0) {
+        NM_LOG(Error) << ifname << " has no netmask to report.";
+        return prefix;
+    }
     Json::Value request;
     request["portname"] = portname;
     request["ip4_addr"] = address;

@@ -90,7 +90,7 @@ int UplinkIfaceInfo::alt_info(uint32_t opt) {
 
 /// What fails here is logged where it fails: the new state is set up all the same.
 void UplinkIfaceInfo::take_stored_down(UplinkIfaceInfo& stored, uint32_t opt) {
-    if ((opt & OPT_LINK) != 0 && (ip4_type == "PPPOE" || stored.ip4_type == "PPPOE")) {
+    if ((opt & OPT_LINK) != 0 && (has_session() || stored.has_session())) {
         (void)stored.del_info(opt);
         return;
     }

@@ -28,8 +28,8 @@ public:
     /// Registers the uplink and sets it up. The result is that of the setup.
     int add_info(uint32_t opt) override;
     /// Takes down what the stored document says and `opt` names, then sets up this state. The link settings
-    /// of a PPPoE port, before or after, take all of it down. The result is that of the setup, or the code
-    /// of building the stored state.
+    /// of a PPPoE port, before or after, take all of it down, where the kind has sessions. The result is that
+    /// of the setup, or the code of building the stored state.
     int alt_info(uint32_t opt) override;
     /// Takes everything down, whatever fails. The result is that of disable_ipv4(): a failure of the IPv6
     /// side is only logged.

@@ -140,6 +140,10 @@ TEST_F(UplinkKinds, APrivatePortIsStaticOnly) {
                   dynamic.disable_ipv6(0) + dynamic.disable_ipv4(0) + dynamic.setup_ipsec(1, ""),
               0);
     EXPECT_EQ(dynamic.setup_tun(1), NM_ERR_BAD_TYPE);
+    put(kDeviceInfoPath, quoted(document("PRIVATE", kStatic)));
+    told();
+    EXPECT_EQ(dialled.alt_info(OPT_LINK), 0);
+    EXPECT_EQ(told(), Calls{}) << "without sessions the link settings take nothing down";
     EXPECT_TRUE(log.has("No such ip4_type: DHCP") && log.has("No such ip4_type: PPPOE") &&
                 log.has("Wrong type for setting up tunnel, type: DHCP"));
     EXPECT_EQ(StandIn::take().find("dhclient"), std::string::npos);
@@ -210,6 +214,9 @@ TEST_F(UplinkKinds, AnRGLinkTellsItsAddress) {
     run("ip link set far up && ip link set swdev3 up && ip addr add 192.0.2.9/25 dev swdev3");
     EXPECT_EQ(link("'IP4_TYPE':'DHCP'").dhcp_source_route_cb(lease, act), 0);
     EXPECT_EQ(told().back(), call("192.0.2.9", 25).front()) << "a client writes its lease down later";
+    std::string("255.255.255.x").copy(lease.netmask, sizeof(lease.netmask));
+    EXPECT_EQ(link("'IP4_TYPE':'DHCP'").dhcp_source_route_cb(lease, act), NM_ERR_BAD_IP);
+    EXPECT_EQ(told().back().rfind("UpdateRGLinkInfo", 0), std::string::npos) << "a code is no prefix";
     // All of a document; one that cannot be told does not keep the others from it.
     Json::Value links = json(document("RGLINK", kStatic));
     links["RGLINK_IFACE_INFO"]["eth0"] = json("{'IP4_TYPE':'STATIC'}");
