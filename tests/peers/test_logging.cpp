@@ -214,6 +214,7 @@ TEST_F(Logging, ProcessesThatFillOneFileLoseNoLineAndPrintNothing) {
             INITIALIZE_LOG("API");
             for (int line = 0; line < kLines; ++line) {
                 NM_LOG(Error) << std::string(100, 'x') << " writer " << writer << " line " << line;
+                usleep(300);  // so that some lines come while a full file is compressed
             }
             _exit(0);
         }

@@ -111,7 +111,12 @@ TEST(UnixCli, AClientOwnsNoMoreThanItOpened) {
     EXPECT_EQ(create_unix_cli(&cli, lock.data(), path.data(), true), NM_ERR_NOT_NULL);
     EXPECT_EQ(cli->done() + cli->done(), 0);
     EXPECT_TRUE(fcntl(STDIN_FILENO, F_GETFD) >= 0 && fixture::is_lock_free(lock));
-    EXPECT_EQ(cli->connect_to_server(), NM_ERR_NL_CONNECT) << "standard input is no socket of this client";
+    const int input = dup(STDIN_FILENO);
+    const int theirs = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    dup2(theirs, STDIN_FILENO);
+    EXPECT_EQ(cli->connect_to_server(), NM_ERR_NL_CONNECT) << "a socket at standard input is the caller's";
+    dup2(input, STDIN_FILENO);
+    EXPECT_EQ(close(input) + close(theirs), 0);
     Json::Value reply;
     EXPECT_EQ(cli->init(), 0) << "the path is cut at 107 bytes";
     EXPECT_EQ(cli->send_to_server(Json::Value(1)) + cli->read_from_server(reply), 0);
