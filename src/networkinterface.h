@@ -44,6 +44,7 @@
 #include "peers/bus/appliance_services.h"
 #include "peers/bus/qos_rate.h"
 #include "peers/bus/service_bus.h"
+#include "peers/http/http.h"
 #include "peers/logs/device_log.h"
 #include "peers/logs/event_log.h"
 #include "peers/logs/logging.h"

@@ -10,12 +10,10 @@ source_dir=$(cd "$support_dir/../.." && pwd -P)
 readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
 readonly CONSUMER=$source_dir/tests/system/consumer
 readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
-# What has C linkage, so that callers find it by name: the exported entries, and the handlers of the bus.
+# What callers find by name, besides the handlers of the bus.
 readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_dnat Reload_static_route Reload_tcpmss
     Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
     Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
-readonly HANDLERS=(Edit_tunnels RenewDHCPClientIP SetupVelanDeamons Setup_lan_to_wan_load_balance
-    Setup_site_to_site_load_balance Setup_vvpn SyslogCarrierStat)
 # What nm_bin applies from a new and an old document by functions of the library.
 readonly APPLIES=(Apply_dnat Apply_firewall Apply_policy Apply_segment Apply_static_route Apply_static_route6)
 
@@ -51,11 +49,16 @@ find /usr -xdev \( -path '*/include/networkinterface' -o -path '*/cmake/networki
 cmake --install "$BUILD" --prefix /opt/stage >/dev/null
 try /opt/stage by_cmake
 try /opt/stage by_pkg_config
+cd /opt/stage/include/networkinterface
+same "the umbrella header reaches all that is installed beside it" "$(find . -name '*.h' -printf '%P\n' | sort)" \
+    "$(g++ -std=c++17 -MM -I. -isystem /usr/include/jsoncpp networkinterface.h | grep -oE '[^ ]+\.h' | sort)"
+cd - >/dev/null
 same "installed files do not name the build machine's directories" "" \
     "$(grep -rlF -e "$source_dir" -e "$BUILD" /opt/stage || true)"
 
+mapfile -t handlers < <("$BUILD/bin/nm_serviced" --methods | sed -n 's/^| `\([A-Za-z0-9_]*\)`.*/\1/p')
 same "the names with C linkage are the entries and the handlers" \
-    "$(printf '%s\n' "${ENTRIES[@]}" "${HANDLERS[@]}" | sort | xargs)" \
+    "$(printf '%s\n' "${ENTRIES[@]}" "${handlers[@]}" | sort | xargs)" \
     "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
 same "nm_bin has a command for each entry and each document" "$(printf '%s\n' "${ENTRIES[@]}" "${APPLIES[@]}" | sort | xargs)" \
     "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z0-9_]*\) .*/\1/p' | sort | xargs)"
