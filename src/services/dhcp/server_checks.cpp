@@ -18,8 +18,10 @@
 
 namespace {
 
-int refuse(int code, const std::string& words) {
-    NM_LOG(Error) << words;
+/// The words are the parts of a statement, as it treats line ends in literals and in values differently.
+template <class... Words>
+int refuse(int code, const Words&... words) {
+    (NM_LOG(Error) << ... << words);
     return code;
 }
 
@@ -58,7 +60,7 @@ bool is_server(const std::string& text) {
 /// Converts for a check; the words begin a line of their own in the user interface.
 int to_number(std::string ip, uint32_t& number) {
     const int ret = ipaddr_to_hostint(ip.data(), &number);
-    return ret == NM_OK ? ret : refuse(ret, "\nipaddr_to_hostint fail. ip: " + ip);
+    return ret == NM_OK ? ret : refuse(ret, "\nipaddr_to_hostint fail. ip: ", ip);
 }
 
 struct Bounds {
@@ -69,7 +71,7 @@ struct Bounds {
 
 int check_reserved_address(const std::string& ip, const Bounds& pool) {
     if (is_extreme(ip)) {
-        return refuse(NM_ERR_BAD_FORMAT, "\nreserved ip address error. ip: " + ip);
+        return refuse(NM_ERR_BAD_FORMAT, "\nreserved ip address error. ip: ", ip);
     }
     uint32_t number = 0;
     const int ret = to_number(ip, number);
@@ -77,7 +79,7 @@ int check_reserved_address(const std::string& ip, const Bounds& pool) {
         return ret;
     }
     if (number < pool.start || number > pool.end) {
-        return refuse(NM_ERR_BAD_FORMAT, "\nreserved ip is not in range ip. " + pool.text + ", ip: " + ip);
+        return refuse(NM_ERR_BAD_FORMAT, "\nreserved ip is not in range ip. ", pool.text, ", ip: ", ip);
     }
     return NM_OK;
 }
@@ -86,11 +88,12 @@ int check_reservation(const Json::Value& entry, const Bounds& pool) {
     const std::string ip = nm::reservation_field(entry, "IP4_ADDR");
     const std::string mac = nm::reservation_field(entry, "MAC");
     if (nm::reservation_field(entry, "DEVICE_NAME").empty() || ip.empty() || mac.empty()) {
-        return refuse(NM_ERR_EMPTY, "\ninformation is insufficient.\ncurrent reserved_ip info is:\n" +
-                                        nm::write_styled_json(entry));
+        const std::string shown = nm::write_styled_json(entry);
+        return refuse(NM_ERR_EMPTY, "\ninformation is insufficient.\ncurrent reserved_ip info is:\n",
+                      nm::LogLines{shown});
     }
     if (!is_valid_mac(mac.c_str())) {
-        return refuse(NM_ERR_BAD_FORMAT, "\nmac address is invalid. mac: " + mac);
+        return refuse(NM_ERR_BAD_FORMAT, "\nmac address is invalid. mac: ", mac);
     }
     return check_reserved_address(ip, pool);
 }
