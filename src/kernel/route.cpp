@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <utility>
@@ -18,7 +19,12 @@
 
 namespace {
 
-/// The one way of a route to the kernel.
+void report_failure(const char* action, unsigned char family, const char* kind, RT_ID table, int error) {
+    fprintf(stderr, "%s IPv%hhu %s route in table %hhu: %s\n", action, nm::family_version(family), kind,
+            static_cast<unsigned char>(table), nl_geterror(error));
+}
+
+/// The one way of a single route to the kernel.
 int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop nexthop,
                 unsigned char protocol, unsigned char scope, unsigned int metric, unsigned int mtu,
                 unsigned int lock, unsigned char add) {
@@ -60,23 +66,29 @@ int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop
     if (error == 0) {
         return NM_OK;
     }
-    fprintf(stderr, "%s IPv%hhu %s route in table %hhu: %s\n", add != 0 ? "Add" : "Delete",
-            nm::family_version(family), nl_addr_get_len(dst) == 0 ? "default" : "static",
-            static_cast<unsigned char>(table), nl_geterror(error));
+    report_failure(add != 0 ? "Add" : "Delete", family, nl_addr_get_len(dst) == 0 ? "default" : "static",
+                   table, error);
     return add != 0 ? NM_ERR_NL_ROUTE_ADD : NM_ERR_NL_ROUTE_DELETE;
 }
 
-/// The destination of a route. The kernel refuses a network with host bits set.
-nm::NlAddr destination(unsigned char family, const void* bytes, unsigned char prefix) {
-    if (bytes == nullptr || prefix == 0) {
-        return nm::raw_address(family, bytes);
-    }
-    std::array<uint8_t, sizeof(in6_addr)> network{};
+using AddressBytes = std::array<uint8_t, sizeof(in6_addr)>;
+
+/// The address without its host bits, as the kernel refuses a network that has some.
+AddressBytes network_bytes(unsigned char family, const void* bytes, unsigned char prefix) {
+    AddressBytes network{};
     std::copy_n(static_cast<const uint8_t*>(bytes), nm::family_bits(family) / 8, network.begin());
     for (size_t i = 0; i < network.size(); ++i) {
         const int bits = std::clamp(prefix - static_cast<int>(i) * 8, 0, 8);
         network[i] &= static_cast<uint8_t>(0xff << (8 - bits));
     }
+    return network;
+}
+
+nm::NlAddr destination(unsigned char family, const void* bytes, unsigned char prefix) {
+    if (bytes == nullptr || prefix == 0) {
+        return nm::raw_address(family, bytes);
+    }
+    const AddressBytes network = network_bytes(family, bytes, prefix);
     nm::NlAddr address = nm::raw_address(family, network.data());
     if (address != nullptr) {
         nl_addr_set_prefixlen(address.get(), prefix);
@@ -112,6 +124,66 @@ unsigned int device_mtu(unsigned int ifindex) {
         return 0;
     }
     return static_cast<unsigned int>(mtu);
+}
+
+/// How many routes one request holds: the answers to all of them fit the default buffer of a socket.
+constexpr size_t kBatch = 100;
+
+/// Room for the request of one route: two headers, two addresses and three numbers.
+constexpr size_t kRequestSize = 128;
+
+/// Writes the request for a route to `at`; its length. The kernel's answer carries `sequence`.
+size_t put_request(char* at, RT_ID table, const nm::NewRoute& route, uint32_t sequence) {
+    nlmsghdr* const header = mnl_nlmsg_put_header(at);
+    header->nlmsg_type = RTM_NEWROUTE;
+    header->nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE | NLM_F_ACK;
+    header->nlmsg_seq = sequence;
+    const unsigned int bits = nm::family_bits(route.family);
+    const auto prefix = static_cast<unsigned char>(route.prefix != 0 ? route.prefix : bits);
+    auto* const body = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
+    body->rtm_family = route.family;
+    body->rtm_dst_len = prefix;
+    body->rtm_protocol = RTPROT_STATIC;
+    body->rtm_scope = RT_SCOPE_UNIVERSE;
+    body->rtm_type = RTN_UNICAST;
+    mnl_attr_put_u32(header, RTA_TABLE, table);
+    mnl_attr_put(header, RTA_DST, bits / 8, network_bytes(route.family, route.dst, prefix).data());
+    if (route.gw != nullptr) {
+        mnl_attr_put(header, RTA_GATEWAY, bits / 8, route.gw);
+    }
+    for (const auto& [type, value] : {std::pair(RTA_OIF, route.ifindex), {RTA_PRIORITY, route.metric}}) {
+        if (value != 0) {
+            mnl_attr_put_u32(header, static_cast<uint16_t>(type), value);
+        }
+    }
+    return header->nlmsg_len;
+}
+
+/// Reads the kernel's answers to routes[first] up to routes[end - 1].
+int read_answers(mnl_socket* socket, RT_ID table, const std::vector<nm::NewRoute>& routes, size_t first,
+                 size_t end, std::vector<bool>& added) {
+    std::array<char, 8192> buffer{};  // the most that libmnl lets a message have
+    for (size_t missing = end - first; missing != 0;) {
+        const ssize_t length = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
+        if (length < 0 && errno != EINTR) {
+            return NM_ERR_NL_CONNECT;
+        }
+        int left = static_cast<int>(length);
+        for (const auto* answer = reinterpret_cast<const nlmsghdr*>(buffer.data());
+             mnl_nlmsg_ok(answer, left); answer = mnl_nlmsg_next(answer, &left)) {
+            const size_t i = answer->nlmsg_seq;
+            if (answer->nlmsg_type != NLMSG_ERROR || i < first || i >= end) {
+                continue;
+            }
+            const int error = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(answer))->error;
+            added[i] = error == 0;
+            if (error != 0) {
+                report_failure("Add", routes[i].family, "static", table, -nl_syserr2nlerr(-error));
+            }
+            --missing;
+        }
+    }
+    return NM_OK;
 }
 
 /// Exceptions that path MTU discovery or redirects hung onto an IPv6 route. They are dumped behind it and go
@@ -180,3 +252,34 @@ int flush_route_table(unsigned char family, RT_ID table) {
     }
     return NM_OK;
 }
+
+namespace nm {
+
+int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added) {
+    added.assign(routes.size(), false);
+    const auto is_valid = [](const NewRoute& route) {
+        return family_bits(route.family) != 0 && route.prefix <= family_bits(route.family);
+    };
+    if (!std::all_of(routes.begin(), routes.end(), is_valid)) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    const MnlSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
+    if (socket == nullptr || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
+        return NM_ERR_NL_CONNECT;
+    }
+    std::vector<char> requests(kBatch * kRequestSize);
+    int ret = NM_OK;
+    for (size_t first = 0; first < routes.size() && ret == NM_OK; first += kBatch) {
+        const size_t end = std::min(first + kBatch, routes.size());
+        size_t length = 0;
+        for (size_t i = first; i < end; ++i) {
+            length += put_request(requests.data() + length, table, routes[i], static_cast<uint32_t>(i));
+        }
+        const bool sent =
+            mnl_socket_sendto(socket.get(), requests.data(), length) == static_cast<ssize_t>(length);
+        ret = sent ? read_answers(socket.get(), table, routes, first, end, added) : NM_ERR_NL_CONNECT;
+    }
+    return ret;
+}
+
+}  // namespace nm

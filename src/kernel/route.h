@@ -4,6 +4,8 @@
 // Every call has its own socket. What went wrong is told on standard error.
 #pragma once
 
+#include <vector>
+
 #include "kernel/route_table.h"
 
 #pragma GCC visibility push(default)
@@ -32,3 +34,22 @@ int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix
 int flush_route_table(unsigned char family, RT_ID table);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// A route to add, as set_route() takes it: static, of universal scope, with a destination.
+struct NewRoute {
+    unsigned char family;
+    const void* dst;
+    unsigned char prefix;
+    const void* gw;
+    unsigned int ifindex;
+    unsigned int metric;
+};
+
+/// Adds routes to a table by few requests on one socket. `added` says of each whether the kernel took it;
+/// what it refuses is reported on standard error and ends nothing. NM_ERR_BAD_FORMAT for a family or prefix
+/// that is none, before anything is sent; NM_ERR_NL_CONNECT.
+int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added);
+
+}  // namespace nm

@@ -2,7 +2,6 @@
 #include "policy/routes/static_route.h"
 
 #include <arpa/inet.h>
-#include <linux/rtnetlink.h>
 
 #include <array>
 #include <cstdlib>
@@ -63,14 +62,23 @@ void add_to_set(const sroute& route) {
     }
 }
 
-int add_route(RT_ID table, sroute route) {
-    const int ret = set_route(table, route.family, route.dst, route.prefix, route.has_gw ? route.gw : nullptr,
-                              route.oif, RTPROT_STATIC, RT_SCOPE_UNIVERSE, route.metric, 1);
-    if (ret == NM_ERR_NL_ROUTE_ADD) {
-        return NM_OK;  // the same route stands there, or its device will bring it
+/// A route that the kernel refuses stands there already, or its device will bring it: that is no failure.
+int add_list(RT_ID table, const sroute* routes, size_t count) {
+    std::vector<const sroute*> wanted;
+    std::vector<nm::NewRoute> requests;
+    for (const sroute* route = routes; route != routes + count; ++route) {
+        if (is_complete(*route)) {
+            wanted.push_back(route);
+            requests.push_back({route->family, route->dst, route->prefix, route->has_gw ? route->gw : nullptr,
+                                route->oif, route->metric});
+        }
     }
-    if (ret == NM_OK && route.family == AF_INET && route.oif == 0) {
-        add_to_set(route);
+    std::vector<bool> added;
+    const int ret = nm::add_routes(table, requests, added);
+    for (size_t i = 0; i < wanted.size(); ++i) {
+        if (added[i] && wanted[i]->family == AF_INET && wanted[i]->oif == 0) {
+            add_to_set(*wanted[i]);
+        }
     }
     return ret;
 }
@@ -142,13 +150,8 @@ void unshare(Json::Value& config) {
 
 int apply_routes_to_table(RT_ID table, unsigned char family, const sroute* routes, size_t count) {
     NM_LOG(Debug) << "Enter";
-    int ret = flush_route_table(family, table);
-    for (size_t i = 0; i < count && ret == NM_OK; ++i) {
-        if (is_complete(routes[i])) {
-            ret = add_route(table, routes[i]);
-        }
-    }
-    return NM_EXIT(ret);
+    const int ret = flush_route_table(family, table);
+    return NM_EXIT(ret != NM_OK ? ret : add_list(table, routes, count));
 }
 
 int __setup_static_route(unsigned char family, Json::Value& config, Json::Value device,

@@ -33,8 +33,8 @@ struct sroute {
 size_t parse_route(Json::Value& routes, Json::Value& device, Json::Value& gateways, sroute** out);
 size_t parse_route6(Json::Value& routes, Json::Value& device, Json::Value& gateways, sroute** out);
 
-/// Replaces the routes of the family in `table`. An existing route counts as added. 0; the code of
-/// flush_route_table(); else the first failure of set_route(), which ends the run.
+/// Replaces the routes of the family in `table`. One that the kernel refuses, as it stands there already, is
+/// passed over. 0; the code of flush_route_table(); NM_ERR_BAD_FORMAT; NM_ERR_NL_CONNECT.
 int apply_routes_to_table(RT_ID table, unsigned char family, const sroute* routes, size_t count);
 
 /// Reads the list of the family from `config` and writes both tables; the first failure of a table leaves the

@@ -183,6 +183,32 @@ TEST_F(StaticRoute, StandsInBothTablesAndInTheSetWithoutAnInterface) {
     EXPECT_EQ(without(its_sockets, [&] { return setup_static_route(config, kDevice); }), -1304);
 }
 
+/// More than one request holds, with some that the kernel refuses in each.
+TEST_F(StaticRoute, OfALongListIsAddedUnlessItIsRefused) {
+    constexpr int kRoutes = 430, kEvery = 43;
+    std::string list;
+    for (int i = 0; i < kRoutes; ++i) {
+        list += std::string(i != 0 ? "," : "") + "{'ACTION':'ENABLE','IP':'10.9." + std::to_string(i / 2) +
+                "." + std::to_string(i % 2 * 128 + 7) + "','NETMASK':25,'METRIC':" + std::to_string(i) +
+                (i % kEvery == 0   ? ",'NEXTHOP_ADDRESS':'192.0.2.77'}"
+                 : i % kEvery == 1 ? ",'NEXTHOP_ADDRESS':'10.1.0.7'}"
+                                   : ",'NEXTHOP_INTERFACE':'swdev1'}");
+    }
+    Json::Value config = json("{'META':{'VERSION':'1.1.0'},'STATIC_ROUTE':[" + list + "]}");
+    StandIn::take();
+    EXPECT_EQ(setup_static_route(config, kDevice), 0);
+    for (const char* const number : {"251", "1"}) {
+        const std::string routes = table("-4", number);
+        EXPECT_EQ(std::count(routes.begin(), routes.end(), '\n'), kRoutes - kRoutes / kEvery);
+        EXPECT_NE(
+            routes.find("10.9.0.128/25 via 10.1.0.7 dev swdev1 metric 1\n10.9.1.0/25 dev swdev1 metric 2\n"),
+            std::string::npos);
+    }
+    const std::string members = StandIn::take();
+    EXPECT_EQ(std::count(members.begin(), members.end(), '\n'), 1 + 2 * kRoutes / kEvery)
+        << "the set has what was added without an interface";
+}
+
 TEST_F(StaticRoute, IsReloadedByFamily) {
     put(kStored, quoted("{'STATIC_ROUTE':[{'IP':'10.9.8.7','NETMASK':'16','NEXTHOP_WAN':'PORT1'}]}"));
     put(kStored6, quoted("{'staticRoute6':[{'destination':'2001:db8:7::7','prefixLength':48,"
