@@ -1,4 +1,4 @@
-// nm_serviced: serves the library's methods on the service bus until it is told to stop.
+// nm_serviced: serves the library's methods on the service bus until it has to stop.
 #include <networkinterface.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -49,7 +49,7 @@ int fail(const std::string& what, int error) {
     return 1;
 }
 
-// ---- What the manager of services is told, by datagrams as sd_notify(3) sends them.
+// ---- What is reported to the manager of services, by datagrams as sd_notify(3) sends them.
 
 void notify(const std::string& state) {
     const char* const path = std::getenv("NOTIFY_SOCKET");

@@ -3,7 +3,7 @@
 //     pppoe_call FUNCTION [IFNAME [USER [IPV6]]] <PASSWORD
 //
 // The password is the first line of standard input, as a command line is everybody's to read. Prints the
-// result, then what the call has told, one value a line. Exits with 2 for an unknown function, else with 0:
+// result, then what the call has given, one value a line. Exits with 2 for an unknown function, else with 0:
 // the caller judges the result.
 #include <vpppoe.h>
 

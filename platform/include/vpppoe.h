@@ -58,7 +58,7 @@ typedef struct pppoe_list {
 
 /* Stores the configuration of `ifname` and starts its session. `ipv6` other than 0 negotiates IPv6 too.
  *
- * Success means that dialling has begun: whether and when the peer lets us in is told by get_pppoe_status.
+ * Success means that dialling has begun: get_pppoe_status says whether and when the peer lets us in.
  * A session that runs with the very same configuration is left alone; another one is ended first, which
  * takes as long as stopping it. */
 int nm_add_pppoe_and_run(const char* ifname, const char* username, const char* password, int ipv6);

@@ -68,7 +68,7 @@ typedef int (*vs_method)(vs_io* io, int socket);
 
 /* Claims the service's name and listens; callers queue until vs_server_run. Null, with errno set:
  * EADDRINUSE when another process serves the name, EINVAL or ENAMETOOLONG for an unusable name, or the
- * failure of a system call. A socket that a killed server left behind is no obstacle. */
+ * failure of a system call. A socket that a killed server left behind is not an obstacle. */
 vs_server* vs_server_create(const char* service);
 
 /* Adds a method before vs_server_run. `name` is at most 255 letters, digits and `_ . -`.

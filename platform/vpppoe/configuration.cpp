@@ -30,7 +30,7 @@ const std::string kEnvironments = kRoot + "/env";
 constexpr std::size_t kMaxCredential = 255;
 
 // What does not depend on the session. Routes are the business of whoever configures the port, and so is
-// dialling again, which therefore heeds the stop flag.
+// dialling again, which therefore respects the stop flag.
 constexpr const char* kFixedOptions =
     "plugin rp-pppoe.so\n"
     "noauth\n"

@@ -90,7 +90,7 @@ int start(const std::string& ifname, bool anew) {
 std::optional<pppoe_runtime_cfg> runtime_cfg(const std::string& ifname) {
     pppoe_runtime_cfg cfg = parse_record(read_file("/run/vpppoe/" + ifname + ".state"));
     const std::string session = kSessionPrefix + ifname;
-    // A pppd that was killed has told nobody, but its interface is gone, or is another one by now.
+    // A pppd that was killed has reported nothing, but its interface is gone, or is another one by now.
     if (cfg.ifindex < 1 || cfg.ip4_addr[0] == '\0' ||
         if_nametoindex(session.c_str()) != static_cast<unsigned>(cfg.ifindex)) {
         return std::nullopt;

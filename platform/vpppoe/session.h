@@ -1,4 +1,4 @@
-// The sessions: starting and stopping their units, and what pppd has told about them.
+// The sessions: starting and stopping their units, and what pppd has reported about them.
 #pragma once
 
 #include <optional>

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The only exception on these roads is that of no memory.
+/// The only exception in these calls is that of no memory.
 template <class Work>
 int without_exceptions(Work work) {
     try {

@@ -54,7 +54,7 @@ private:
 extern const char kSocketDirectory[];
 int make_address(const std::string& base_name, sockaddr_un& address);
 
-/// True when a service may bear the name: not empty, no slash.
+/// True when a service may have the name: not empty, no slash.
 bool is_service_name(const std::string& name);
 
 /// True when the process at the other end of the connection runs as uid 0.

@@ -18,7 +18,7 @@ constexpr uint32_t OPT_EDMA = 0x20;
 constexpr uint32_t OPT_DHCP_CHECK = 0x80;
 constexpr uint32_t OPT_NO_DHCP_REFRESH = 0x40000000;
 
-/// The link state as told by a caller: the first bit says that it is told, the second one what it is.
+/// The link state as given by a caller: the first bit says that it is given, the second one what it is.
 constexpr uint32_t OPT_LINK_TOLD = 1U << 29;
 constexpr uint32_t OPT_LINK_TOLD_UP = 1U << 28;
 

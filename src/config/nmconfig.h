@@ -27,8 +27,8 @@ int _json_file_to_mem(std::string path, Json::Value& out);
 int _json_mem_to_file(std::string path, Json::Value& value);
 
 /// The service route (`ncaas`, methods `read_json` and `write_json`). 0; NM_ERR_BUS_IO; NM_ERR_BUS_CALL;
-/// NM_ERR_EMPTY for an empty reply; NM_ERR_PARSE for a reply that is no envelope, and on reading also for an
-/// envelope that reports an error.
+/// NM_ERR_EMPTY for an empty reply; NM_ERR_PARSE for a reply that is not an envelope, and on reading also for
+/// an envelope that reports an error.
 int _json_ncaas_to_mem(std::string path, Json::Value& out);
 int _json_mem_to_ncaas(std::string path, Json::Value& value);
 

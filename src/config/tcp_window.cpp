@@ -11,7 +11,7 @@
 
 namespace {
 
-/// A rate that is no string is not a rate: the line speed stands in for it.
+/// A rate that is not a string is not a rate: the line speed stands in for it.
 uint64_t rate_of(const Json::Value& port, const char* key) {
     const std::string line_speed = nm::json_string_or(port, "ISP_BW", "0");
     return nm::rate_from_text(nm::json_string_or(port, key, line_speed));

@@ -63,7 +63,7 @@ std::string told(const std::string& name) {
     return value != nullptr ? value : "";
 }
 
-/// The words of a variable into as many fields; a word that is no address leaves its field empty.
+/// The words of a variable into as many fields; a word that is not an address leaves its field empty.
 void take_addresses(const std::string& name, std::initializer_list<char*> fields) {
     std::istringstream words(told(name));
     for (char* const field : fields) {
@@ -189,7 +189,7 @@ int add_dhcp_lease(Port& port) {
         if (old.ip[0] == '\0') {
             before.substr(0, before.find('/')).copy(old.ip, sizeof(old.ip) - 1);
         }
-        (void)take_off_device(port, old);  // told in the log; the new lease counts
+        (void)take_off_device(port, old);  // logged; the new lease counts
     }
     return put_on_device(port, lease);
 }
@@ -243,7 +243,7 @@ Work work_of(const Event& event) {
     return row == table.end() ? nullptr : row->second;
 }
 
-// ---- The road of an event.
+// ---- The path of an event.
 
 std::string configured_type(const Json::Value& root, const std::string& ifname) {
     for (const auto& [name, number] : ifacetype_map) {

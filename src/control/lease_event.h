@@ -2,7 +2,7 @@
 //
 // dhclient's hook (platform/units/dhclient-event) calls the entry for every event of a lease, pppd's
 // (platform/vpppoe/link-event) when a session's address comes and goes; both by nm_bin, so in a process of
-// their own with what they were told in its environment:
+// their own with what they were given in its environment:
 //
 //   dhclient  reason, pid, new_ip_address, new_subnet_mask, new_routers, new_domain_name_servers,
 //             new_dhcp_server_identifier; the same as old_... of the lease before (dhclient-script(8));
@@ -11,7 +11,7 @@
 //   interface.
 //             A session that is up is asked for by vpppoe.h.
 //
-// The servers of a foreign network choose these values: what is no IPv4 address counts as absent.
+// The servers of a foreign network choose these values: what is not an IPv4 address counts as absent.
 #pragma once
 
 #pragma GCC visibility push(default)

@@ -4,7 +4,7 @@
 // Nothing here takes a lock: a caller that needs a sequence undisturbed holds the interface's lock.
 //
 // Codes where nothing else is said: NM_ERR_SOCKET and NM_ERR_NL_CONNECT when the kernel can't be reached,
-// NM_ERR_NOMEM when its addresses can't be read. An address that is missing is no failure.
+// NM_ERR_NOMEM when its addresses can't be read. An address that is missing is not a failure.
 #pragma once
 
 #include <string>
@@ -21,9 +21,9 @@ int get_ipv6_addr(unsigned int ifindex, std::string& out);
 /// ... and the first that is.
 int get_ipv6_link_addr(unsigned int ifindex, std::string& out);
 
-/// Adds an address, given as text with prefix; an address that the device has already is no error. Without a
-/// prefix the whole address is meant. NM_ERR_BAD_IP for text that is no address of the family; NM_ERR_IOCTL
-/// if the kernel refuses (no such device, prefix too long, no right).
+/// Adds an address, given as text with prefix; an address that the device has already is not an error.
+/// Without a prefix the whole address is meant. NM_ERR_BAD_IP for text that is not an address of the family;
+/// NM_ERR_IOCTL if the kernel refuses (no such device, prefix too long, no right).
 int set_ipv4_addr(unsigned int ifindex, std::string addr);
 
 /// The same for IPv6, with a scope of rtnetlink(7) (0 universe, 253 link). The kernel goes by what the
@@ -38,8 +38,8 @@ int flush_ipv4_addr(unsigned int ifindex);
 int flush_ipv6_addr(unsigned int ifindex);
 
 /// The flush by name, `family` AF_INET (all addresses) or AF_INET6 (universe scope). Goes on after a refusal,
-/// which is told on standard error only: 0 all the same, also for a name without a device. NM_ERR_NL_ARG for
-/// null; NM_ERR_NL_SOCKET instead of NM_ERR_SOCKET.
+/// which is reported on standard error only: 0 all the same, also for a name without a device. NM_ERR_NL_ARG
+/// for null; NM_ERR_NL_SOCKET instead of NM_ERR_SOCKET.
 int flush_ipaddr(const char* ifname, int family);
 
 /// Appends to `names`, blank-separated, the device of every address of this scope ("global", "link", ...;

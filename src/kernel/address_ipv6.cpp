@@ -138,7 +138,7 @@ int generate_link_address(unsigned int ifindex, std::string& out) {
     }
     out = std::string(text.data()) + "/64";
     ret = set_ipv6_addr(ifindex, out, RT_SCOPE_LINK);
-    (void)wait_for_link_address(ifname.data());  // an address that is late is no failure of making it
+    (void)wait_for_link_address(ifname.data());  // an address that is late is not a failure of making it
     return ret;
 }
 

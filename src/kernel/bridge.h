@@ -14,7 +14,7 @@
 
 /// Creates a bridge, which stays down. The request does not insist on a new device, so the kernel's answer is
 /// success for any name that a device has already, a bridge or not: a caller that must know checks first.
-/// NM_ERR_BR_ADD if the kernel refuses; NM_ERR_BR_TYPE if it can't be told that a bridge is meant.
+/// NM_ERR_BR_ADD if the kernel refuses; NM_ERR_BR_TYPE if the kernel cannot be asked for a bridge.
 int br_addbr(const char* name);
 
 /// Deletes the device of that name; its ports are released by the kernel. The kernel is not told that a
@@ -23,8 +23,8 @@ int br_addbr(const char* name);
 int br_delbr(const char* name);
 
 /// Makes `port` a port of the bridge, also when it is another bridge's. NM_ERR_BR_NO_DEVICE if either device
-/// is missing, which is looked at first; NM_ERR_BR_TYPE if the first is no bridge; NM_ERR_BR_ENSLAVE if the
-/// kernel refuses.
+/// is missing, which is looked at first; NM_ERR_BR_TYPE if the first is not a bridge; NM_ERR_BR_ENSLAVE if
+/// the kernel refuses.
 int br_addif(const char* bridge, const char* port);
 
 /// Releases `port` from the bridge that it is in, whichever that is; a device that is in none stays as it

@@ -1,5 +1,5 @@
 // The default routes of all uplinks, which share one table and differ in device and metric. What went wrong
-// is told on standard error.
+// is reported on standard error.
 #pragma once
 
 namespace nm {

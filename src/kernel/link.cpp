@@ -96,7 +96,7 @@ int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, int& refusa
     return run == MNL_CB_ERROR ? NM_ERR_IOCTL : NM_OK;
 }
 
-/// Asks for the one device of that name, without its counters. A device that does not exist is no failure;
+/// Asks for the one device of that name, without its counters. A device that does not exist is not a failure;
 /// neither is a kernel that does not answer, which is logged.
 void query_link(LinkQuery& query) {
     alignas(nlmsghdr) std::array<char, 128> buffer{};

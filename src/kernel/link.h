@@ -38,7 +38,7 @@ int get_if_mtu(const char* ifname, int* mtu);
 int set_if_mtu(char* ifname, int mtu);
 
 /// Renames a device; it is taken down for that, and brought up under its new name if `up` is 1. 0 even
-/// when the kernel refuses the name or the final "up" (both are told on standard error); NM_ERR_NL_ARG,
+/// when the kernel refuses the name or the final "up" (both are reported on standard error); NM_ERR_NL_ARG,
 /// NM_ERR_NL_SOCKET, NM_ERR_NL_CONNECT, NM_ERR_NOMEM, or the code of taking the device down.
 int link_rename(const char* from, const char* to, unsigned int up);
 

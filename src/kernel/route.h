@@ -1,7 +1,7 @@
 // Single routes of the kernel's routing tables, IPv4 and IPv6 (rtnetlink(7)).
 //
 // The family is AF_INET or AF_INET6; addresses are raw bytes in network order, 4 or 16 of them by family.
-// Every call has its own socket. What went wrong is told on standard error.
+// Every call has its own socket. What went wrong is reported on standard error.
 #pragma once
 
 #include <vector>

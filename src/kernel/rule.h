@@ -2,7 +2,7 @@
 //
 // The family is AF_INET or AF_INET6. A `table` of 0 deletes the rule of that priority (and selector) instead
 // of adding one; a rule that exists is added once more. Every call has its own socket; what went wrong is
-// told on standard error. Codes of all but del_rules_by_rt(): NM_ERR_BAD_FORMAT for priority 0 or another
+// reported on standard error. Codes of all but del_rules_by_rt(): NM_ERR_BAD_FORMAT for priority 0 or another
 // family; NM_ERR_NOMEM; NM_ERR_NL_CONNECT; NM_ERR_NL_RULE_ADD; NM_ERR_NL_RULE_DELETE, also for a rule that
 // does not exist.
 #pragma once

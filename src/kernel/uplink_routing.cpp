@@ -98,7 +98,7 @@ int find_uplink(unsigned int ifindex, Uplink& uplink) {
     return number_uplink(static_cast<unsigned int>(owner_index), owner, uplink);
 }
 
-/// The first result that is no success.
+/// The first result that is not a success.
 int first_failure(std::initializer_list<int> results) {
     const auto* failure = std::find_if(results.begin(), results.end(), [](int ret) { return ret != NM_OK; });
     return failure != results.end() ? *failure : NM_OK;

@@ -16,7 +16,7 @@
 #pragma GCC visibility push(default)
 
 /// Creates "<ifname>.<vid>", which stays down. The VID is 1 to 4095 here; 4095 is left to the kernel, which
-/// has it reserved (IEEE 802.1Q). Success with VID 1 is told with a warning on standard error: many switches
+/// has it reserved (IEEE 802.1Q). Success with VID 1 gives a warning on standard error: many switches
 /// keep it for themselves.
 int add_vlan(const char* ifname, unsigned short vid);
 

@@ -34,7 +34,7 @@ ssize_t read_some(int fd, char* buffer, std::size_t size) {
     return got;
 }
 
-// Some errors (a full quota, a network file system) are told by close() only.
+// Some errors (a full quota, a network file system) are reported by close() only.
 int store(nm::FileDescriptor file, const std::string& path, std::string_view text) {
     if (!file) {
         return cannot_open(path);

@@ -10,7 +10,7 @@ int get_key_list(Json::Value& root, std::string key, std::vector<std::string>& k
         NM_LOG(Error) << "Empty json value, return.";
         return NM_ERR_NO_KEY;
     }
-    // The JSON library throws on a lookup in what is no object. A null section is an empty one.
+    // The JSON library throws on a lookup in what is not an object. A null section is an empty one.
     if (!root.isObject() || !root.isMember(key) || !(root[key].isObject() || root[key].isNull())) {
         NM_LOG(Error) << "Cannot get key, return.";
         return NM_ERR_NO_SUBKEY;

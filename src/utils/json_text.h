@@ -25,7 +25,7 @@ std::string show_json(const Json::Value& value);
 /// at most 16 bytes, then how long the text is.
 std::string show_broken_json(const std::string& text);
 
-/// Member `key` of `value`; a null value if `value` is no object or has no such member.
+/// Member `key` of `value`; a null value if `value` is not an object or has no such member.
 const Json::Value& json_member(const Json::Value& value, const std::string& key);
 
 /// Member `key` of `value` as text, `fallback` if it is absent. Numbers are written out; an object or an
@@ -39,7 +39,7 @@ std::string json_scalar(const Json::Value& value);
 std::string json_string_or(const Json::Value& value, const std::string& key, const std::string& fallback);
 
 /// The integer member `key`, `fallback` if it is absent or null. False, with `number` untouched, if `value`
-/// is no object or the member is no integer.
+/// is not an object or the member is not an integer.
 bool json_integer(const Json::Value& value, const std::string& key, int fallback, int& number);
 
 }  // namespace nm

@@ -19,7 +19,7 @@ std::string string_to_hex(const std::string& text);
 /// Pads with "0" on the left to `width`; a longer text stays as it is.
 std::string add_zero_string(std::string text, unsigned width);
 
-/// 1 if the POSIX basic expression matches anywhere in the text; 0 if not, if it does not compile (told
+/// 1 if the POSIX basic expression matches anywhere in the text; 0 if not, if it does not compile (reported
 /// on standard error) and for null.
 int regex_match_with_char(const char* text, const char* pattern);
 

@@ -29,7 +29,7 @@ ping() {
         sed -n 's/.*ttl=\(.\).*/\1/p' | xargs)"
 }
 
-# clamped NAME MSS SOURCE TO SEEN_BY: the size that a SYN bears where it arrives.
+# clamped NAME MSS SOURCE TO SEEN_BY: the size that a SYN carries where it arrives.
 clamped() {
     rm -f "$scratch/notes"
     ip netns exec "$5" timeout 10 tcpdump -nni far -c 1 "(tcp[13] == 2 or ip6[53] == 2) and port 81" \

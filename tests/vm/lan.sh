@@ -96,7 +96,7 @@ apply Setup_vlanbr 2 7 10 11 12
 same "nothing is left but the trunk" "swdev2" \
     "$(ip -br link | grep -E '^(br_v|swdev)' | cut -d ' ' -f 1 | cut -d @ -f 1 | xargs)"
 
-# A virtual machine: the port is a VLAN device that bears the interface's name; a change of VLAN makes another one.
+# A virtual machine: the port is a VLAN device that has the interface's name; a change of VLAN makes another one.
 echo model=VM >/etc/networkmanagement/ncaas.conf
 ip link set swdev2 down
 ip link set swdev2 name hw2

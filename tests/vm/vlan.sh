@@ -4,7 +4,7 @@ set -euo pipefail
 # shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
-# call EXPECTED FUNCTION [ARG]...: its result; what it told on standard error is in $scratch/told.
+# call EXPECTED FUNCTION [ARG]...: its result; what it reported on standard error is in $scratch/told.
 call() {
     same "${*:2}" "$1" "$(kernel_call "${@:2}" 2>"$scratch/told")"
 }
@@ -55,7 +55,7 @@ echo marked >/dev/udp/192.0.2.2/9
 seen() {
     tc -s -j filter show dev nw1 ingress | jq -e '[.. | .packets? // 0] | max == 1' >/dev/null
 }
-check "a frame bears its VLAN and priority" eventually 5 seen
+check "a frame carries its VLAN and priority" eventually 5 seen
 
 call 0 del_vlanif nw0.5
 call 0 del_vlan nw0.4094

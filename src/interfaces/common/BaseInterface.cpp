@@ -14,7 +14,7 @@
 
 namespace {
 
-/// A rate stored as a JSON number is no rate: the line speed stands in for it.
+/// A rate stored as a JSON number is not a rate: the line speed stands in for it.
 unsigned long read_rate(const Json::Value& entry, const char* key, const std::string& line_speed) {
     return nm::rate_from_text(nm::json_string_or(entry, key, line_speed));
 }

@@ -50,7 +50,7 @@ public:
 
     /// Loads `path` and reads the entry. 0, NM_ERR_NOT_FOUND whatever the read said, or the reader's code.
     int get_config();
-    /// Reads the entry. 0; NM_ERR_NO_SECTION; NM_ERR_BAD_FORMAT for an entry that is no object;
+    /// Reads the entry. 0; NM_ERR_NO_SECTION; NM_ERR_BAD_FORMAT for an entry that is not an object;
     /// NM_ERR_BAD_TYPE for a kind that has no section.
     int get_config_from_json(Json::Value cfg);
 

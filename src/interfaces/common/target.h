@@ -1,6 +1,6 @@
 // The target layer of every setup call, written once: builds one object, locks it, runs one operation and
-// destroys it. It stands on this floor because interfaces alter each other: a trunk's first member makes the
-// bridge set itself up, by the same road and under the same lock as a request for the bridge.
+// destroys it. It stands in this layer because interfaces alter each other: a trunk's first member makes the
+// bridge set itself up, in the same way and under the same lock as a request for the bridge.
 #pragma once
 
 #include <json/value.h>

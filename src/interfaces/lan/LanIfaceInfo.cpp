@@ -35,7 +35,7 @@ constexpr const char* kMgmtAddress = "198.18.254.1";
 constexpr const char* kMgmtPrefix = "/30";
 constexpr const char* kMgmtHostname = "local.appliance";
 
-/// What kill_ipv4_dhcp() is told: the client comes back, or it does not.
+/// What kill_ipv4_dhcp() is given: the client comes back, or it does not.
 constexpr int kClientReturns = 2;
 constexpr int kClientEnds = 0;
 
@@ -57,7 +57,7 @@ std::string network_of(const std::string& address, int prefix) {
 /// The service of the stored configuration; null if the interface has none.
 std::unique_ptr<DhcpService> dhcp_service_of(const std::string& ifname) {
     DhcpService* service = nullptr;
-    (void)create_DHCP_SERVICE(&service, ifname, kDhcpServicePath);  // told there; null says it here
+    (void)create_DHCP_SERVICE(&service, ifname, kDhcpServicePath);  // logged there; null says it here
     return std::unique_ptr<DhcpService>(service);
 }
 
@@ -76,8 +76,8 @@ int append_guest_rule(const std::string& command) {
     return ret;
 }
 
-/// Deletes a rule until there is none, as one that was appended twice is there twice. A LAN that is no guest
-/// has none, which is the common case and not worth an error. 0 if there was one.
+/// Deletes a rule until there is none, as one that was appended twice is there twice. A LAN that is not a
+/// guest has none, which is the common case and not worth an error. 0 if there was one.
 int delete_guest_rule(const std::string& command) {
     constexpr int kNoSuchRule = 1;
     constexpr int kMostCopies = 1000;
@@ -168,7 +168,7 @@ void LanIfaceInfo::refresh_dhcp_service() {
     }
     if (service->get_service_type() == "SERVER") {
         service->update_option_router(ip4_addr);
-        (void)service->restart_service();  // told there; the address is set all the same
+        (void)service->restart_service();  // logged there; the address is set all the same
     }
 }
 
@@ -181,7 +181,7 @@ int LanIfaceInfo::del_info(uint32_t) {
         NM_LOG(Error) << "Disable ipv4 failed, interface: " << ifname;
     }
     if (!access_to_local) {
-        (void)enable_access_to_local();  // told by the commands
+        (void)enable_access_to_local();  // logged by the commands
     }
     return NM_EXIT(NM_OK);
 }
@@ -222,7 +222,7 @@ int LanIfaceInfo::setup_ipv4(uint32_t) {
         NM_LOG(Error) << "No such ip4_type: " << ip4_type;
         ret = NM_ERR_BAD_TYPE;
     }
-    (void)setup_mgmt_ip(1);  // told there; it is to work whatever the configured address does
+    (void)setup_mgmt_ip(1);  // logged there; it is to work whatever the configured address does
     return NM_EXIT(ret);
 }
 
@@ -232,7 +232,7 @@ int LanIfaceInfo::add_static_address() {
         NM_LOG(Error) << "Set ipv4 STATIC fail. Interface : " << ifname;
         return ret;
     }
-    (void)add_hosts(ip4_addr, ifname);  // told there
+    (void)add_hosts(ip4_addr, ifname);  // logged there
     return NM_OK;
 }
 
@@ -301,7 +301,7 @@ int LanIfaceInfo::setup_ipv4_dhcp(int on) {
 int LanIfaceInfo::disable_ipv4(int opt) {
     NM_LOG(Info) << "ifname [" << ifname << "]; ip4_type [" << ip4_type << "]";
     stop_dhcp_service();
-    (void)setup_mgmt_ip(0);  // told there; the rest is removed all the same
+    (void)setup_mgmt_ip(0);  // logged there; the rest is removed all the same
     if (del_hosts(ifname, AF_INET) != NM_OK) {
         NM_LOG(Error) << "Delete hosts failed, interface: " << ifname;
     }
@@ -309,7 +309,7 @@ int LanIfaceInfo::disable_ipv4(int opt) {
         NM_LOG(Error) << ifname << " doesn't exist.";
     }
     if (ip4_type == "DHCP") {
-        (void)setup_ipv4_dhcp(opt);  // told there
+        (void)setup_ipv4_dhcp(opt);  // logged there
     }
     const int ret = ifindex == 0 ? NM_OK : flush_ipv4_addr(static_cast<unsigned int>(ifindex));
     if (!network.empty()) {
@@ -358,7 +358,7 @@ int LanIfaceInfo::start_mgmt_ip() {
 }
 
 int LanIfaceInfo::stop_mgmt_ip() {
-    (void)setup_lan_dnsmasq(0, kMgmtAddress);  // told there; the names go all the same
+    (void)setup_lan_dnsmasq(0, kMgmtAddress);  // logged there; the names go all the same
     tell_failure(del_ip_hostname(kMgmtAddress, kMgmtHostname), std::string("Del host: ") + kMgmtHostname);
     tell_failure(del_hosts(kMgmtAlias, AF_INET), std::string("Del hosts: ") + kMgmtAlias);
     return set_iface_alias(kMgmtDevice, nullptr);

@@ -89,7 +89,7 @@ int PortLanInterface::add_if(uint32_t opt) {
     return NM_EXIT(ret);
 }
 
-/// The device bears its own name for a moment only: whether it is there already is asked by the interface's
+/// The device has its own name for a moment only: whether it is there already is asked by the interface's
 /// name. One that an interrupted call left behind is given its interface's name now.
 void PortLanInterface::create_vlan_device() {
     nm::bring_up_trunk(hw_port);
@@ -263,7 +263,7 @@ int TagLanInterface::add_if(uint32_t opt) {
 int TagLanInterface::del_if(uint32_t opt) {
     NM_LOG(Debug) << "Enter";
     if (opt == OPT_LAN_ALL) {
-        (void)del_all(vlans);  // each failure is told; a delete goes on
+        (void)del_all(vlans);  // each failure is logged; a delete goes on
         return NM_EXIT(NM_OK);
     }
     Difference difference;
@@ -312,7 +312,7 @@ int TagLanInterface::join(int vid, const std::string& device) {
     const std::string bridge = nm::vlan_bridge(vid);
     const bool is_first = get_bridge_slaves(bridge).empty();
     int bridge_mtu = 0;
-    (void)nm::read_mtu("bridge", bridge, bridge_mtu);  // told
+    (void)nm::read_mtu("bridge", bridge, bridge_mtu);  // logged
     const int ret = br_addif(bridge.c_str(), device.c_str());
     if (ret != NM_OK) {
         NM_LOG(Error) << "Add: " << device << " into bridge: " << bridge << " failed, ret=" << ret;
@@ -325,7 +325,7 @@ int TagLanInterface::join(int vid, const std::string& device) {
             NM_LOG(Error) << "Setup very first bridge MTU failed.";
         }
         // The bridge had no MTU worth following before.
-        (void)nm::read_mtu("bridge", bridge, bridge_mtu);  // told
+        (void)nm::read_mtu("bridge", bridge, bridge_mtu);  // logged
     }
     const int followed = follow_bridge_mtu(bridge_mtu, device);
     return ret != NM_OK ? ret : followed;
@@ -341,7 +341,7 @@ int TagLanInterface::follow_bridge_mtu(int bridge_mtu, const std::string& device
     const int ret = nm::read_mtu("ethernet", interface, trunk_mtu);
     NM_LOG(Debug) << "Bridge MTU:  " << bridge_mtu << ", Ethernet MTU: " << trunk_mtu;
     if (ret == NM_OK && bridge_mtu > trunk_mtu) {
-        (void)nm::write_mtu("ethernet", interface, bridge_mtu);  // told; the member may still be set
+        (void)nm::write_mtu("ethernet", interface, bridge_mtu);  // logged; the member may still be set
     }
     return nm::write_mtu("vlan interface", device, bridge_mtu);
 }

@@ -18,7 +18,7 @@
 constexpr uint32_t OPT_LAN_VLANS = OPT_IP6;
 constexpr uint32_t OPT_LAN_ALL = 63;
 
-/// A port that is a device of its own, with a `VLAN_ID` a VLAN device that bears the port's interface name.
+/// A port that is a device of its own, with a `VLAN_ID` a VLAN device that has the port's interface name.
 class PortLanInterface : public BaseInterface {
 public:
     /// Reads the entry of `port` in `LAN_PORT` from `cfg`, or from the document at `path` if `cfg` is empty.

@@ -148,9 +148,9 @@ int VlanBrif::follow_mtu() {
         const std::string trunk = nm::trunk_of(port);
         int present = 0;
         if (!trunk.empty() && nm::read_mtu("interface", trunk, present) == NM_OK && mtu > present) {
-            (void)nm::write_mtu("interface", trunk, mtu);  // told; the member may still be set
+            (void)nm::write_mtu("interface", trunk, mtu);  // logged; the member may still be set
         }
-        (void)nm::write_mtu("interface", port, mtu);  // told; the others are to follow all the same
+        (void)nm::write_mtu("interface", port, mtu);  // logged; the others are to follow all the same
     }
     const int ret = set_if_mtu(interface.data(), mtu);
     if (ret != NM_OK) {

@@ -118,7 +118,7 @@ void BaseWanIfaceInfo::read_runtime_state() {
         return;
     }
     if (is_pppoe) {
-        NM_LOG(Debug) << run_ifname << " get ifindex failed.";  // a session that is down is no fault
+        NM_LOG(Debug) << run_ifname << " get ifindex failed.";  // a session that is down is not a fault
         return;
     }
     NM_LOG(Error) << run_ifname << " get ifindex failed.";

@@ -36,8 +36,8 @@ public:
     int get_config();
     /// Reads the entry from the document. 0; NM_ERR_NO_SECTION if the entry or the section of ports is absent
     /// or empty; NM_ERR_NO_IFACE if no port has the interface (a name with a suffix belongs to the port
-    /// whose `INTERFACE` it begins with); NM_ERR_BAD_FORMAT for an entry that is no object; NM_ERR_BAD_TYPE
-    /// for a kind that has no section.
+    /// whose `INTERFACE` it begins with); NM_ERR_BAD_FORMAT for an entry that is not an object;
+    /// NM_ERR_BAD_TYPE for a kind that has no section.
     int get_config_from_json();
 
     /// The lease in force, zeroed on failure. NM_ERR_BAD_TYPE if the port does not run that client, or the

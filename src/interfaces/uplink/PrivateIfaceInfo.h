@@ -24,7 +24,7 @@ public:
     int setup_ipsec(int, std::string) override { return 0; }
 
     /// Tells the health manager all about the port, which comes (`on` not 0) or goes. 0; NM_ERR_NO_IFACE if
-    /// its device side cannot be built, in which case nobody is told; the code of the call.
+    /// its device side cannot be built, in which case nothing is reported; the code of the call.
     int setup_hmgr(int on);
     /// setup_wan_monitor() for the port's own gateway.
     int setup_private_monitor(int on);

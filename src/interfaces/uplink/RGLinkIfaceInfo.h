@@ -22,8 +22,8 @@ public:
     int setup_ipv6(uint32_t opt) override;
 
     /// Tells the health manager the address in force (`on` 1), or that there is none any more. 0;
-    /// NM_ERR_BAD_TYPE for a type without addresses, in which case nobody is told; the code of reading the
-    /// lease or the session, or its netmask; the code of the call.
+    /// NM_ERR_BAD_TYPE for a type without addresses, in which case nothing is reported; the code of reading
+    /// the lease or the session, or its netmask; the code of the call.
     int update_ip_info(int on);
     /// setup_link_daemon() for the unit "nm-dlmd@".
     int setup_dlmd(int on);

@@ -1,5 +1,5 @@
 // The addressing of an uplink: its life cycle, its IPv4 side, its PPPoE session, and what the overlay's
-// services are told of it. Private ports and RGLinks do most of it as WAN ports do. What differs is a row of
+// services learn of it. Private ports and RGLinks do most of it as WAN ports do. What differs is a row of
 // UplinkKind or an operation that a kind overrides.
 //
 // Operations take no lock: whoever builds the object holds the lock of its name. A failure after the address
@@ -50,7 +50,7 @@ public:
     int setup_ipv4(uint32_t opt) override;
     /// 0; NM_ERR_SERVICE if the client does not start; the code of kill_ipv4_dhcp().
     int setup_ipv4_dhcp(int mode) override;
-    /// 0; NM_ERR_BAD_IP for a bad prefix, or for text that is no address that a device can have;
+    /// 0; NM_ERR_BAD_IP for a bad prefix, or for text that is not an address that a device can have;
     /// NM_ERR_NO_IFACE; the code of setting the address. What follows the address is set up whatever fails;
     /// the result is the first failure of writing its rules and routes.
     int setup_ipv4_static() override;
@@ -58,8 +58,8 @@ public:
     /// NM_ERR_EMPTY without a user name; else setup_pppoe_service(1).
     int setup_pppoe(uint32_t opt) override;
     /// 1 stores the session's configuration and dials, 0 stops the session and removes what belongs to it. 0;
-    /// NM_ERR_BAD_TYPE for stopping what is no PPPoE port; a code of vpppoe.h less 1702. A stop goes on after
-    /// a failure; the first one is the result.
+    /// NM_ERR_BAD_TYPE for stopping what is not a PPPoE port; a code of vpppoe.h less 1702. A stop goes on
+    /// after a failure; the first one is the result.
     int setup_pppoe_service(int mode);
 
     /// Ends a session that an earlier configuration has left on a port of another type, and removes what
@@ -85,8 +85,8 @@ public:
     int setup_wan_monitor(int mode, std::string name, std::string gateway);
     /// The local site of the IPsec service. Its result is not looked into.
     virtual int setup_ipsec(int mode, std::string address);
-    /// The daemon of the link, a unit that is told where the configuration lies. 0 or the unit's code;
-    /// NM_ERR_BAD_FORMAT for a path that no unit can be told.
+    /// The daemon of the link, a unit that is given where the configuration lies. 0 or the unit's code;
+    /// NM_ERR_BAD_FORMAT for a path that no unit can be given.
     int setup_link_daemon(int mode);
 
     /// Adds or removes (`action` "add", "del") the uplink's address `ip` in the sets that the rule sets match

@@ -124,7 +124,7 @@ int UplinkInterface::alt_if(uint32_t opt) {
     const int ret = setup_if(opt);
     if ((opt & OPT_RATE) != 0) {
         apply_qos(kQosRestart, "restart");
-        (void)reset_wan_monitor_bandwidth();  // told in the log; the port is set up all the same
+        (void)reset_wan_monitor_bandwidth();  // logged; the port is set up all the same
     }
     return NM_EXIT(ret);
 }

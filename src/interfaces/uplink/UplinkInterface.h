@@ -1,5 +1,5 @@
 // The device of an uplink: its life cycle, its MTU, its multipath flag, its QoS, and the bandwidth that its
-// monitor is told. What a kind of uplinks does differently is a row of UplinkKind or an operation that it
+// monitor is given. What a kind of uplinks does differently is a row of UplinkKind or an operation that it
 // overrides.
 //
 // Operations take no lock: whoever builds the object holds the lock of the interface.

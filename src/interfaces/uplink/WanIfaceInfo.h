@@ -39,14 +39,14 @@ protected:
 int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg);
 
 /// Rebuilds the tunnels of all WAN interfaces of the stored document: bit 0x2 of `op` tears them down, bit
-/// 0x1 sets them up, any other value changes nothing. A lease that cannot be read is only told; a port whose
-/// session cannot be asked for is left alone, and the walk goes on. 0, or the last failure: NM_ERR_NOT_FOUND,
-/// NM_ERR_PARSE, NM_ERR_NO_KEY or NM_ERR_NO_SUBKEY for the document; the code of create_WAN_INFO(); a code of
-/// vpppoe.h less 1702.
+/// 0x1 sets them up, any other value changes nothing. A lease that cannot be read is only logged; a port
+/// whose session cannot be asked for is left alone, and the walk goes on. 0, or the last failure:
+/// NM_ERR_NOT_FOUND, NM_ERR_PARSE, NM_ERR_NO_KEY or NM_ERR_NO_SUBKEY for the document; the code of
+/// create_WAN_INFO(); a code of vpppoe.h less 1702.
 int edit_tunnels(int op);
 
-/// 1 if the link of the interface is up, else 0. `act` may carry the state as told by a caller (bit 29: it is
-/// told, bit 28: it is up); otherwise is_interface_link_up() is asked.
+/// 1 if the link of the interface is up, else 0. `act` may carry the state as given by a caller (bit 29: it
+/// is given, bit 28: it is up); otherwise is_interface_link_up() is asked.
 int check_iface_link_up(WanIfaceInfo* info, unsigned int act);
 
 #pragma GCC visibility pop

@@ -39,7 +39,7 @@ std::vector<std::string> servers_of(const Lease& lease) {
     return servers;
 }
 
-/// A lease that cannot be read is told in the log and has no servers.
+/// A lease that cannot be read is logged and has no servers.
 std::vector<std::string> ip4_servers(BaseWanIfaceInfo& info) {
     DHCP_INFO lease{};
     if (info.get_ip4_type() == "STATIC") {

@@ -180,7 +180,7 @@ int UplinkIfaceInfo::disable_ip(int mode) {
     return ret;
 }
 
-/// All of it is told to others, who log for themselves what they could not do.
+/// All of it is reported to others, who log for themselves what they could not do.
 void UplinkIfaceInfo::take_down_overlays() {
     (void)setup_wan_monitor(0, run_ifname, "");
     (void)setup_tun(0);
@@ -308,7 +308,7 @@ int UplinkIfaceInfo::setup_ip6_ipset(const std::string& action, const std::strin
     return ip.empty() ? NM_OK : edit_ip6_ipset(action, "ip6_localip", ip);
 }
 
-/// All of it is told to others, who log for themselves what they could not do.
+/// All of it is reported to others, who log for themselves what they could not do.
 void UplinkIfaceInfo::set_up_overlays(int mode, const std::string& address, const std::string& gateway) {
     (void)setup_tun(mode);
     inspect_traffic(mode, run_ifname);

@@ -1,4 +1,4 @@
-// What the overlay's services are told of an uplink: tunnel, link monitor, IPsec site, link daemon.
+// What is reported to the overlay's services about an uplink: tunnel, link monitor, IPsec site, link daemon.
 #include "config/port_names.h"
 #include "interfaces/uplink/UplinkInterface.h"
 #include "interfaces/uplink/tunnel_address.h"

@@ -9,7 +9,7 @@
 #pragma GCC visibility push(default)
 
 /// The licence's state: `data` of `GetLicenseInfo` of the service `license`, an object. 0, with `info`
-/// untouched on failure; NM_ERR_PARSE for an answer that is no object; a code of vservice_call().
+/// untouched on failure; NM_ERR_PARSE for an answer that is not an object; a code of vservice_call().
 int get_license_info(Json::Value& info);
 
 /// Whether the licence is known to be expired: `expired` of the state is true or a number other than 0. A

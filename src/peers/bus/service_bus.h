@@ -27,7 +27,7 @@ void sync_file(std::string path);
 int get_device_id();
 
 /// The model string from `ncaas` into `model`, untouched on failure. 0, or the code of the call;
-/// NM_ERR_PARSE if the reply is no text.
+/// NM_ERR_PARSE if the reply is not text.
 int get_model(std::string& model);
 
 #pragma GCC visibility pop

@@ -32,7 +32,7 @@ extern const std::map<std::string, int> PORT_CARRIER;
 vslog_event port_event(int index);
 
 /// Sends the event by /usr/sbin/vsyslog-cli [--level LEVEL] CLASS NUMBER VALUE..., without the option for a
-/// notice, and waits for it; a machine without that command has no such log, which is no failure. Failures
+/// notice, and waits for it; a machine without that command has no such log, which is not a failure. Failures
 /// are logged only: no address hangs on an event. 0; the command's exit code; NM_ERR_SERVICE;
 /// NM_ERR_BAD_FORMAT for a value that no command can take.
 int vslog_send(const vslog_event& event);

@@ -322,7 +322,7 @@ private:
 LoadedLog loaded_log;
 
 /// The values that the library would take without complaint and misread: a relative path, which lands in
-/// whatever directory the caller stands in, and a size that is no number.
+/// whatever directory the caller stands in, and a size that is not a number.
 bool is_sound(const el::Configuration* setting) {
     const std::string& value = setting->value();
     if (setting->configurationType() == el::ConfigurationType::Filename) {

@@ -97,7 +97,7 @@ std::string create_json_slaacrrd_cmd(std::string command, std::string interface)
     char text[kCommandSize];
     const int length = snprintf(text, sizeof(text), unix_cli_cmd[0], nm::json_field(command).c_str(),
                                 nm::json_field(interface).c_str());
-    // A command that is cut is no JSON any more.
+    // A command that is cut is not JSON any more.
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof(text)) {
         NM_LOG(Error) << "snprintf fail. Ret: " << NM_ERR_CLI_FORMAT;
         return "";

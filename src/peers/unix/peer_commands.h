@@ -8,7 +8,7 @@
 //
 // Every command returns what the peer answers as `ret` (0 for success, the peer's own number otherwise), 0 if
 // no answer is wanted, or a failure of deploy_unix_cli(); NM_ERR_CLI_EMPTY; NM_ERR_PARSE for an answer that
-// is no JSON object with an integer `ret`. An absent `ret` counts as 0.
+// is not a JSON object with an integer `ret`. An absent `ret` counts as 0.
 #pragma once
 
 #include <json/value.h>

@@ -89,7 +89,7 @@ int create_unix_cli(unix_cli** cli, char* lock, char* socket_path, bool debug);
 int deploy_unix_cli(const UNIX_CLI_TYPE& type, std::string& command, std::string& output, bool debug);
 
 /// `retcode` of a reply, 0 if it has none. NM_ERR_CLI_RETCODE if it is above 0; NM_ERR_PARSE for a reply that
-/// is no JSON object or whose `retcode` is no integer.
+/// is not a JSON object or whose `retcode` is not an integer.
 int get_retcode(const std::string& reply, bool debug);
 
 #pragma GCC visibility pop

@@ -29,7 +29,7 @@ namespace {
 
 using Candidates = std::vector<load_balance_if>;
 
-/// How the rules of a chain name a port: its condition, its mark, and what a packet without a choice bears.
+/// How the rules of a chain name a port: its condition, its mark, and what a packet without a choice carries.
 struct Chain {
     const char* name;
     const char* condition_suffix;
@@ -51,12 +51,12 @@ std::string text_of(const Json::Value& entry, const char* key, const char* fallb
     return value.isObject() || value.isArray() ? fallback : nm::json_text(entry, key, fallback);
 }
 
-/// A text that is no number in range gives 0, and so leaves the port out.
+/// A text that is not a number in range gives 0, and so leaves the port out.
 uint64_t rate_of(const Json::Value& entry) {
     return nm::rate_from_text(nm::json_string_or(entry, "TX_RATE", text_of(entry, "ISP_BW", "0")));
 }
 
-/// The rules are text for a shell: a name that cannot be written there harmlessly is no name.
+/// The rules are text for a shell: a name that cannot be written there harmlessly is not a name.
 bool is_writable(const std::string& interface) {
     if (interface.empty()) {
         return false;

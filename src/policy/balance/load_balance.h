@@ -1,7 +1,7 @@
 // Load balancing over the live uplinks: traffic between sites (chain S2SLB) and from LAN to WAN (chain WANLB)
 // is spread in proportion to the ports' rates. The choice is made once for each connection and kept in the
 // connection mark (kernel/marks.h). Whether a port is alive is asked of the netfilter match `condition`,
-// which bears the interface's name, in WANLB with "_ncsi" behind it; the link monitors set these conditions.
+// which has the interface's name, in WANLB with "_ncsi" behind it; the link monitors set these conditions.
 //
 // A port takes part if it has an `INTERFACE`, a `PRIO` and a rate (`TX_RATE`, or `ISP_BW` where there is no
 // such text) other than 0. Its number is the one behind "swdev" or "eth" in the interface's name.

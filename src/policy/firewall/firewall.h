@@ -25,7 +25,7 @@ int setup_firewall(Json::Value& old_config, Json::Value& new_config, std::string
                    std::string& error);
 
 /// Runs a script for `iptables-restore` and looks up the rule that it refuses, if any, in the documents that
-/// the script was made of. Each rule counts as two lines, whatever it makes, so the number told may be that
+/// the script was made of. Each rule counts as two lines, whatever it makes, so the number given may be that
 /// of a rule before the refused one, or none. 0, whatever else the command prints, or NM_ERR_SERVICE.
 int exec_iptables_restore(const char* script, Json::Value& old_config, Json::Value& new_config,
                           const std::string& chain, std::string& error);

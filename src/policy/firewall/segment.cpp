@@ -78,7 +78,7 @@ int remove_segment(const std::string& set, const Json::Value&) {
 }
 
 int refill_segment(const std::string& set, const Json::Value& networks) {
-    (void)ipset("flush " + set);  // told by the networks, if there is no such set
+    (void)ipset("flush " + set);  // logged by the networks, if there is no such set
     return fill_set(set, networks);
 }
 

@@ -34,7 +34,7 @@ void require(bool holds, const char* words) {
     }
 }
 
-/// -1 for what is no number; a text that is none throws.
+/// -1 for what is not a number; a text that is none throws.
 int number_of(const Json::Value& value) {
     if (value.isString()) {
         return std::stoi(value.asString());
@@ -127,7 +127,7 @@ bool parse_element(const Json::Value& element, const Surroundings& around, srout
     return true;
 }
 
-/// A next hop that is no port is the number of a VLAN, whose bridge is meant.
+/// A next hop that is not a port is the number of a VLAN, whose bridge is meant.
 void read_next_hop6(const Json::Value& element, const Surroundings& around, sroute& route) {
     const Json::Value& name = nm::json_member(element, "nextHopInterface");
     if (name.isString()) {

@@ -47,7 +47,7 @@ public:
     int stop_service();
     int restart_service();
 
-    /// The router that clients are told, in place of the interface's own address.
+    /// The router that clients are given, in place of the interface's own address.
     void update_option_router(std::string ip);
 
     std::string get_ifname() const;

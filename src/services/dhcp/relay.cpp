@@ -22,7 +22,7 @@ std::string upstream_of(const std::string& address) {
     return output.substr(0, output.find('\n'));
 }
 
-/// What the relay is told: its servers, and the interfaces that they are reached by.
+/// What the relay is given: its servers, and the interfaces that they are reached by.
 struct Relay {
     std::string servers;
     std::string uif_cmd;

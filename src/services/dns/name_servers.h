@@ -18,7 +18,7 @@
 /// a line; the code of the lock.
 int insert_dns_server(std::vector<std::string> servers, std::string id);
 
-/// Removes the owner's servers of one family, 2 (IPv4) or 10 (IPv6), and what is no line of a name server.
+/// Removes the owner's servers of one family, 2 (IPv4) or 10 (IPv6), and what is not a line of a name server.
 /// The file is written in place, so a program that has it open sees the change. 0, also if there was
 /// nothing to remove; NM_ERR_OPEN; NM_ERR_WRITE; the code of the lock.
 int remove_dns_server(std::string id, unsigned char family);

@@ -1,4 +1,4 @@
-// The readers of leases. Their sources are foreign bytes: nothing gets into a record that is no address.
+// The readers of leases. Their sources are foreign bytes: nothing gets into a record that is not an address.
 #include "services/leases/lease_info.h"
 
 #include <vpppoe.h>
@@ -31,7 +31,7 @@ void store(char (&field)[size], const std::string& text) {
     snprintf(field, size, "%s", text.c_str());
 }
 
-/// The address at `place` among those of a comma-separated list; what is no address does not count.
+/// The address at `place` among those of a comma-separated list; what is not an address does not count.
 std::string address_of(const std::string& list, IsAddress is_address, size_t place = 0) {
     Lines pieces;
     split_into_vector(list, ',', pieces);

@@ -47,7 +47,7 @@ int get_interface_dhcp6_info(char* ifname, DHCP6_INFO& info);
 /// What autoconfiguration gave, as `slaacrrd` reports it. 0; NM_ERR_BAD_TYPE for a null or empty name;
 /// NM_ERR_NOT_FOUND where the appliance has no such peer (it comes with /usr/bin/python);
 /// NM_ERR_CLI_EMPTY for a name that no command can take; NM_ERR_CLI_RETCODE if the peer cannot be asked;
-/// NM_ERR_PARSE for a reply that is no JSON object.
+/// NM_ERR_PARSE for a reply that is not a JSON object.
 int get_interface_slaac_info(char* ifname, DHCP6_INFO& info);
 
 /// What the PPPoE session of the port `ifname` was given, as a lease with the netmask 255.255.255.255 and no
