@@ -18,3 +18,43 @@ int BaseIfaceInfo::get_ip_addr() {
     const int ret6 = get_ipv6_addr(ifindex, runtime_ip6);
     return ret4 != NM_OK ? ret4 : ret6;
 }
+
+std::string BaseIfaceInfo::get_ifname() {
+    return ifname;
+}
+
+int BaseIfaceInfo::get_ifindex() {
+    return ifindex;
+}
+
+std::string BaseIfaceInfo::get_ip4_type() {
+    return ip4_type;
+}
+
+std::string BaseIfaceInfo::get_ip6_type() {
+    return ip6_type;
+}
+
+std::string BaseIfaceInfo::get_ip4_addr() {
+    return ip4_addr;
+}
+
+std::string BaseIfaceInfo::get_ip6_addr() {
+    return ip6_addr;
+}
+
+int BaseIfaceInfo::get_ip4_prefix() {
+    return ip4_prefix;
+}
+
+int BaseIfaceInfo::get_ip6_prefix() {
+    return ip6_prefix;
+}
+
+std::string BaseIfaceInfo::get_runtime_ip4() {
+    return runtime_ip4;
+}
+
+std::string BaseIfaceInfo::get_runtime_ip6() {
+    return runtime_ip6;
+}

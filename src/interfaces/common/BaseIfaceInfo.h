@@ -30,21 +30,21 @@ public:
     virtual int setup_ipv4(uint32_t opt) = 0;
 
     /// Kernel name of the port's device, the key of its entry.
-    std::string get_ifname() { return ifname; }
+    std::string get_ifname();
     /// Kernel index of the interface that carries the traffic, 0 while there is none.
-    int get_ifindex() { return ifindex; }
+    int get_ifindex();
     /// "DHCP", "STATIC", "PPPOE" or "DISABLED"; "DHCPV6", "SLAAC", "STATIC", "PPPOEV6" or "DISABLED".
-    std::string get_ip4_type() { return ip4_type; }
-    std::string get_ip6_type() { return ip6_type; }
+    std::string get_ip4_type();
+    std::string get_ip6_type();
     /// Configured addresses, without a prefix, and their prefix lengths.
-    std::string get_ip4_addr() { return ip4_addr; }
-    std::string get_ip6_addr() { return ip6_addr; }
-    int get_ip4_prefix() { return ip4_prefix; }
-    int get_ip6_prefix() { return ip6_prefix; }
+    std::string get_ip4_addr();
+    std::string get_ip6_addr();
+    int get_ip4_prefix();
+    int get_ip6_prefix();
     /// The first address in force when the object was built, as get_ipv4_addr() and get_ipv6_addr() of
     /// kernel/address.h give it: with "/prefix" unless it is the whole address. Empty if there was none.
-    std::string get_runtime_ip4() { return runtime_ip4; }
-    std::string get_runtime_ip6() { return runtime_ip6; }
+    std::string get_runtime_ip4();
+    std::string get_runtime_ip6();
 
 protected:
     /// Reads both runtime addresses of `ifindex`. 0, or the first failure; a family that could not be read

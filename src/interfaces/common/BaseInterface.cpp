@@ -93,3 +93,31 @@ int check_base_wan_interface_format(std::string section, Json::Value& root, bool
     }
     return NM_OK;
 }
+
+std::string BaseInterface::get_interface() {
+    return interface;
+}
+
+std::string BaseInterface::get_hw_port() {
+    return hw_port;
+}
+
+std::string BaseInterface::get_portname() {
+    return portname;
+}
+
+int BaseWanInterface::get_prio() {
+    return prio;
+}
+
+unsigned long BaseWanInterface::get_rx_rate() {
+    return rx_rate;
+}
+
+unsigned long BaseWanInterface::get_tx_rate() {
+    return tx_rate;
+}
+
+int BaseWanInterface::set_edma() {
+    return 0;
+}

@@ -21,10 +21,10 @@ public:
     virtual int alt_if(uint32_t opt) = 0;
 
     /// Kernel interface name.
-    std::string get_interface() { return interface; }
+    std::string get_interface();
     /// Physical port, "NONE" if hw_port_info.json does not know the port.
-    std::string get_hw_port() { return hw_port; }
-    std::string get_portname() { return portname; }
+    std::string get_hw_port();
+    std::string get_portname();
 
 protected:
     int mtu = 0;
@@ -55,13 +55,13 @@ public:
     int get_config_from_json(Json::Value cfg);
 
     /// Priority among the uplinks.
-    int get_prio() { return prio; }
+    int get_prio();
     /// Rates in bits per second.
-    unsigned long get_rx_rate() { return rx_rate; }
-    unsigned long get_tx_rate() { return tx_rate; }
+    unsigned long get_rx_rate();
+    unsigned long get_tx_rate();
 
     /// Nothing to do here: it keeps OPT_EDMA harmless on routed ports.
-    int set_edma() { return 0; }
+    int set_edma();
 
 protected:
     int prio = 0;

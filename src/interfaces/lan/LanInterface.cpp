@@ -394,3 +394,11 @@ int create_LAN(TagLanInterface** lan, std::string port, std::string path, Json::
     NM_LOG(Debug) << "Enter";
     return NM_EXIT(nm::build(lan, "lan", nm::port_without_vlan(port), path, cfg));
 }
+
+std::vector<int> TagLanInterface::get_vlans() {
+    return vlans;
+}
+
+int TagLanInterface::set_edma() {
+    return 0;
+}

@@ -74,7 +74,7 @@ public:
     int alt_if(uint32_t opt) override;
 
     /// The VLAN ids in the order of the configuration; 0 is the trunk itself.
-    std::vector<int> get_vlans() { return vlans; }
+    std::vector<int> get_vlans();
 
     /// Makes the device of one VLAN, brings it up, and joins it to the bridge of the VLAN if there is one.
     /// Its MTU follows the bridge's; the trunk is raised to it where it is smaller. The first member makes
@@ -86,7 +86,7 @@ public:
     /// Checks one device. 0; NM_ERR_NO_IFACE; NM_ERR_BAD_TYPE without a device type.
     int setup_if(uint32_t opt, std::string ifname);
     /// Nothing is written to the switch on this platform; the calls stand where others would do it.
-    int set_edma() { return 0; }
+    int set_edma();
 
 protected:
     int get_config();

@@ -195,3 +195,39 @@ std::string BaseWanIfaceInfo::get_curr_gw() {
     }
     return "";
 }
+
+int BaseWanIfaceInfo::id() {
+    return id_;
+}
+
+std::string BaseWanIfaceInfo::get_portname() {
+    return portname;
+}
+
+std::string BaseWanIfaceInfo::get_run_ifname() {
+    return run_ifname;
+}
+
+std::string BaseWanIfaceInfo::get_ip4_gw() {
+    return ip4_gw;
+}
+
+std::string BaseWanIfaceInfo::get_ip6_gw() {
+    return ip6_gw;
+}
+
+std::vector<std::string> BaseWanIfaceInfo::get_ip4_dns() {
+    return ip4_dns;
+}
+
+std::vector<std::string> BaseWanIfaceInfo::get_ip6_dns() {
+    return ip6_dns;
+}
+
+std::string BaseWanIfaceInfo::get_iface_type() {
+    return iface_type;
+}
+
+std::string BaseWanIfaceInfo::get_dev_type() {
+    return dev_type;
+}

@@ -48,21 +48,21 @@ public:
     std::string get_curr_gw();
 
     /// Id of the uplink: the configured one, without one the number of its port.
-    int id() { return id_; }
+    int id();
     /// Key of the port's entry in the section of its kind.
-    std::string get_portname() { return portname; }
+    std::string get_portname();
     /// The interface that the traffic runs on: the session's on PPPoE ("ppp-swdev1"), else get_ifname().
-    std::string get_run_ifname() { return run_ifname; }
+    std::string get_run_ifname();
     /// Configured gateways.
-    std::string get_ip4_gw() { return ip4_gw; }
-    std::string get_ip6_gw() { return ip6_gw; }
+    std::string get_ip4_gw();
+    std::string get_ip6_gw();
     /// Configured name servers.
-    std::vector<std::string> get_ip4_dns() { return ip4_dns; }
-    std::vector<std::string> get_ip6_dns() { return ip6_dns; }
+    std::vector<std::string> get_ip4_dns();
+    std::vector<std::string> get_ip6_dns();
     /// `IFACE_TYPE`, "ethernet" unless configured.
-    std::string get_iface_type() { return iface_type; }
+    std::string get_iface_type();
     /// "ethernet" or "virtio".
-    std::string get_dev_type() { return dev_type; }
+    std::string get_dev_type();
 
 protected:
     /// Reads what the kernel says: the interface that the traffic runs on, its index and its addresses.

@@ -112,3 +112,7 @@ int check_iface_link_up(WanIfaceInfo* info, unsigned int act) {
     }
     return 1;
 }
+
+int WanIfaceInfo::setup_mlmd(int mode) {
+    return setup_link_daemon(mode);
+}

@@ -27,7 +27,7 @@ public:
     /// As setup_ipsec(), for the IPv6 address that the caller gives. The tunnel's address is that of IPv4.
     int setup_ipsec6(int mode, std::string address);
     /// setup_link_daemon() for the unit "nm-mlmd@".
-    int setup_mlmd(int mode) { return setup_link_daemon(mode); }
+    int setup_mlmd(int mode);
 
 protected:
     void register_uplink(bool comes) override;

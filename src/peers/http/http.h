@@ -8,7 +8,9 @@
 // What a call allocates is freed when it returns.
 #pragma once
 
+#if __has_include(<curl/curl.h>)
 #include <curl/curl.h>
+#endif
 
 #include <cstdint>
 #include <string>
@@ -17,8 +19,10 @@
 
 /// Runs the transfer up to `tries` times until one succeeds and sleeps `delay` seconds (3 if it is 0) between
 /// two tries, not after the last. The code of the last try; CURLE_FAILED_INIT for no try at all, or without
-/// libcurl.
+/// libcurl. For callers that have libcurl's headers.
+#if __has_include(<curl/curl.h>)
 CURLcode nm_curl_perform(CURL* handle, uint16_t tries, uint16_t delay);
+#endif
 
 /// GET of `url`. Any answer of the server is a success, also an HTTP error: its body goes into `response` in
 /// place of what stood there, its status into the log. `timeout` limits each try, in seconds; 0 sets no
