@@ -204,8 +204,11 @@ std::string set_text(const dnat_rule& rule) {
         return "";
     }
     std::string text = "flush " + rule.ipset_name + "\n";
-    for (const std::string& address : rule.allowed_remote_ips) {
-        text += "add " + rule.ipset_name + " " + address + "\n";
+    for (auto source = rule.allowed_remote_ips.begin(); source != rule.allowed_remote_ips.end(); ++source) {
+        // Adding a member twice would end the script.
+        if (std::find(rule.allowed_remote_ips.begin(), source, *source) == source) {
+            text += "add " + rule.ipset_name + " " + *source + "\n";
+        }
     }
     return text;
 }
@@ -261,14 +264,32 @@ int load(const std::string& table, const std::string& chain, const std::string& 
     return ret;
 }
 
-int load_forwards(const Json::Value& old_rules, Json::Value& rules, Json::Value& device, std::string& error) {
-    std::string sets = new_sets(old_rules, rules);
-    std::string forwards = std::string("-F ") + kNatChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
-    for (Json::Value& rule : rules) {
-        gen_dnat_rule(rule, device, sets, forwards);
+/// What the sets' command refuses ends its script: the sets behind would keep what they had, perhaps for
+/// another rule. Then each is filled by a script of its own, and a wrong source empties the set of its own
+/// rule only.
+void fill_sets(const std::string& created, const std::vector<std::string>& fills) {
+    std::string all = created;
+    for (const std::string& fill : fills) {
+        all += fill;
     }
-    // A rule whose set is missing is refused below; one whose set lacks a member admits less.
-    (void)system_cmd(nm::here_document(kRestoreSets, sets).c_str());
+    if (system_cmd(nm::here_document(kRestoreSets, all).c_str()) == NM_OK) {
+        return;
+    }
+    for (size_t i = 0; i < fills.size(); ++i) {
+        if (!fills[i].empty() && system_cmd(nm::here_document(kRestoreSets, fills[i]).c_str()) != NM_OK) {
+            NM_LOG(Error) << kNatChain << " rule" << i + 1
+                          << ": its remote addresses are refused, it admits nobody.";
+        }
+    }
+}
+
+int load_forwards(const Json::Value& old_rules, Json::Value& rules, Json::Value& device, std::string& error) {
+    std::vector<std::string> fills(rules.size());
+    std::string forwards = std::string("-F ") + kNatChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
+    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        gen_dnat_rule(rules[i], device, fills[i], forwards);
+    }
+    fill_sets(new_sets(old_rules, rules), fills);
     return load("nat", kNatChain, forwards, rules, error);
 }
 

@@ -100,7 +100,7 @@ struct Forwards : Frugal {
 };
 
 TEST_F(Forwards, AreLoadedAsThreeScripts) {
-    const StandIn sets("/sbin/ipset", 1), rules("/sbin/iptables-restore", 1);
+    const StandIn sets("/sbin/ipset"), rules("/sbin/iptables-restore", 1);
     Json::Value old = json("[{}]");
     Json::Value list = json("[" + forward("'TCP_WAN_PORT':'80','IPSET_NAME':'other'") + "," +
                             forward("'TCP_WAN_PORT':'81','ALLOWED_REMOTE_IPS':['1.2.3.4']") + "," +
@@ -234,6 +234,13 @@ TEST_F(Forwards, ReachTheKernelWholeOrNotAtAll) {
         EXPECT_EQ(rules(), loaded) << bad;
         EXPECT_FALSE(fs::exists("/tmp/run"));
     }
+    Json::Value wrong =
+        json("[" + forward("'TCP_WAN_PORT':'80','ALLOWED_REMOTE_IPS':['1.2.3.4','300.1.1.1']") + "," +
+             forward("'TCP_WAN_PORT':'81','ALLOWED_REMOTE_IPS':['9.9.9.9','9.9.9.9','8.8.8.8']") + "]");
+    EXPECT_EQ(setup_dnat(none, wrong, error, kDevice), 0);
+    EXPECT_TRUE(log.has("PORT_FORWARDING rule1: its remote addresses are refused, it admits nobody."));
+    EXPECT_EQ(exec("for i in 0 1; do ipset save DNAT$i | sed 1d | sort; done"),
+              "add DNAT1 8.8.8.8\nadd DNAT1 9.9.9.9\n");
     run("iptables -t nat -F; iptables -t nat -X; iptables -t mangle -F; iptables -t mangle -X; ipset "
         "destroy");
 }
