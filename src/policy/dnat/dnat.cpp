@@ -25,8 +25,14 @@ constexpr const char* kMarkChain = "DNATPREROUTING";
 constexpr Json::ArrayIndex kMostRules = 100;
 constexpr int kEverywhere = 0;  // mode of get_ifname(): ports of all kinds
 
+/// Numbers count as their text. An object or a list is shown as JSON, which is not plain: its entry is
+/// refused, instead of counting as one without this member.
+std::string text_of(const Json::Value& value) {
+    return value.isNull() ? "" : nm::show_json(value);
+}
+
 std::string text_of(const Json::Value& rule, const char* key) {
-    return nm::json_string_or(rule, key, "");
+    return text_of(nm::json_member(rule, key));
 }
 
 std::string ports_of(const Json::Value& rule, const char* key) {
@@ -80,6 +86,12 @@ int check(const Json::Value& rules) {
     return NM_OK;
 }
 
+/// ipset(8) reads lines of up to 1,023 characters and takes the rest of a longer one for a command.
+bool is_source(const std::string& address) {
+    constexpr size_t kLongest = 255;
+    return nm::is_plain(address) && address.size() <= kLongest;
+}
+
 /// Whether every value can stand in a script, whoever reads it: the shell, the restore commands of rules and
 /// of sets, and those who read loaded rules back as text.
 bool is_writable(const dnat_rule& rule) {
@@ -87,7 +99,7 @@ bool is_writable(const dnat_rule& rule) {
                                         &rule.tcp_wan_port, &rule.udp_wan_port, &rule.ipset_name};
     return std::all_of(std::begin(words), std::end(words),
                        [](const std::string* word) { return word->empty() || nm::is_plain(*word); }) &&
-           std::all_of(rule.allowed_remote_ips.begin(), rule.allowed_remote_ips.end(), nm::is_plain);
+           std::all_of(rule.allowed_remote_ips.begin(), rule.allowed_remote_ips.end(), is_source);
 }
 
 /// Each set is named by its rule's place in the list.
@@ -360,9 +372,7 @@ void dnat_jsontostruct(Json::Value& rule, Json::Value& device, dnat_rule* out) {
     out->ipset_name = text_of(rule, "IPSET_NAME");
     const Json::Value& sources = nm::json_member(rule, "ALLOWED_REMOTE_IPS");
     for (Json::ArrayIndex i = 0; sources.isArray() && i < sources.size(); ++i) {
-        if (sources[i].isString()) {
-            out->allowed_remote_ips.push_back(sources[i].asString());
-        }
+        out->allowed_remote_ips.push_back(text_of(sources[i]));
     }
 }
 

@@ -46,7 +46,7 @@ int setup_dnat(Json::Value& old_rules, Json::Value& new_rules, std::string& erro
 /// setup_dnat() with the stored list, whose sets exist. 0, also without a list.
 int reload_dnat(std::string path);
 
-/// Reads an entry of the list; `device` is the device document.
+/// Reads an entry of the list; `device` is the device document. Numbers count as their text.
 void dnat_jsontostruct(Json::Value& rule, Json::Value& device, dnat_rule* out);
 
 /// Append the lines of an entry to the script for the sets and that for the nat table, or to that for the

@@ -40,6 +40,10 @@ TEST(Forward, HasTheLinesOfItsKind) {
     } cases[] = {
         {forward("'TCP_WAN_PORT':'80','LAN_PORT':'8080'"), "",
          three(" -p tcp --dport 80", ":8080", " -p tcp --dport 8080"), reply + " -p tcp --sport 8080" + end},
+        {forward("'TCP_WAN_PORT':80,'LAN_PORT':8080"), "",
+         three(" -p tcp --dport 80", ":8080", " -p tcp --dport 8080"), reply + " -p tcp --sport 8080" + end},
+        {forward("'TCP_WAN_PORT':'80','LAN_PORT':['8080']"), "", "", ""},
+        {forward("'TCP_WAN_PORT':'80','ALLOWED_REMOTE_IPS':[['1.2.3.4']]"), "", "", ""},
         {forward("'UDP_WAN_PORT':'8000-8010','LAN_PORT':'9000-9010'"), "",
          three(" -p udp --dport 8000:8010", "", " -p udp --dport 9000:9010"),
          reply + " -p udp --sport 9000:9010" + end},
@@ -56,7 +60,7 @@ TEST(Forward, HasTheLinesOfItsKind) {
         {forward("'PROTOCOL':'tcp'"), "", "", ""},
         {forward(
              "'TCP_WAN_PORT':'22','IPSET_NAME':'DNAT4','ALLOWED_REMOTE_IPS':['198.51.100.0/24',7,'1.2.3.4']"),
-         "flush DNAT4\nadd DNAT4 198.51.100.0/24\nadd DNAT4 1.2.3.4\n",
+         "flush DNAT4\nadd DNAT4 198.51.100.0/24\nadd DNAT4 7\nadd DNAT4 1.2.3.4\n",
          in + " -m set --match-set DNAT4 src -p tcp --dport 22" + to + "\n" + pin +
              " -m set --match-set DNAT4 src -p tcp --dport 22" + to + "\n" + masq +
              " -p tcp --dport 22 -j MASQUERADE\n",
@@ -222,16 +226,21 @@ TEST_F(Forwards, ReachTheKernelWholeOrNotAtAll) {
         EXPECT_NE(loaded.find(line), std::string::npos) << line << "\n" << loaded;
     }
     EXPECT_NE(exec("ipset list DNAT0").find("198.51.100.0/24"), std::string::npos);
-    const std::pair<const char*, const char*> refusals[] = {
+    // What ipset would read as two lines, the second of which empties all sets.
+    const std::string cut =
+        "'PROTOCOL':'esp','ALLOWED_REMOTE_IPS':['1.1.1.1/" + std::string(1003, '0') + "32flush']";
+    const std::pair<std::string, const char*> refusals[] = {
         {"'TCP_WAN_PORT':'99999'", "PORT_FORWARDING: the restore command refused line 8"},
         {"'TCP_WAN_PORT':'1 -j ACCEPT'", "PORT_FORWARDING rule2 failed."},
         {"'LAN_PORT':'$(touch /tmp/run)','TCP_WAN_PORT':'1'", "PORT_FORWARDING rule2 failed."},
-        {"'LAN_IP':'`touch /tmp/run`'", "PORT_FORWARDING rule2 failed."}};
+        {"'LAN_IP':'`touch /tmp/run`'", "PORT_FORWARDING rule2 failed."},
+        {cut, "PORT_FORWARDING rule2 failed."}};
     for (const auto& [bad, words] : refusals) {
         Json::Value refused = json("[" + forward("'PROTOCOL':'esp'") + "," + forward(bad) + "]");
         EXPECT_EQ(setup_dnat(list, refused, error, kDevice), -1011) << bad;
         EXPECT_TRUE(log.has(words)) << bad;
         EXPECT_EQ(rules(), loaded) << bad;
+        EXPECT_NE(exec("ipset list DNAT0").find("198.51.100.0/24"), std::string::npos) << bad;
         EXPECT_FALSE(fs::exists("/tmp/run"));
     }
     Json::Value wrong =
