@@ -72,8 +72,9 @@ bool ChainScript::refuse(const std::string& culprit) {
 void ChainScript::flush_old_chains(const Json::Value& old_config) {
     for (const Json::Value& value : json_member(json_member(old_config, "CHAIN_NAME"), plan_.chain)) {
         const std::string name = value.isString() ? value.asString() : "";
-        // A name that is not plain is not one that was ever created.
-        if (is_plain(name) && present_.has_chain(plan_.table, name)) {
+        // A name that is not plain is not one that was ever created, nor is an option: "-F -v" empties all
+        // chains.
+        if (is_plain(name) && name.front() != '-' && present_.has_chain(plan_.table, name)) {
             lines_ += "-F " + name + "\n";
         }
     }
@@ -134,10 +135,10 @@ bool ChainScript::add_jump(const std::string& match, const std::string& ifname, 
 
 bool ChainScript::add_all_rules() {
     const Json::Value& rules = json_member(new_config_, "RULES");
-    if (!rules.isObject()) {
-        return true;
+    if (!rules.isNull() && !rules.isObject()) {
+        return refuse("RULES");  // Without any rules, everything would pass.
     }
-    for (const std::string& key : rules.getMemberNames()) {
+    for (const std::string& key : rules.getMemberNames()) {  // none of null
         const bool written = key == kSite ? add_rules(key, plan_.chain, rules[key])
                                           : add_segment(key, segment_name(plan_.chain, key), rules[key]);
         if (!written) {

@@ -138,6 +138,12 @@ TEST_F(Firewall, RefusesHostileValues) {
     EXPECT_EQ(cases, 11 * 13);
     EXPECT_FALSE(fs::exists("/tmp/hit"));
     EXPECT_EQ(slurp(kMap), "");
+    for (const std::string rules : {"[{'ACTION':'DENY'}]", "'DENY'", "1"}) {
+        Json::Value before;
+        Json::Value now = json("{'RULES':" + rules + "}");
+        EXPECT_EQ(apply("FIREWALL", before, now), NM_ERR_SERVICE) << rules;
+        EXPECT_EQ(error, "FIREWALL RULES failed.");
+    }
     for (const std::string& name :
          {std::string(64, 'a') + ".example", std::string(254, '.'), std::string("a/b")}) {
         Json::Value before;
