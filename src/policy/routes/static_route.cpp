@@ -88,7 +88,8 @@ int apply(const RouteFamily& family, Json::Value& config, Json::Value& device, J
         NM_LOG(Error) << "Flush static_route failed.";
     }
     Json::Value none;
-    Json::Value& list = config.isObject() && config.isMember(family.list) ? config[family.list] : none;
+    Json::Value& list =
+        config.isMember(family.list) ? config[family.list] : none;  // throws on what is not an object
     sroute* parsed = nullptr;
     const size_t count = family.parse(list, device, gateways, &parsed);
     const std::unique_ptr<sroute, FreeDeleter> routes(parsed);

@@ -176,6 +176,9 @@ TEST_F(StaticRoute, StandsInBothTablesAndInTheSetWithoutAnInterface) {
         EXPECT_TRUE(log.has(one.words));
         EXPECT_EQ(table("-4", "251"), routes) << "a list that cannot be read replaces nothing";
     }
+    config = json("[]");
+    EXPECT_EQ(__setup_static_route(AF_INET, config, device, gateways), -1032);
+    EXPECT_EQ(table("-4", "251"), routes) << "nor does what is not a document";
     config = json(head + "]}");
     EXPECT_EQ(setup_static_route(config, kDevice), 0);
     EXPECT_EQ(table("-4", "251") + table("-4", "1"), "");
