@@ -29,7 +29,8 @@ bool is_name(const std::string& text) {
 }
 
 bool are_names(const std::string& host, const std::string& set) {
-    const bool valid = nm::is_hostname(host) && is_name(set);
+    // What begins with a dash would be an option to ipset: "flush -q" empties all sets.
+    const bool valid = nm::is_hostname(host) && is_name(set) && set.front() != '-';
     if (!valid) {
         NM_LOG(Error) << "Bad host name or set: " << host << ", " << set;
     }

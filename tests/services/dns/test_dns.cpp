@@ -112,7 +112,8 @@ TEST(HostnameIpset, HoldsOnlyLinesThatDnsmasqReads) {
     EXPECT_EQ(dnsmasq_add_ipset("c.example", "a;$(b)"), 0);
     EXPECT_EQ(slurp(dir + "a;$(b)"), "ipset=/c.example/a;$(b)");
     EXPECT_EQ(exec("ipset list 'a;$(b)' | grep -c 192.0.2"), "0\n");
-    for (const auto& [name, set] : {std::pair("a\nb", "S"), std::pair("a", "../S"), std::pair("a", "")}) {
+    for (const auto& [name, set] :
+         {std::pair("a\nb", "S"), std::pair("a", "../S"), std::pair("a", ""), std::pair("a", "-q")}) {
         EXPECT_EQ(dnsmasq_add_ipset(name, set), -1) << name << " in " << set;
     }
 }
