@@ -70,6 +70,9 @@ int apply_document(Arguments& words) {
     if (code < 0 && code != NM_ERR_NOT_FOUND) {
         return code;
     }
+    if (!new_config.isObject() || !(old_config.isObject() || old_config.isNull())) {
+        return NM_ERR_BAD_FORMAT;  // A list has no rules, and would take away all that are in force.
+    }
     std::string error;
     code = apply(old_config, new_config, error);
     if (!error.empty()) {
@@ -82,18 +85,21 @@ int apply_firewall(Json::Value& old_config, Json::Value& new_config, std::string
     return setup_firewall(old_config, new_config, "mangle", "FIREWALL", error);
 }
 
-/// Classes first: without them there is no steering.
+/// Classes first: without them there is no steering, and they do not outlive one that is refused.
 int apply_policy(Json::Value& old_config, Json::Value& new_config, std::string& error) {
-    const int code = setup_firewall_policy(old_config, new_config, error);
-    return code < 0 ? code : setup_firewall(old_config, new_config, "mangle", "STEER", error);
+    int code = setup_firewall_policy(old_config, new_config, error);
+    if (code < 0) {
+        return code;
+    }
+    code = setup_firewall(old_config, new_config, "mangle", "STEER", error);
+    if (code < 0 && !old_config.isNull()) {
+        std::string ignored;
+        (void)setup_firewall_policy(new_config, old_config, ignored);  // logged
+    }
+    return code;
 }
 
 int apply_dnat(Json::Value& old_config, Json::Value& new_config, std::string& error) {
-    for (Json::Value* const config : {&old_config, &new_config}) {
-        if (!config->isObject() && !config->isNull()) {
-            return NM_ERR_BAD_FORMAT;
-        }
-    }
     return setup_dnat(old_config["PORT_FORWARDING"], new_config["PORT_FORWARDING"], error, kDeviceInfoPath);
 }
 

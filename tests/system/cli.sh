@@ -42,6 +42,9 @@ check_nm_bin() {
     echo '[]' >"$scratch/array"
     runs "text in a file" "1 -1012 NM_ERR_BAD_FORMAT the text has the wrong form\[]" \
         nm_bin Setup_wanif "@$scratch/array"
+    echo '{}' >"$scratch/applied"
+    runs "a list is not a document to apply" "1 -1012 NM_ERR_BAD_FORMAT the text has the wrong form\[]" \
+        nm_bin Apply_firewall "$scratch/array" "$scratch/applied"
     same "--json is for machines" '[-1032,"NM_ERR_PARSE","the text is not valid JSON"]' \
         "$(nm_bin --json Setup_wanif '[' | jq -c '[.code, .name, .meaning]')"
 }

@@ -16,9 +16,9 @@ state() {
     cat "$MAP" "$OLD".*
 }
 
-# apply CHAIN [FILTER]: a document by a jq filter; $code, $said on standard error.
+# apply CHAIN FILTER: a document by a jq filter; $code, $said on standard error.
 apply() {
-    jq -n "${2:-null}" >"$NEW"
+    jq -n "$2" >"$NEW"
     code=$(nm_bin "Apply_$1" "$NEW" "$OLD.$1" 2>"$scratch/said" | tail -n 1) || true
     code=${code%% *}
     said=$(grep '^nm_bin' "$scratch/said") || said=""
@@ -81,7 +81,7 @@ same "a document is applied" 0 "$code"
 state >"$scratch/before"
 apply firewall "$(cat "$NEW")"
 check "and again to the same end" diff "$scratch/before" <(state)
-apply policy
+apply policy '{}'
 same "classes without a rule are the default" 0xc0/0x3c0 "$(iptables-save -t mangle | grep -oP '^-A POLICY.*xmark \K\S+')"
 refuses_whole <<'CASES'
 firewall	{RULES: {SITE: [{ACTION: "DENY", SRC_IP: "300.0.0.1"}]}}	FIREWALL flush old rules
@@ -93,7 +93,7 @@ firewall	{RULES: {SITE: [{ACTION: "DENY", DST_HOSTNAME: "b.example"}, {ACTION: "
 firewall	{RULES: {SITE: [{ACTION: "DENY", DST_IP: "x -j ACCEPT"}]}}	FIREWALL SITE rule1
 firewall	{RULES: {("a" * 40): [{ACTION: "DENY"}]}}	FIREWALL flush old rules
 policy	{RULES: {SITE: [{GROUP: 1}, {GROUP: 2, SRC_IP: "x"}]}}	POLICY SITE rule1
-policy	{RULES: {SITE: [{STEERING: "DIRECT", INTERFACE: "PORT1", SRC_IP: "x"}]}}	STEER SITE rule1
+policy	{RULES: {SITE: [{GROUP: 2}, {STEERING: "DIRECT", INTERFACE: "PORT1", SRC_IP: "x"}]}}	STEER SITE rule1
 CASES
 jq -n "{RULES: {SITE: [range($RULES) | {ACTION: \"ALLOW\", SRC_IP: \"10.1.\(. / 250 | floor).\(. % 250)\", DST_SEG: \"here\"}]}}" \
     >"$NEW"
