@@ -16,9 +16,9 @@
 
 namespace {
 
-constexpr const char* kTextMembers[] = {"SRC_IP",       "SRC_PORT", "SRC_VLAN",  "SRC_LAN",
-                                        "SRC_SEG",      "DST_IP",   "DST_PORT",  "PROTOCOL",
-                                        "DST_HOSTNAME", "DST_SEG",  "CLIENT_OS", "INTERFACE"};
+constexpr const char* kTextMembers[] = {"SRC_IP",       "SRC_PORT", "SRC_VLAN", "SRC_LAN",
+                                        "SRC_SEG",      "DST_IP",   "DST_PORT", "PROTOCOL",
+                                        "DST_HOSTNAME", "DST_SEG",  "CLIENT_OS"};
 
 std::string text_of(const Json::Value& rule, const char* key) {
     const Json::Value& member = nm::json_member(rule, key);
