@@ -97,10 +97,10 @@ int apply(const RouteFamily& family, Json::Value& config, Json::Value& device, J
     return ret != NM_OK ? ret : apply_routes_to_table(nm::kSecondStaticTable, family.family, parsed, count);
 }
 
-/// The gateways that the uplinks have at present, by the interface that their traffic runs on. RGLinks may be
-/// next hops too; without any there is nothing to ask.
+/// The gateways that the uplinks of all kinds have at present, by the interface that their traffic runs on.
 int read_gateways(const std::string& path, Json::Value& gateways) {
-    for (const auto collect : {get_available_wan_info, get_available_rglink_info}) {
+    for (const auto collect :
+         {get_available_wan_info, get_available_private_info, get_available_rglink_info}) {
         std::vector<available_base_wan_status> uplinks;
         const int ret = collect(uplinks, path, 0);
         if (ret != NM_OK) {

@@ -51,17 +51,17 @@ std::string parsed(Parse parse, const std::string& list, Json::Value device, Jso
     }
 }
 
-/// Two uplinks, one of them without a gateway yet, and the bridge of VLAN 12.
+/// Three uplinks, one of them without a gateway yet, and the bridge of VLAN 12.
 struct StaticRoute : Frugal {
     void SetUp() override {
-        run("set -e; for i in 1 2; do ip link add swdev$i type veth peer name far$i; ip link set far$i up; "
+        run("set -e; for i in 1 2 3; do ip link add swdev$i type veth peer name far$i; ip link set far$i up; "
             "ip link set swdev$i up; ip addr add 10.$i.0.1/24 dev swdev$i; "
             "ip addr add 2001:db8:$i::1/64 dev swdev$i nodad; done; ip link add br_v12 type bridge");
         put(kDevice, nm::write_compact_json(device));
     }
     void TearDown() override {
-        run("for d in swdev1 swdev2 br_v12; do ip link del $d; done; rm -f " + std::string(kDevice) + " " +
-            kStored + " " + kStored6);
+        run("for d in swdev1 swdev2 swdev3 br_v12; do ip link del $d; done; rm -f " + std::string(kDevice) +
+            " " + kStored + " " + kStored6);
     }
     static std::string table(const std::string& family, const std::string& number) {
         std::string lines;
@@ -76,6 +76,8 @@ struct StaticRoute : Frugal {
         "{'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1','DEV_TYPE':'ethernet'}},"
         "'WAN_IFACE_INFO':{'swdev1':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.1.0.1','IP4_GW':'10.1.0.9',"
         "'IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:1::1','IP6_GW':'2001:db8:1::9'}},"
+        "'PRIVATE_PORT':{'PORT3':{'INTERFACE':'swdev3','DEV_TYPE':'ethernet'}},"
+        "'PRIVATE_IFACE_INFO':{'swdev3':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.3.0.1','IP4_GW':'10.3.0.9'}},"
         "'RGLINK_PORT':{'PORT2':{'INTERFACE':'swdev2','DEV_TYPE':'ethernet'}},"
         "'RGLINK_IFACE_INFO':{'swdev2':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.2.0.1','IP4_GW':'10.2.0.9'}}}");
     const Json::Value gateways =
@@ -147,11 +149,13 @@ TEST_F(StaticRoute, StandsInBothTablesAndInTheSetWithoutAnInterface) {
              "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
              "{'ACTION':'ENABLE','IP':'10.9.0.0','NETMASK':16,'NEXTHOP_WAN':'PORT1'},"
              "{'ACTION':'ENABLE','IP':'10.8.0.0','NETMASK':'16','NEXTHOP_INTERFACE':'swdev2'},"
+             "{'ACTION':'ENABLE','IP':'10.5.0.0','NETMASK':'16','NEXTHOP_WAN':'PORT3'},"
              "{'ACTION':'ENABLE','IP':'10.6.0.0','NETMASK':'16','NEXTHOP_RGLINK':'PORT2'},"
              "{'ACTION':'ENABLE','IP':'10.7.0.0','NETMASK':16,'NEXTHOP_ADDRESS':'10.2.0.5',"
              "'METRIC':3}]}");
     const std::string routes =
-        "10.6.0.0/16 via 10.2.0.9 dev swdev2\n10.7.0.0/16 via 10.2.0.5 dev swdev2 metric 3\n10.8.0.0/16 dev "
+        "10.5.0.0/16 via 10.3.0.9 dev swdev3\n10.6.0.0/16 via 10.2.0.9 dev swdev2\n10.7.0.0/16 via 10.2.0.5 "
+        "dev swdev2 metric 3\n10.8.0.0/16 dev "
         "swdev2\n"
         "10.9.0.0/16 via 10.1.0.9 dev swdev1\n";
     const std::string member = "firewall.sh <edit_ipset> <add> <static_route> <10.7.0.0/16>\n";
