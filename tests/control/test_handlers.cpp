@@ -2,10 +2,15 @@
 // records in the system's log, and what is left behind.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <atomic>
 #include <optional>
+#include <valijson/adapters/jsoncpp_adapter.hpp>
+#include <valijson/schema.hpp>
+#include <valijson/schema_parser.hpp>
+#include <valijson/validator.hpp>
 
 #include "bus_world.h"
 #include "config/nmconfig.h"
@@ -29,7 +34,8 @@ const std::string kDevice =
     "'WAN_IFACE_INFO':{'swdev3':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.3.0.1','IP4_PREFIX':'24',"
     "'IP6_DHCP_PD':'ENABLED'},'swdev4':{'IP4_TYPE':'PPPOE'}},"
     "'RGLINK_IFACE_INFO':{'swdev5':{'IP4_TYPE':'DHCP'}},"
-    "'LAN_IFACE_INFO':{'lo':{'IP4_TYPE':'STATIC'},'br_v0':{}},'META':{'VERSION':'1'},'dbversion':'7'}";
+    "'PRIVATE_IFACE_INFO':{'lo':{'IP4_TYPE':'STATIC','IP4_ADDR':'127.0.0.1'}},'LAN_IFACE_INFO':{'lo':{'IP4_"
+    "TYPE':'STATIC'},'br_v0':{}},'META':{'VERSION':'1'},'dbversion':'7'}";
 
 struct Handlers : testing::Test {
     const File booted{"/var/run/network/.boot_fin"}, device{kDeviceInfoPath, quoted(kDevice)};
@@ -117,10 +123,72 @@ TEST_F(Handlers, JudgeTheirArguments) {
         {"Get_lanif_list", "", "0 {'lan':['br_v0','lo']}"},
         {"GetConfigsMetaInfo", "{}", "0 {'device_info.json':{'META':{'VERSION':'1'},'dbversion':'7'}}"},
         {"GetConfigsMetaInfo", "{'path':'/none'}", "0 {}"},
-        {"GetPrefixDelegationStatus", "{'path':'/none'}", "-1020 null"}};
+        {"GetConfigsMetaInfo", "{'path':'/tmp/odd'}", "0 {}"},
+        {"GetPrefixDelegationStatus", "{'path':'/none'}", "-1020 null"},
+        {"GetLanPortInfo", "{'path':'/dev/zero'}", "-1020 null"},
+        {"Get_available_lan_info", "{'path':'/tmp/odd/pipe.json'}", "-1020 null"}};
+    fs::create_directories("/tmp/odd");
+    ASSERT_EQ(mkfifo("/tmp/odd/pipe.json", 0600), 0);
     for (const auto& [method, request, answer] : cases) {
         EXPECT_EQ(ask(method, request), answer) << method << request;
     }
+}
+
+// ---- Reports.
+
+bool conforms(const std::string& schema_name, const Json::Value& data) {
+    Json::Value text;
+    EXPECT_TRUE(nm::parse_json(slurp("/usr/share/networkmanagement/schema/" + schema_name), text))
+        << schema_name;
+    valijson::Schema schema;
+    valijson::SchemaParser().populateSchema(valijson::adapters::JsonCppAdapter(text), schema);
+    return valijson::Validator().validate(schema, valijson::adapters::JsonCppAdapter(data), nullptr);
+}
+
+/// Whether the schema refuses the report once any of its records lacks a member that it requires or has one
+/// more.
+bool is_strict(const std::string& schema, Json::Value data) {
+    Json::Value& record = data.isArray() ? data[0] : data.begin()->isObject() ? *data.begin() : data;
+    const Json::Value whole = record;
+    bool strict = true;
+    for (const std::string& member : whole.getMemberNames()) {
+        record[member] = Json::nullValue;
+        strict = strict && !conforms(schema, data);
+        record = whole;
+    }
+    record["more"] = "";
+    return strict && !whole.empty() && !conforms(schema, data);
+}
+
+TEST_F(Handlers, ReportByTheirSchemas) {
+    const Device wan("swdev3", true), link("swdev5", true, "far5"), lan("swdev7", false, "far7");
+    run("ip addr add 10.3.0.1/24 dev swdev3; ip link set lo up");
+    const File delegated("/var/run/network/ipv6/swdev3.json", R"({"pdInfo":[{"prefix":"2001:db8::/56"}]})");
+    int reports = 0;
+    for (const vs_api_method& method : vs_api_methods()) {
+        const std::string schema = method.reply;
+        if (schema.find(".json`") == std::string::npos) {
+            continue;
+        }
+        for (const char* request : {"{'comprehensive':0}", "{'comprehensive':'1'}"}) {
+            Json::Value reply;
+            EXPECT_TRUE(nm::parse_json(call_bus(method.name, quoted(request)), reply));
+            const std::string name = schema.substr(1, schema.size() - 2);
+            EXPECT_TRUE(conforms(name, reply["data"])) << method.name << reply;
+            EXPECT_FALSE(reply["data"].empty()) << method.name;
+            EXPECT_TRUE(is_strict(name, reply["data"])) << method.name;
+        }
+        ++reports;
+    }
+    EXPECT_EQ(reports, 10);
+    const Json::Value wans = json(ask("Get_available_wan_info", "{'comprehensive':1}").substr(2));
+    EXPECT_EQ(wans[0]["IP4_ADDR"].asString() + wans[0]["IP4_PREFIX"].asString(), "10.3.0.124");
+    EXPECT_TRUE(wans[0]["UP"].asBool() && wans[0]["IP4_DNS"].isArray());
+    EXPECT_EQ(wans[1]["IFNAME"].asString(), "ppp-swdev4");
+    EXPECT_EQ(ask("GetPrefixDelegationStatus", "{}"),
+              "0 [{'IFNAME':'swdev3','IP6_TYPE':'DISABLED','PREFIXES':[{'prefix':'2001:db8::/56'}]}]");
+    EXPECT_EQ(json(ask("Get_wan_rxtx_stats").substr(2)).getMemberNames(), Calls{"swdev3"})
+        << "swdev4 is not there";
 }
 
 // ---- Stored documents.

@@ -14,6 +14,7 @@
 #include "log.h"
 #include "result_codes.h"
 #include "utils/directories.h"
+#include "utils/files.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -112,7 +113,7 @@ Json::Value delegated_prefixes(const std::string& ifname) {
 
 void add_versions(const std::string& path, const std::string& name, Json::Value& data) {
     Json::Value document;
-    if (json_file_to_mem(path, document) < 0 || !document.isObject()) {
+    if (!is_file_exists(path) || json_file_to_mem(path, document) < 0 || !document.isObject()) {
         NM_LOG(Error) << "Failed to load " << path;
         return;
     }

@@ -16,6 +16,7 @@ constexpr const char* kMain = "MAIN";
 constexpr const char* kApi = "API";
 
 constexpr const char* kReport = "path comprehensive";
+constexpr const char* kUplinks = "`uplinks.json`";
 constexpr const char* kWords = "text: what was refused";
 constexpr const char* kSteps = "codes of reading, migrating, applying and writing";
 constexpr const char* kReading = "codes of reading `path`";
@@ -63,21 +64,19 @@ constexpr std::array kMethods{
          "-1022 no `cat_id` or `msg_id`; -1045 another `level`; -1012 wrong `args`; -1011 no record written",
          kApi},
         log_event},
-    Method{{"Get_available_wan_info", Get_available_wan_info, kReport, "list of uplinks", kReading, kApi},
+    Method{{"Get_available_wan_info", Get_available_wan_info, kReport, kUplinks, kReading, kApi},
            report_wans},
-    Method{{"Get_available_private_info", Get_available_private_info, kReport, "list of uplinks", kReading,
-            kApi},
+    Method{{"Get_available_private_info", Get_available_private_info, kReport, kUplinks, kReading, kApi},
            report_private_ports},
-    Method{
-        {"Get_available_rglink_info", Get_available_rglink_info, kReport, "list of uplinks", kReading, kApi},
-        report_links},
-    Method{{"Get_available_lan_info", Get_available_lan_info, kReport, "list of LANs", kReading, kApi},
+    Method{{"Get_available_rglink_info", Get_available_rglink_info, kReport, kUplinks, kReading, kApi},
+           report_links},
+    Method{{"Get_available_lan_info", Get_available_lan_info, kReport, "`lans.json`", kReading, kApi},
            report_lans},
-    Method{{"Get_lanif_list", Get_lanif_list, "", "LAN interfaces", "codes of reading", kApi}, list_lans},
-    Method{{"Get_wan_rxtx_stats", Get_wan_rxtx_stats, "", "counters by device",
+    Method{{"Get_lanif_list", Get_lanif_list, "", "`lan_names.json`", "codes of reading", kApi}, list_lans},
+    Method{{"Get_wan_rxtx_stats", Get_wan_rxtx_stats, "", "`counters.json`",
             "codes of reading; -1006, -1023 no answer from the kernel", kApi},
            count_wan_traffic},
-    Method{{"Get_private_rxtx_stats", Get_private_rxtx_stats, "", "counters by device",
+    Method{{"Get_private_rxtx_stats", Get_private_rxtx_stats, "", "`counters.json`",
             "codes of reading; -1006, -1023 no answer from the kernel", kApi},
            count_private_traffic},
     Method{{"Get_ifname_by_portname", Get_ifname_by_portname, "path portname type", "text: the interface",
@@ -86,11 +85,11 @@ constexpr std::array kMethods{
     Method{{"Get_default_config", Get_default_config, "type", "the document",
             "-1001 another `type`; codes of reading", kApi},
            show_default},
-    Method{{"GetPrefixDelegationStatus", GetPrefixDelegationStatus, "path", "list of delegations", kReading,
-            kApi},
+    Method{{"GetPrefixDelegationStatus", GetPrefixDelegationStatus, "path", "`prefix_delegations.json`",
+            kReading, kApi},
            report_delegations},
-    Method{{"GetLanPortInfo", GetLanPortInfo, "path", "list of LAN ports", kReading, kApi}, report_lan_ports},
-    Method{{"GetConfigsMetaInfo", GetConfigsMetaInfo, "path", "versions by document", "always 0", kApi},
+    Method{{"GetLanPortInfo", GetLanPortInfo, "path", "`lan_ports.json`", kReading, kApi}, report_lan_ports},
+    Method{{"GetConfigsMetaInfo", GetConfigsMetaInfo, "path", "`versions.json`", "always 0", kApi},
            report_versions,
            "1.0"},
 };

@@ -31,9 +31,9 @@ struct vs_api_method {
     const char* name;
     int (*handler)(vs_io* io, int socket);
     const char* arguments;  ///< names, separated by blanks; a method without any reads no text
-    const char* reply;      ///< what `data` is; empty if the reply has none
-    const char* codes;      ///< its codes besides those of all methods
-    const char* log;        ///< the log that it is reported in: "MAIN", or "API" for what changes no network
+    const char* reply;  ///< what `data` is, a report by the name of its schema; empty if the reply has none
+    const char* codes;  ///< its codes besides those of all methods
+    const char* log;    ///< the log that it is reported in: "MAIN", or "API" for what changes no network
 };
 std::vector<vs_api_method> vs_api_methods();
 

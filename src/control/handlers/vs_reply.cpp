@@ -1,6 +1,7 @@
 // Requests of the service bus, read and answered.
 #include "control/handlers/vs_reply.h"
 
+#include <sys/stat.h>
 #include <vservice.h>
 
 #include <cstdlib>
@@ -120,7 +121,14 @@ int number_argument(const Json::Value& arguments, const char* key) {
 }
 
 std::string path_argument(const Json::Value& arguments) {
-    return text_argument(arguments, "path", kDeviceInfoPath);
+    const std::string path = text_argument(arguments, "path", kDeviceInfoPath);
+    struct stat status {};
+    const bool is_odd =
+        stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+    if (is_odd) {
+        NM_LOG(Error) << path << " is not a file";
+    }
+    return is_odd ? "/dev/null" : path;
 }
 
 Answer query_answer(int error, const Json::Value& data) {

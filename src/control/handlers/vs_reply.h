@@ -49,7 +49,8 @@ std::string text_argument(const Json::Value& arguments, const char* key, const s
 /// Argument `key` as a number: a JSON integer, a boolean or a decimal text; 0 for anything else.
 int number_argument(const Json::Value& arguments, const char* key);
 
-/// The document that a query is about: `path`, by default the device document.
+/// The document that a query is about: `path`, by default the device document. A pipe or a device, which
+/// could be read for ever, gives the path of an empty file.
 std::string path_argument(const Json::Value& arguments);
 
 /// The answer to a query whose result is in `data` if `error` is 0.
