@@ -52,13 +52,13 @@ int connect_until(int fd, const sockaddr_un& address, const Deadline& deadline) 
 // What a call moves that does not block, or a negative errno. It is tried before any wait: mostly the peer is
 // ready, and a wait costs as much as the call.
 template <class Call>
-ssize_t move_bytes(int fd, short events, const Deadline& deadline, int cancel_fd, Call call) {
+ssize_t move_bytes(int fd, short events, const Deadline& deadline, Call call) {
     while (deadline.remaining_ms() != 0) {
         const ssize_t count = call();
         if (count >= 0 || !is_retryable(errno)) {
             return count >= 0 ? count : -errno;
         }
-        if (const int result = wait_ready(fd, events, deadline, cancel_fd); result != 0) {
+        if (const int result = wait_ready(fd, events, deadline); result != 0) {
             return result;
         }
     }
@@ -70,9 +70,6 @@ ssize_t move_bytes(int fd, short events, const Deadline& deadline, int cancel_fd
 const char kSocketDirectory[] = "/var/run/vservice";
 
 int Deadline::remaining_ms() const {
-    if (end_ == Clock::time_point::max()) {
-        return -1;
-    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
     return static_cast<int>(std::min<long long>(std::max<long long>(left, 0), INT_MAX));
 }
@@ -98,19 +95,19 @@ bool peer_is_root(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == 0;
 }
 
-int wait_ready(int fd, short events, const Deadline& deadline, int cancel_fd) {
-    std::array<pollfd, 2> watched{pollfd{fd, events, 0}, pollfd{cancel_fd, POLLIN, 0}};
+int wait_ready(int fd, short events, const Deadline& deadline) {
+    pollfd watched{fd, events, 0};
     while (true) {
         const int remaining = deadline.remaining_ms();
         if (remaining == 0) {
             return -ETIMEDOUT;
         }
-        const int ready = poll(watched.data(), watched.size(), remaining);
+        const int ready = poll(&watched, 1, remaining);
         if (ready < 0 && errno != EINTR) {
             return -errno;
         }
         if (ready > 0) {
-            return watched[1].revents != 0 ? -ECANCELED : 0;
+            return 0;
         }
     }
 }
@@ -140,7 +137,7 @@ int connect_service(const std::string& service, const Deadline& deadline, Descri
 int send_all(int fd, const std::string& bytes, const Deadline& deadline) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t count = move_bytes(fd, POLLOUT, deadline, -1, [&] {
+        const ssize_t count = move_bytes(fd, POLLOUT, deadline, [&] {
             return send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         });
         if (count < 0) {
@@ -151,11 +148,11 @@ int send_all(int fd, const std::string& bytes, const Deadline& deadline) {
     return 0;
 }
 
-int receive_frame(int fd, std::size_t limit, const Deadline& deadline, std::string& text, int cancel_fd) {
+int receive_frame(int fd, std::size_t limit, const Deadline& deadline, std::string& text) {
     std::array<char, kChunkSize> chunk;
     FrameDecoder decoder(limit);
     while (decoder.wanted() > 0) {
-        const ssize_t count = move_bytes(fd, POLLIN, deadline, cancel_fd, [&] {
+        const ssize_t count = move_bytes(fd, POLLIN, deadline, [&] {
             return recv(fd, chunk.data(), std::min(chunk.size(), decoder.wanted()), MSG_DONTWAIT);
         });
         if (count <= 0) {

@@ -33,20 +33,17 @@ private:
     int fd_;
 };
 
-/// A point of the monotonic clock, or no point at all.
+/// A point of the monotonic clock.
 class Deadline {
 public:
     using Clock = std::chrono::steady_clock;
 
     explicit Deadline(std::chrono::seconds patience) : end_(Clock::now() + patience) {}
-    static Deadline never() { return Deadline(); }
 
-    /// What is left, rounded up to the millisecond and 0 when over; -1, as poll wants it, without an end.
+    /// What is left, rounded up to the millisecond; 0 when over.
     int remaining_ms() const;
 
 private:
-    Deadline() : end_(Clock::time_point::max()) {}
-
     Clock::time_point end_;
 };
 
@@ -60,8 +57,8 @@ bool is_service_name(const std::string& name);
 /// True when the process at the other end of the connection runs as uid 0.
 bool peer_is_root(int fd);
 
-/// Waits until `fd` is ready for `events`. 0, -ETIMEDOUT, -ECANCELED once `cancel_fd` is readable, -errno.
-int wait_ready(int fd, short events, const Deadline& deadline, int cancel_fd = -1);
+/// Waits until `fd` is ready for `events`. 0, -ETIMEDOUT, -errno.
+int wait_ready(int fd, short events, const Deadline& deadline);
 
 /// Connects to a service that runs as root. 0 or a negative errno.
 int connect_service(const std::string& service, const Deadline& deadline, Descriptor& connection);
@@ -71,6 +68,6 @@ int send_all(int fd, const std::string& bytes, const Deadline& deadline);
 
 /// Receives one frame of at most `limit` bytes and nothing behind it. 0 or a negative errno;
 /// -ECONNRESET when the peer closes before the end, -EMSGSIZE when it announces more.
-int receive_frame(int fd, std::size_t limit, const Deadline& deadline, std::string& text, int cancel_fd = -1);
+int receive_frame(int fd, std::size_t limit, const Deadline& deadline, std::string& text);
 
 }  // namespace vservice

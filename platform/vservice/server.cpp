@@ -1,5 +1,6 @@
-// The serving side of the bus: one thread for each connection, in a fixed number of places, so that neither
-// a stalled caller nor a crowd of them holds up the others for long or uses the process up.
+// The serving side of the bus: one thread hears all callers, and each whole request gets a thread of its own,
+// in a fixed number of places. So neither stalled callers nor a crowd of them hold up the others or use the
+// process up.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -9,11 +10,14 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "caller.h"
 #include "channel.h"
 #include "frame.h"
 #include "io.h"
@@ -33,6 +37,7 @@ struct vs_server {
 namespace {
 
 constexpr std::uint64_t kPlaces = 64;
+constexpr std::size_t kWaiting = 128;  ///< Callers that are heard at a time; one more displaces the oldest.
 constexpr std::chrono::seconds kCallerPatience{10};
 constexpr int kBacklog = 128;
 
@@ -95,44 +100,28 @@ void give_places(const vs_server& server, std::uint64_t count) {
     eventfd_write(server.places.get(), count);
 }
 
-struct Request {
-    std::string method;
-    std::string body;
-};
-
-int receive_request(const vs_server& server, int fd, Request& request) {
-    const Deadline deadline(kCallerPatience);
-    const int result = receive_frame(fd, kMaxMethod, deadline, request.method, server.stop.get());
-    if (result != 0 || !is_method_name(request.method)) {
-        return result != 0 ? result : -EBADMSG;
-    }
-    return receive_frame(fd, kMaxText, deadline, request.body, server.stop.get());
-}
-
 int answer_unknown(vs_io& io, const std::string& method) {
     io.text = "{\"error\":-1,\"data\":\"unknown method " + method + "\"}";
     return vs_reply(&io);
 }
 
-int serve(const vs_server& server, Descriptor connection) {
-    Request request;
-    if (const int result = receive_request(server, connection.get(), request); result != 0) {
-        return result;
-    }
-    auto io = std::make_unique<vs_io>(vs_io{std::move(request.body), connection.get()});
-    const auto row = server.methods.find(request.method);
+int serve(const vs_server& server, Caller caller) {
+    const std::string method = caller.take_method();
+    Descriptor connection = caller.take_connection();
+    auto io = std::make_unique<vs_io>(vs_io{caller.take_body(), connection.get()});
+    const auto row = server.methods.find(method);
     if (row == server.methods.end()) {
-        return answer_unknown(*io, request.method);
+        return answer_unknown(*io, method);
     }
     return row->second(io.release(), connection.release());
 }
 
 // Gives the caller a thread. Without one, or without memory, the connection just closes.
-void dispatch(const vs_server& server, Descriptor connection) {
+void dispatch(const vs_server& server, Caller caller) {
     take_place(server);
     try {
-        std::thread([&server, connection = std::move(connection)]() mutable {
-            (void)without_exceptions([&] { return serve(server, std::move(connection)); });
+        std::thread([&server, caller = std::move(caller)]() mutable {
+            (void)without_exceptions([&] { return serve(server, std::move(caller)); });
             give_places(server, 1);
         }).detach();
     } catch (const std::exception&) {
@@ -148,35 +137,117 @@ bool is_shortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-int accept_one(const vs_server& server) {
-    Descriptor connection(accept4(server.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (connection) {
-        if (peer_is_root(connection.get())) {
-            dispatch(server, std::move(connection));
+/// Those who wait: for the rest of their request, or with a whole one for a place.
+class WaitingRoom {
+public:
+    explicit WaitingRoom(const vs_server& server) : server_(server) {}
+
+    /// 0 after a stop, when all whole requests have got their places; a negative errno.
+    int open_until_stop() {
+        int result = 0;
+        while (result == 0 && (result = watch()) == 0 && watched_[kStop].revents == 0) {
+            hear();
+            result = watched_[kListener].revents != 0 ? admit() : 0;
+            while (!whole_.empty() && has_place()) {
+                send_in();
+            }
+        }
+        while (!whole_.empty()) {
+            send_in();
+        }
+        return result;
+    }
+
+private:
+    enum { kStop, kListener, kPlace, kCallers };
+
+    int watch() {
+        const auto events_if = [](bool wanted) { return static_cast<short>(wanted ? POLLIN : 0); };
+        watched_ = {{server_.stop.get(), POLLIN, 0},
+                    {server_.listener.get(), events_if(whole_.size() < kWaiting), 0},
+                    {server_.places.get(), events_if(!whole_.empty()), 0}};
+        for (const Caller& caller : callers_) {
+            watched_.push_back({caller.fd(), POLLIN, 0});
+        }
+        // All have the same time, so that of the oldest is over first.
+        const int limit = callers_.empty() ? -1 : callers_.front().deadline().remaining_ms();
+        while (poll(watched_.data(), watched_.size(), limit) < 0) {
+            if (errno != EINTR) {
+                return -errno;
+            }
         }
         return 0;
     }
-    if (is_shortage(errno)) {
-        // The caller stays in the queue, so the listener would wake us again at once.
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+
+    void hear() {
+        std::size_t row = kCallers;
+        for (auto caller = callers_.begin(); caller != callers_.end();) {
+            const auto current = caller++;
+            const bool is_due = watched_[row++].revents != 0 || current->deadline().remaining_ms() == 0;
+            is_due ? sort_in(current) : void();
+        }
+    }
+
+    void sort_in(std::list<Caller>::iterator caller) {
+        switch (caller->receive()) {
+            case Caller::State::Waiting:
+                return;
+            case Caller::State::Complete:
+                return whole_.splice(whole_.end(), callers_, caller);
+            case Caller::State::Gone:
+                callers_.erase(caller);
+        }
+    }
+
+    int admit() {
+        Descriptor connection(accept4(server_.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!connection) {
+            return refuse(errno);
+        }
+        if (peer_is_root(connection.get())) {
+            callers_.emplace_back(std::move(connection), Deadline(kCallerPatience));
+            sort_in(std::prev(callers_.end()));
+        }
+        if (callers_.size() > kWaiting) {
+            callers_.pop_front();
+        }
         return 0;
     }
-    return is_passing(errno) ? 0 : -errno;
-}
 
-int accept_until_stop(const vs_server& server) {
-    const Deadline never = Deadline::never();
-    int result = 0;
-    while (result == 0) {
-        result = wait_ready(server.places.get(), POLLIN, never, server.stop.get());
-        result = result != 0 ? result : wait_ready(server.listener.get(), POLLIN, never, server.stop.get());
-        result = result != 0 ? result : accept_one(server);
+    int refuse(int error) {
+        if (is_shortage(error)) {
+            // The caller stays in the queue, so the listener would wake us again at once.
+            callers_.empty() ? std::this_thread::sleep_for(std::chrono::milliseconds(50))
+                             : callers_.pop_front();
+            return 0;
+        }
+        return is_passing(error) ? 0 : -error;
     }
-    return result == -ECANCELED ? 0 : result;
+
+    bool has_place() const {
+        pollfd place{server_.places.get(), POLLIN, 0};
+        return poll(&place, 1, 0) == 1;
+    }
+
+    void send_in() {
+        dispatch(server_, std::move(whole_.front()));
+        whole_.pop_front();
+    }
+
+    const vs_server& server_;
+    std::list<Caller> callers_;
+    std::list<Caller> whole_;
+    std::vector<pollfd> watched_;
+};
+
+// Whoever comes now is refused at once.
+void close_door(vs_server& server) {
+    unlink(std::exchange(server.socket_path, "").c_str());
+    server.listener = Descriptor();
 }
 
 // A thread gives its place back as its last act, so all places together mean that no thread is left.
-void wait_for_connections(const vs_server& server) {
+void wait_for_requests(const vs_server& server) {
     for (std::uint64_t place = 0; place < kPlaces; ++place) {
         take_place(server);
     }
@@ -228,11 +299,9 @@ int vs_server_run(vs_server* server) {
     if (server == nullptr) {
         return -EINVAL;
     }
-    const int result = accept_until_stop(*server);
-    if (result != 0) {
-        vs_server_stop(server);
-    }
-    wait_for_connections(*server);
+    const int result = without_exceptions([&] { return WaitingRoom(*server).open_until_stop(); });
+    close_door(*server);
+    wait_for_requests(*server);
     return result;
 }
 

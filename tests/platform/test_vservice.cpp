@@ -200,6 +200,27 @@ TEST(Bus, BadCallersAreDroppedAndDelayNobody) {
     }
 }
 
+/// More idle callers than there are places, and a stop with one request in work, one cut and one to come.
+TEST(Bus, IdleCallersTakeUpNoPlaceAndAStopFinishesWhatRuns) {
+    std::optional<Service> service(std::in_place);
+    std::vector<FileDescriptor> idle;
+    for (int i = 0; i < 400; ++i) {
+        idle.push_back(raw_socket("unit.test", connect));
+        send_raw(idle.back(), i % 2 == 0 ? "" : frame("ipsec.echo"));
+    }
+    const Outcome outcome = call("unit.test", "ipsec.echo", "text");
+    EXPECT_EQ(outcome.text, "text");
+    EXPECT_LT(outcome.took, milliseconds(500));
+    auto running = std::async([] { return call("unit.test", "ipsec.echo", "slow").text; });
+    std::this_thread::sleep_for(milliseconds(100));
+    auto stopped = std::async([&] { service.reset(); });
+    std::this_thread::sleep_for(milliseconds(30));
+    EXPECT_EQ(call("unit.test", "ipsec.echo", "").result, -ENOENT) << "refused while the other one runs";
+    EXPECT_EQ(running.get(), "slow");
+    stopped.get();
+    EXPECT_TRUE(is_dropped(idle.back()));
+}
+
 TEST(Bus, OnlyRootIsServedAndBelieved) {
     const fixture::fs::path socket = "/var/run/vservice/unit.test.sock";
     const Service service;
