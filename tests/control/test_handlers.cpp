@@ -428,6 +428,8 @@ TEST_F(Handlers, OutliveTheirCallers) {
         EXPECT_EQ(send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL), ssize_t(request.size()));
     };
     ask("Get_lanif_list");
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(200));  // its thread closes the socket behind the reply
     const std::ptrdiff_t before = open_descriptors();
     const auto storm = [&](int number) {
         const std::string port = "PORT" + std::to_string(3 + number % 5);
