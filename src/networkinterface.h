@@ -76,4 +76,6 @@
 #include "services/dns/name_servers.h"
 #include "services/leases/dhcp_client.h"
 #include "services/leases/lease_info.h"
+#include "services/radv/dhcpd6.h"
+#include "services/radv/radvd.h"
 #include "utils/Utils.h"

@@ -12,9 +12,12 @@
 
 namespace nm {
 
-GeneratedFile::GeneratedFile(std::string path)
+GeneratedFile::GeneratedFile(std::string path) : GeneratedFile(path, path + ".tmp") {
+}
+
+GeneratedFile::GeneratedFile(std::string path, std::string beside)
     : path_(std::move(path)),
-      beside_(path_ + ".tmp"),
+      beside_(std::move(beside)),
       file_(FileDescriptor::open(beside_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)),
       remains_(static_cast<bool>(file_)) {
     if (!file_) {

@@ -13,6 +13,9 @@ class GeneratedFile {
 public:
     /// Opens `<path>.tmp` for writing; "Unable to open file : <path>" goes to the log if that fails.
     explicit GeneratedFile(std::string path);
+    /// As above with another name for the unfinished file, which has to be of the same directory: for
+    /// directories whose readers take every name that holds a suffix.
+    GeneratedFile(std::string path, std::string beside);
     ~GeneratedFile();
     GeneratedFile(const GeneratedFile&) = delete;
     GeneratedFile& operator=(const GeneratedFile&) = delete;
