@@ -68,6 +68,7 @@
 #include "services/dhcp/server_leases.h"
 #include "services/dhcp/server_pool.h"
 #include "services/dhcp/server_reservations.h"
+#include "services/dhcpcd/nm_dhcpcd.h"
 #include "services/dns/dns.h"
 #include "services/dns/dnsmasq.h"
 #include "services/dns/hostname_ipset.h"
