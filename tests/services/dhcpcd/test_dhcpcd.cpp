@@ -180,7 +180,8 @@ TEST(DhcpcdVariables, BecomeJson) {
         {"dhcp6_ia_pd1_prefix1='2001:db8::'\ndhcp6_ia_pd1_prefix1_length=56\ndhcp6_ia_pd1_iaid=0a",
          R"({"ia_pd":{"1":{"iaid":"0a","length":"56","prefix":"2001:db8::"}}})"},
         {"dhcp6_ia_na1_ia_addr1\ndhcp6_ia_na1_ia_addr1_\ndhcp6_ia_na_ia_addr='::1'\ndhcp6_ia_na1_iaid=\n"
-         "dhcp6_ia_na99999999999_ia_addr1='::1'\nx_dhcp6_ia_pd1_prefix1='::'\ndhcp6_ia_pd1_prefix1_=",
+         "dhcp6_ia_na99999999999_ia_addr1='::1'\nx_dhcp6_ia_pd1_prefix1='::'\ndhcp6_ia_pd99999999999_prefix1="
+         "'::'\ndhcp6_ia_pd1_prefix1_=",
          R"({"ia_na":{"1":{"iaid":""}},"ia_pd":{"1":{"prefix":""}}})"},
         {"dhcp6_ia_pd1_prefix1x='\\\";$(>/pwned)'", R"-({"ia_pd":{"1":{"prefix":"\\\";$(>/pwned)"}}})-"},
         {"dhcp6_ia_na1_ia_addr" + digits + "=1", "{}"},
