@@ -50,6 +50,17 @@ check_papers() {
     same "and their arguments" "'{\"portname\": \"\",\"ifname\": \"\"}'" "${COMPREPLY[*]}"
 }
 
+# Only systemd's own log has fields; the datagrams of others are looked at by the handlers' tests.
+check_journal() {
+    [[ -S /run/systemd/journal/socket ]] || return 0
+    ask FB_log '{"level": "err", "cat_id": "C5", "msg_id": 17, "args": ["a b"]}' >/dev/null
+    has_event() {
+        journalctl -t event -o json --no-pager | jq -r '[.PRIORITY, .SYSLOG_FACILITY, .EVENT_CLASS, .EVENT_NUMBER,
+            .EVENT_VALUE1] | join(" ")' | grep -qx '3 3 C5 17 a b'
+    }
+    check "an event reaches the journal with its fields" eventually 10 has_event
+}
+
 check_unit() {
     systemctl start nm-serviced
     [[ -d /run/systemd/system ]] || eventually 10 test -S "$SOCKET"  # the stand-in awaits no readiness
@@ -61,6 +72,7 @@ check_unit() {
     check "another user is refused" eval "! setpriv --reuid 65534 --clear-groups vsh $SERVICE.Get_lanif_list"
     same "a second daemon is refused" "1 nm_serviced: cannot listen: Address already in use" \
         "$(status=0; text=$(nm_serviced 2>&1) || status=$?; echo "$status $text")"
+    check_journal
     systemctl stop nm-serviced
     check "a stopped daemon leaves no socket" test ! -e "$SOCKET"
 }
