@@ -1,9 +1,7 @@
 // Lookups between port, interface, role and kind.
-#include <sstream>
 
 #include "config/port_lookup.h"
 #include "config/tcp_window.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

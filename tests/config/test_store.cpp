@@ -1,12 +1,9 @@
 // The document store: which route serves a call, what a write leaves behind, documents at their limits. And
 // the small formats beside it: key=value files and families of rotated files.
 #include <limits>
-#include <tuple>
 #include <unordered_map>
 
-#include "config/nmconfig.h"
 #include "fake_service.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "utils/handles.h"
 

@@ -1,9 +1,6 @@
 // Reports of sessions are worked long after what they tell of, and in any order: whatever that order is, sets
 // and rules end up as what is in force.
-#include <map>
-#include <set>
 
-#include "config/actions.h"
 #include "control/lease_event.h"
 #include "control/setup_wan.h"
 #include "fake_pppoe.h"

@@ -1,5 +1,4 @@
 // The frame of setup calls: what a request text makes it do, and what one target's life looks like.
-#include <tuple>
 
 #include "control/setup_frame.h"
 #include "control/setup_wan.h"

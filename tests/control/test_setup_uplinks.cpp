@@ -1,12 +1,9 @@
 // What follows when an uplink of some kind changes its rates: the work that depends on the set of uplinks,
 // which looks at the kinds that it is about.
-#include <map>
 
 #include "control/setup_private.h"
 #include "control/setup_rglink.h"
 #include "control/setup_wan.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 
 using namespace fixture;

@@ -1,11 +1,7 @@
 // The addressing side of the routed kinds: what an entry becomes, which steps run, and what is in force.
-#include <array>
-#include <tuple>
 
-#include "config/actions.h"
 #include "fake_pppoe.h"
 #include "interfaces/uplink/available_info.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

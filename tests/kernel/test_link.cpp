@@ -5,14 +5,11 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <atomic>
 #include <thread>
-#include <tuple>
 
 #include "kernel/link.h"
 #include "kernel/link_state.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

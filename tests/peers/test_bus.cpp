@@ -1,10 +1,8 @@
 // Calls of a request over the bus: services that do not answer, and replies that are too much.
-#include <gmock/gmock.h>
 
 #include "fake_service.h"
 #include "peers/bus/bus_exchange.h"
 #include "peers/bus/request_waits.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 

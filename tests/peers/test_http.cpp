@@ -1,5 +1,4 @@
 // HTTP calls against a server on loopback, and the calls to services of the bus beside them.
-#include <gmock/gmock.h>
 #include <malloc.h>
 
 #include <atomic>
@@ -10,7 +9,6 @@
 #include "peers/bus/service_bus.h"
 #include "peers/http/http.h"
 #include "peers/logs/device_log.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 

@@ -1,16 +1,11 @@
 // The log as an operator finds it: statements are written through the library in a child process, and
 // the files, the standard streams and the calls of the compression script are read back.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <functional>
 #include <regex>
 
 #include "log.h"
-#include "peers/logs/logging.h"
 #include "sandbox_fixture.h"
 
 namespace {

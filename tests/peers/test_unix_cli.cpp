@@ -1,5 +1,4 @@
 // The clients of the peer daemons against peers that misbehave, and what each command puts on the wire.
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/wait.h>
 
@@ -8,7 +7,6 @@
 
 #include "config/peer_updates.h"
 #include "peers/unix/unix_cli.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 

@@ -1,5 +1,4 @@
 // The configuration service as its callers meet it: a process on the bus.
-#include <gmock/gmock.h>
 
 #include "peers/bus/bus_exchange.h"
 #include "sandbox_fixture.h"

@@ -1,9 +1,6 @@
 // PPPoE sessions: what is stored, who can read it, and what the supervisor does as sessions come and go.
-#include <gmock/gmock.h>
 #include <net/if.h>
 #include <vpppoe.h>
-
-#include <functional>
 
 #include "interfaces/uplink/session_code.h"
 #include "sandbox_fixture.h"

@@ -1,6 +1,5 @@
 // The service bus from both sides: whole calls, peers that misbehave, and what is left afterwards.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -10,7 +9,6 @@
 #include <cerrno>
 #include <csignal>
 #include <future>
-#include <optional>
 #include <thread>
 
 #include "sandbox_fixture.h"

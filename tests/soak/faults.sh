@@ -6,9 +6,7 @@
 #
 # usage: tests/soak/faults.sh [--every N] [--errno N] [SCENARIO]...     (N 7: every seventh call, 1; errno 5, EIO)
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/../support/world.sh"
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
 readonly SCENARIOS=(mtu static-add static-alter static-delete lan-add dhcp-service)

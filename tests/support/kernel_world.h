@@ -2,16 +2,12 @@
 // made without rights or without sockets.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
-#include <functional>
-#include <sstream>
 #include <thread>
-#include <vector>
 
 #include "sandbox_fixture.h"
 #include "utils/Utils.h"

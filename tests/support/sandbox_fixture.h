@@ -3,19 +3,32 @@
 #pragma once
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <json/json.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
+#include "config/actions.h"
+#include "config/nmconfig.h"
 #include "peers/logs/logging.h"
+#include "result_codes.h"
 #include "utils/json_text.h"
+#include "utils/process.h"
 
 namespace fixture {
 

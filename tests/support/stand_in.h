@@ -2,7 +2,6 @@
 #pragma once
 
 #include "sandbox_fixture.h"
-#include "utils/process.h"
 
 namespace fixture {
 

@@ -4,7 +4,6 @@
 # shellcheck disable=SC2034  # the tests read the variables
 
 support_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
-# shellcheck source=tests/support/tap.sh
 source "$support_dir/tap.sh"
 
 [[ -e /run/network/.sandbox ]] || exec "$support_dir/../../scripts/sandbox" "$(readlink -f "$0")" "$@"
@@ -29,6 +28,16 @@ build() {
     fi
     g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" -I/usr/include/networkinterface \
         -I/usr/include/jsoncpp -o "$scratch/$program" "$support_dir/$program.cpp" "${@/#/-l}"
+}
+
+# plug NAMESPACE DEVICE ADDRESS FAR_ADDRESS [LINK_ARG]...: a cable between the appliance and a namespace, which is made;
+# what more the namespace's end needs comes as lines of ip on standard input.
+plug() {
+    ip netns add "$1"
+    ip link add "$2" "${@:5}" type veth peer name far netns "$1"
+    ip link set "$2" up
+    [[ $3 == - ]] || ip addr add "$3/24" dev "$2"
+    { printf '%s\n' "link set lo up" "link set far up" "addr add $4/24 dev far" && cat; } | ip -n "$1" -b -
 }
 
 # serve SERVICE COMMAND [ARG]...: starts a daemon of the bus that is ready to answer.

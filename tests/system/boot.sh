@@ -2,7 +2,6 @@
 # What an appliance does when it boots: its directories are made, its units are sound, the packet policy has its
 # base, and daemons that ports start anew in quick succession are started each time.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 # restarts UNIT: ten starts in a row succeed.

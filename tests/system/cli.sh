@@ -3,7 +3,6 @@
 # sources of text, output, exit status and manual pages.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly SOME=/etc/networkmanagement/some.json

@@ -3,7 +3,6 @@
 # real prefix and staged elsewhere, and the library exports what its headers promise and nothing else.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 source_dir=$(cd "$support_dir/../.." && pwd -P)

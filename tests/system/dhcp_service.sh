@@ -3,7 +3,6 @@
 # restart and what an alteration, a server behind the uplink, and what is left when something fails.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 : >/run/network/.boot_fin

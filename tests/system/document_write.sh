@@ -2,7 +2,6 @@
 # A document that is being written is the old one or the new one, whole, whatever happens to the writer.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly STORE_DIR=/etc/networkmanagement

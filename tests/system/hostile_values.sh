@@ -1,10 +1,8 @@
 #!/bin/bash
 # Values of requests and documents that are made to be run: no call starts a program that they name.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
-# shellcheck disable=SC2016  # nothing of it is to be expanded, here or elsewhere
 readonly EVIL='e;id>/pwned;$(id>/pwned)`id>/pwned`"'\''&&id>/pwned'
 : >/run/network/.boot_fin
 nm-base-rules

@@ -2,7 +2,6 @@
 # Many uplinks of all kinds beside each other: each source address leaves by its own, and none of them loses a
 # packet while others come and go.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly COUNT=64 KINDS=(WAN PRIVATE RGLINK) FAR_HOST=203.0.113.9

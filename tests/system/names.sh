@@ -3,7 +3,6 @@
 # library writes.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly RUN=/var/run/network

@@ -3,7 +3,6 @@
 # Runs outside the sandbox, and inside one as well.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
-# shellcheck source=tests/support/tap.sh
 . tests/support/tap.sh
 shared=$(mktemp -d)
 trap 'rm -rf "$shared"' EXIT

@@ -2,7 +2,6 @@
 # The service daemon: its unit, who may call, readiness and signs of life, what a stop and a kill leave, and that
 # its documentation and completion say what it serves.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly SERVICE=networkmanagement ROUTES=/etc/networkmanagement/static_route.json

@@ -1,7 +1,6 @@
 #!/bin/bash
 # The substitute for the appliance's own target and match, where a stock kernel has to do.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 tool=$support_dir/../../scripts/lib/stock-netfilter

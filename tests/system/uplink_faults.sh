@@ -2,9 +2,7 @@
 # What goes wrong around the addressing of an uplink, and what it ends in all the same: a service of the overlay
 # that stalls, two ports at once, a setup that is killed half-way, and the same thing over and over.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
 SERVICES=(VelanWsd.service VelanWmd rmgmtd)

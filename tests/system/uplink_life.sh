@@ -2,9 +2,7 @@
 # The whole life of an uplink's addressing, static and by DHCP, step by step and for each kind of uplinks: the
 # result, what the kernel, the files and the units hold of it afterwards, and the calls to the overlay in their order.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
 readonly DHCP='infos.swdev1 += {IP4_TYPE: "DHCP", IP4_ADDR: "", IP4_GW: ""}'

@@ -2,7 +2,6 @@
 # Routing truth by traffic: two uplinks whose far ends carry the same destination, and packets that leave by
 # the one that their source address, their device or their firewall mark says.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 # call EXPECTED FUNCTION [ARG]...
@@ -23,7 +22,6 @@ bring_up() {
 
 # Datagrams that came to a far end so far, of both families; it counts those to its closed port.
 arrived() {
-    # shellcheck disable=SC2016  # awk's own fields
     ip netns exec "isp$1" awk '/^Udp: [0-9]/ {n += $3} $1 == "Udp6NoPorts" {n += $2} END {print n + 0}' \
         /proc/net/snmp /proc/net/snmp6
 }
@@ -33,7 +31,6 @@ leaves() {
     local before1 before2 got=0
     before1=$(arrived 1) before2=$(arrived 2)
     if uplink_probe "${@:3}"; then
-        # shellcheck disable=SC2317  # eventually runs it
         there() { got=$(($(arrived 1) - before1 + 2 * ($(arrived 2) - before2))) && [[ $got != 0 ]]; }
         eventually 3 there || got=lost
     fi
@@ -56,19 +53,9 @@ policy() {
 }
 
 for n in 1 2; do
-    ip netns add "isp$n"
-    ip link add "swdev$n" index $((10 + n)) type veth peer name far netns "isp$n"
-    ip -n "isp$n" -b - <<END
-link set lo up
-link set far up
-addr add 10.$n.0.2/24 dev far
-addr add 2001:db8:$n::2/64 dev far nodad
-addr add 203.0.113.9 dev lo
-addr add 2001:db8:9::9 dev lo nodad
-END
-    ip addr add "10.$n.0.1/24" dev "swdev$n"
+    printf 'addr add %s nodad\n' "2001:db8:$n::2/64 dev far" {203.0.113.9,2001:db8:9::9}" dev lo" |
+        plug "isp$n" "swdev$n" "10.$n.0.1" "10.$n.0.2" index $((10 + n))
     ip addr add "2001:db8:$n::1/64" dev "swdev$n" nodad
-    ip link set "swdev$n" up
 done
 ip rule add iif lo fwmark 0x700000/0x700000 priority 20000 lookup 999
 ip -6 route add unreachable default table 999

@@ -2,9 +2,7 @@
 # The events of a DHCP uplink: the server goes away, comes back with another address and without a router; and
 # what foreign servers, clients that were ended and a held lock do to an event.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
 readonly ROUTER='option routers 10.1.0.1;'

@@ -1,6 +1,5 @@
 // Addresses, lists and names; and what needs devices to be seen.
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 
 #include "utils_support.h"
 

@@ -3,7 +3,6 @@
 
 #include <stdlib.h>
 
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "utils/Utils.h"
 #include "utils/handles.h"

@@ -1,7 +1,6 @@
 #!/bin/bash
 # Rules by the system of a client, whose sets are created by the apply that names them and filled by others later.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 readonly NEW=/etc/networkmanagement/firewall.json OLD=/var/run/network/firewall.curr
@@ -17,11 +16,8 @@ reaches() {
 }
 
 for row in client,1 server,2; do
-    ip netns add "${row%,*}"
-    ip link add "swdev${row#*,}" up type veth peer name far netns "${row%,*}"
-    ip addr add "10.${row#*,}.0.1/24" dev "swdev${row#*,}"
-    printf '%s\n' "link set far up" "addr add 10.${row#*,}.0.2/24 dev far" "route add default via 10.${row#*,}.0.1" |
-        ip -n "${row%,*}" -b -
+    net=10.${row#*,}.0
+    plug "${row%,*}" "swdev${row#*,}" "$net.1" "$net.2" <<<"route add default via $net.1"
 done
 echo 1 >/proc/sys/net/ipv4/ip_forward
 echo '{}' | tee "$DEVICE_INFO" >"$OLD"

@@ -1,7 +1,6 @@
 #!/bin/bash
 # Ethernet settings of an emulated NIC, as its driver has them.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 # call EXPECTED FUNCTION [ARG]...: its result, then the values of its output parameters.

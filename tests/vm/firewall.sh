@@ -2,7 +2,6 @@
 # Firewall, policy and steering documents in the kernel: every golden script loads, an apply that fails at any line
 # leaves all rules, sets and maps as they were, and ten thousand rules are one script.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 GOLDEN=$(dirname "$(readlink -f "$0")")/../policy/firewall/golden

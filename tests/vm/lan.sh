@@ -1,7 +1,6 @@
 #!/bin/bash
 # Trunks with 802.1Q VLANs in the bridges of their segments, guests, and the renamed VLAN ports of virtual machines.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 readonly NEW=/etc/networkmanagement/new.json

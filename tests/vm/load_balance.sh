@@ -2,7 +2,6 @@
 # Load balancing by traffic: two uplinks with rates of 3 to 1, hosts of the LAN behind the base chains, and the
 # rules of the library with the kernel's own match `condition`.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 readonly CONNECTIONS=2000
@@ -12,46 +11,17 @@ readonly CONDITIONS=/proc/net/nf_condition
 make_world() {
     local n i
     for n in 1 2; do
-        ip netns add "isp$n"
-        ip link add "swdev$n" index $((10 + n)) type veth peer name far netns "isp$n"
-        ip -n "isp$n" -b - <<END
-link set lo up
-link set far up
-addr add 10.$n.0.2/24 dev far
-addr add 203.0.113.9 dev lo
-addr add 203.0.113.10 dev lo
-route add 192.168.8.0/24 via 10.$n.0.1
-END
-        ip addr add "10.$n.0.1/24" dev "swdev$n"
-        ip link set "swdev$n" up
         i=$((10 + n))
+        printf '%s\n' "addr add 203.0.113."{9,10}" dev lo" "route add 192.168.8.0/24 via 10.$n.0.1" |
+            plug "isp$n" "swdev$n" "10.$n.0.1" "10.$n.0.2" index $i
         kernel_call set_ip4_rule $i "10.$n.0.1" 32 1 >/dev/null
         kernel_call set_ip4_route $i "10.$n.0.1" 24 "10.$n.0.2" 24 >/dev/null
     done
-    ip netns add lan
-    ip link add swdev8 type veth peer name eth0 netns lan
-    ip addr add 192.168.8.1/24 dev swdev8
+    printf '%s\n' "addr add 2001:db8:8::2/64 dev far nodad" "route add default via "{192.168.8.1,2001:db8:8::1} |
+        plug lan swdev8 192.168.8.1 192.168.8.2
     ip addr add 2001:db8:8::1/64 dev swdev8 nodad
-    ip link set swdev8 up
-    ip -n lan -b - <<END
-link set eth0 up
-addr add 192.168.8.2/24 dev eth0
-addr add 2001:db8:8::2/64 dev eth0 nodad
-route add default via 192.168.8.1
-route add default via 2001:db8:8::1
-END
     ip -6 route add 2001:db8:9::/64 via fe80::2 dev swdev2 onlink
-    ip netns add line
-    ip link add swdev3 type veth peer name far netns line
-    ip -n line -b - <<END
-link set lo up
-link set far up
-addr add 10.3.0.2/24 dev far
-addr add 10.73.0.9 dev lo
-route add default via 10.3.0.1
-END
-    ip addr add 10.3.0.1/24 dev swdev3
-    ip link set swdev3 up
+    plug line swdev3 10.3.0.1 10.3.0.2 <<<$'addr add 10.73.0.9 dev lo\nroute add default via 10.3.0.1'
     ip route add 10.73.0.0/24 dev swdev3 table 251
     # A round comes at once, and each uplink's neighbour has to be known by then.
     for n in 1 2; do
@@ -97,7 +67,6 @@ rounds() {
     exec {go}>"$scratch/go"
     wait_for() {
         echo >&"$go"
-        # shellcheck disable=SC2317  # eventually runs it
         all() { (($("$count" 1) + $("$count" 2) - start[0] - start[1] >= $1)); }
         eventually 60 all "$1" || true
     }

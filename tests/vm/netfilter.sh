@@ -1,7 +1,6 @@
 #!/bin/bash
 # What a stock kernel lacks and rule sets use: the target VTARGET of our own, and the matches of xtables-addons.
 set -euo pipefail
-# shellcheck source=tests/support/tap.sh
 . "$(dirname "$0")/../support/tap.sh"
 
 # marks COMMAND ADDRESS BEFORE AFTER: a packet that comes to the chain with one mark leaves it with the other.

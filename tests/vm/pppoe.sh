@@ -1,7 +1,6 @@
 #!/bin/bash
 # A PPPoE session against a real server: refused, let in, lost and dialled again, stopped.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 readonly LOG=/var/log/network/pppoe-swdev1.log
@@ -61,7 +60,6 @@ call 0 del_interface_pppoe_cfg swdev1
 same "nothing is kept" "" "$(find /etc/vpppoe /run/vpppoe -type f)"
 
 # A WAN port of that type, and then of another one: what the library makes of the session's coming and going.
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 sites() {
     calls | sed -n 's/^rmgmtd.ipsec.edit_local_site //p' | jq -r '"\(.op) \(.ip)"' | xargs

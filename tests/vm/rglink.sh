@@ -2,9 +2,7 @@
 # A PPPoE session of an RGLink against a real server: the set-up, and a change of the device's MTU, which ends the
 # session before the MTU is set and dials it again.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
-# shellcheck source=tests/support/uplink_world.sh
 source "$support_dir/uplink_world.sh"
 
 kind=RGLINK

@@ -1,7 +1,6 @@
 #!/bin/bash
 # 802.1Q devices as the full kernel has them: made, mapped, told apart and deleted.
 set -euo pipefail
-# shellcheck source=tests/support/world.sh
 source "$(dirname "$0")/../support/world.sh"
 
 # call EXPECTED FUNCTION [ARG]...: its result; what it reported on standard error is in $scratch/told.

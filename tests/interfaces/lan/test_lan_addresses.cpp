@@ -1,14 +1,9 @@
 // The addressing of LANs: the address in the kernel and all that is told of it, in which order, and that a
 // removal takes all of it back.
-#include <tuple>
 
-#include "config/actions.h"
-#include "config/nmconfig.h"
 #include "fake_service.h"
 #include "interfaces/create_info.h"
 #include "interfaces/lan/LanIfaceInfo.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 #include "utils/containers.h"
 

@@ -1,15 +1,10 @@
 // LAN ports and the bridges of VLAN segments as the kernel has them afterwards. Devices that are called like
 // VLAN devices stand for those here, where the kernel has none; tests/vm has the real ones.
 #include <list>
-#include <tuple>
 
-#include "config/nmconfig.h"
 #include "interfaces/lan/LanInterface.h"
 #include "interfaces/lan/VlanBrif.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
-#include "utils/process.h"
 
 using namespace fixture;
 

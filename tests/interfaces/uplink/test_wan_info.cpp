@@ -1,9 +1,6 @@
 // The addressing of WAN ports: what each step of a port's life makes of the kernel, the sets, the units and
 // the sessions, and what it tells the peers, in which order and with which result.
-#include <optional>
-#include <tuple>
 
-#include "config/actions.h"
 #include "control/setup_wan.h"
 #include "fake_pppoe.h"
 #include "fake_service.h"
@@ -12,7 +9,6 @@
 #include "interfaces/uplink/tunnel_address.h"
 #include "kernel/link.h"
 #include "kernel_world.h"
-#include "result_codes.h"
 #include "stand_in.h"
 
 using namespace kernel_world;
@@ -153,14 +149,9 @@ TEST_F(WanInfo, TakesTheStoredStateDownFirst) {
     const std::string dhcp = "'IP4_TYPE':'DHCP'" + kNoIp6, fixed = kStatic + kNoIp6, ppp = kPppoe + kNoIp6;
     const std::string ppp6 = kPppoe + ",'IP6_TYPE':'PPPOEV6'", off = "'IP4_TYPE':'DISABLED'" + kNoIp6;
     const std::tuple<std::string, std::string, uint32_t, int, std::string, const char*> cases[] = {
-        {fixed, fixed, OPT_IP4, 0, "-+", "Device ID hasn't be configured."},
         {fixed, fixed, OPT_LINK, 0, "", "Skip setup_pppoe, ip4_type is not PPPOE."},
         {dhcp, dhcp, OPT_IP4, 0, "k-s", "mode: 2"},
-        {dhcp, fixed, OPT_IP4, 0, "k-+", "mode: 0"},
-        {fixed, dhcp, OPT_IP4, 0, "-s", "Enable dhcp"},
-        {fixed, off, OPT_IP4, 0, "-", "ip4_type is DISABLED, do nothing."},
         {off, fixed, OPT_IP4 | OPT_LINK, 0, "-+", ""},
-        {fixed, "'IP4_TYPE':'IPOE'", OPT_IP4, NM_ERR_BAD_TYPE, "-", "No such ip4_type: IPOE"},
         {fixed, ppp, OPT_IP4, 0, "-D", "swdev3: do nm_add_pppoe_and_run."},
         {fixed, ppp, OPT_LINK, 0, "-RD", ""},
         {ppp, ppp, OPT_IP4, 0, "S-D", "Missing ifindex. Skip delete sourceroute."},

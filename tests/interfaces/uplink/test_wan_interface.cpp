@@ -1,14 +1,10 @@
 // WAN ports: what their entry in the document becomes, what operations do to the device, and what they tell
 // the services, in which order and with which result.
-#include <optional>
-#include <tuple>
 
-#include "config/actions.h"
 #include "fake_service.h"
 #include "interfaces/uplink/WanIfaceInfo.h"
 #include "interfaces/uplink/WanInterface.h"
 #include "peers/bus/qos_rate.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

@@ -1,11 +1,8 @@
 // Load balancing: the scripts as they reach the restore commands, and whose result the call has. That they
 // load and spread real connections is shown in the test machine, whose kernel has the match `condition`.
-#include <tuple>
 
 #include "fake_service.h"
 #include "policy/balance/load_balance.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 
 using namespace fixture;

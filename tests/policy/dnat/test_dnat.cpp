@@ -1,6 +1,5 @@
 // Port forwards: the lines of each entry, the scripts as they reach the restore commands, and what a refused
 // line leaves. Packets through them are shown in the test machine.
-#include <functional>
 
 #include "control/edge_entries.h"
 #include "kernel_world.h"
@@ -234,6 +233,11 @@ TEST_F(Forwards, ReachTheKernelWholeOrNotAtAll) {
         {"'TCP_WAN_PORT':'1 -j ACCEPT'", "PORT_FORWARDING rule2 failed."},
         {"'LAN_PORT':'$(touch /tmp/run)','TCP_WAN_PORT':'1'", "PORT_FORWARDING rule2 failed."},
         {"'LAN_IP':'`touch /tmp/run`'", "PORT_FORWARDING rule2 failed."},
+        {"'LAN_PORT':'1,2','TCP_WAN_PORT':'80'", "PORT_FORWARDING: the restore command refused line"},
+        {"'WAN_PORTNAME':'PORT9','TCP_WAN_PORT':'80'", "PORT_FORWARDING: the restore command refused line"},
+        {"'TCP_WAN_PORT':'%n'", "PORT_FORWARDING: the restore command refused line"},
+        {"'TCP_WAN_PORT':'" + std::string(65536, '8') + "'", "PORT_FORWARDING: "},
+        {"'TCP_WAN_PORT':'80\\nEOF\\ntouch /tmp/run'", "PORT_FORWARDING rule2 failed."},
         {cut, "PORT_FORWARDING rule2 failed."}};
     for (const auto& [bad, words] : refusals) {
         Json::Value refused = json("[" + forward("'PROTOCOL':'esp'") + "," + forward(bad) + "]");

@@ -6,8 +6,6 @@
 #include "policy/edge/alg.h"
 #include "policy/edge/attack_defense.h"
 #include "policy/edge/tcp_mss.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 
 using namespace fixture;

@@ -1,19 +1,13 @@
 // The firewall, policy and steering documents: the scripts as they reach the restore command, with all
 // commands around them, and what becomes of an apply that fails. That the scripts load, and what their rules
 // do to packets, is shown in the test machine, whose kernel has the target VTARGET.
-#include <gmock/gmock.h>
 
-#include <tuple>
-
-#include "config/nmconfig.h"
 #include "fake_service.h"
 #include "policy/firewall/firewall.h"
 #include "policy/firewall/firewall_rule.h"
 #include "policy/firewall/hostname_sets.h"
 #include "policy/firewall/nat_rules.h"
 #include "policy/firewall/policy.h"
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 #include "utils/handles.h"
 

@@ -1,9 +1,6 @@
 // The sets of segments, in the kernel.
-#include <gmock/gmock.h>
 
-#include "config/nmconfig.h"
 #include "policy/firewall/segment.h"
-#include "sandbox_fixture.h"
 #include "stand_in.h"
 
 using namespace fixture;

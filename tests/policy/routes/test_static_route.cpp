@@ -2,8 +2,6 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 
-#include <memory>
-
 #include "control/edge_entries.h"
 #include "kernel_world.h"
 #include "policy/routes/static_route.h"

@@ -2,10 +2,7 @@
 // write.
 #include <ctime>
 
-#include "config/actions.h"
-#include "config/nmconfig.h"
 #include "control/setup_dhcp.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_defaults.h"

@@ -1,12 +1,9 @@
 // Name servers by owner, the configured ones and the sets of host names.
-#include "config/nmconfig.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "services/dns/dns.h"
 #include "services/dns/hostname_ipset.h"
 #include "services/dns/name_servers.h"
 #include "utils/handles.h"
-#include "utils/process.h"
 
 using namespace fixture;
 using namespace std::string_literals;

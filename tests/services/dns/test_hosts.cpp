@@ -5,13 +5,10 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <functional>
 #include <future>
-#include <set>
 
 #include "control/edge_entries.h"
 #include "fake_service.h"
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "services/dns/hosts.h"
 #include "services/dns/name_servers.h"

@@ -1,8 +1,6 @@
 // What gets into a lease's record from files as the clients write them, and from files that went wrong.
 #include <cstring>
-#include <tuple>
 
-#include "result_codes.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 #include "services/leases/lease_info.h"
