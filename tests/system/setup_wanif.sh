@@ -46,8 +46,6 @@ lock_is_free() {
     flock --nonblock "$LOCK" true
 }
 
-# --- Changes reach the kernel
-
 # sets NAME EXPECTED REQUEST [FILTER]: the code, and the MTU of both ports afterwards.
 sets() {
     document "$DEVICE_INFO" "${4:-.}"
@@ -73,17 +71,6 @@ check_changes() {
     sets "two ports, the last fails" "-1007 1350 1300" "{$(port 1 4 3),$(port 2 4 3)}" \
         '.WAN_PORT.PORT1.MTU = "1350" | .WAN_PORT.PORT2.MTU = "10"'
 }
-
-# --- TCP windows
-
-check_tcp_windows() {
-    document "$DEVICE_INFO"
-    setup "{$(port 1 0 1)}"
-    same "an add scales the TCP windows to a tenth of all uplinks' rates" \
-        $'4096 87380 60000000\n4096 87380 40000000' "$(sed -s 's/\t/ /g' /proc/sys/net/ipv4/tcp_{r,w}mem)"
-}
-
-# --- Bad input
 
 # What no refused request may change.
 world_state() {
@@ -120,8 +107,6 @@ check_bad_requests() {
     same "nothing was printed besides results" "" "$(cat "$scratch/stderr")"
 }
 
-# --- Locks
-
 # timed FILE REQUEST: the milliseconds of one call and the printed line.
 timed() {
     local begin=${EPOCHREALTIME/./} printed
@@ -155,7 +140,6 @@ check_locks() {
 
 make_world
 check_changes
-check_tcp_windows
 check_bad_requests
 check_locks
 finish

@@ -191,20 +191,18 @@ TEST_F(Forwards, NameTheRuleOfTheRefusedLine) {
     Json::Value list =
         json("[" + forward("'TCP_WAN_PORT':'1','UDP_WAN_PORT':'2'") + "," +
              forward("'ACTION':'DISABLE','TCP_WAN_PORT':'3'") + "," + forward("'TCP_WAN_PORT':'4'") + "]");
-    const struct {
-        const char *line, *error;
-    } cases[] = {{"1", "NAT flush old rules failed."},
-                 {"2", "NAT flush old rules failed."},
-                 {"3", "NAT rule1 failed."},
-                 {"4", "NAT rule1 failed."},
-                 {"5", "NAT rule3 failed."},
-                 {"6", ""},
-                 {"x", ""}};
-    for (const auto& one : cases) {
+    const std::string flush = "NAT flush old rules failed.", first = "NAT rule1 failed.";
+    for (const auto& [line, words] : std::map<std::string, std::string>{{"1", flush},
+                                                                        {"2", flush},
+                                                                        {"3", first},
+                                                                        {"4", first},
+                                                                        {"5", "NAT rule3 failed."},
+                                                                        {"6", ""},
+                                                                        {"x", ""}}) {
         error = "";
-        const std::string script = std::string("echo 'Error occurred at line: ") + one.line + "'; exit 0";
+        const std::string script = "echo 'Error occurred at line: " + line + "'; exit 0";
         EXPECT_EQ(exec_iptables_restore(script.c_str(), list, "NAT", error), -1011);
-        EXPECT_EQ(error, one.error) << one.line;
+        EXPECT_EQ(error, words) << line;
     }
     EXPECT_EQ(exec_iptables_restore("echo Refused; exit 1", list, "NAT", error), 0);
 }

@@ -70,29 +70,26 @@ TEST_F(Firewall, WritesTheGoldenScripts) {
 TEST_F(Firewall, NamesTheRuleInTheRefusedLine) {
     const std::string none = "untouched";
     const std::string rules = "{'RULES':{'SITE':[1,2],'abc':[3]}}";
-    for (const auto& [said, chains, documents, result, words] :
-         std::initializer_list<std::tuple<std::string, std::string, std::string, int, std::string>>{
-             {"1", "{}", rules, NM_ERR_SERVICE, "FIREWALL SITE rule1 failed."},
-             {"5", "{}", rules, NM_ERR_SERVICE, "FIREWALL SITE rule1 failed."},
-             {"6", "{}", rules, NM_ERR_SERVICE, "FIREWALL SITE rule2 failed."},
-             {"7", "{}", rules, NM_ERR_SERVICE, "FIREWALL SITE rule2 failed."},
-             {"8", "{}", rules, NM_ERR_SERVICE, "FIREWALL abc rule1 failed."},
-             {"10 of 12", "{}", rules, NM_ERR_SERVICE, "FIREWALL abc rule1 failed."},
-             {"11", "{}", rules, NM_ERR_SERVICE, none},
-             {"0", "{}", rules, NM_ERR_SERVICE, none},
-             {"-1", "{}", rules, NM_ERR_SERVICE, none},
-             {"x", "{}", rules, NM_ERR_SERVICE, none},
-             {"1", "{'a':'b','c':'d'}", rules, NM_ERR_SERVICE, "FIREWALL flush old rules failed."},
-             {"6", "{'a':'b','c':'d'}", rules, NM_ERR_SERVICE, "FIREWALL flush old rules failed."},
-             {"7", "{'a':'b','c':'d'}", rules, NM_ERR_SERVICE, "FIREWALL SITE rule1 failed."},
-             {"3", "{}", "{'RULES':{'A':{},'B':[1]}}", NM_ERR_SERVICE, none},
-             {"3", "{}", "{'RULES':[1,2]}", NM_ERR_SERVICE, none}}) {
+    const std::string changed = "{'a':'b','c':'d'}";
+    const std::tuple<std::vector<std::string>, std::string, std::string, std::string> cases[] = {
+        {{"1", "5"}, "{}", rules, "FIREWALL SITE rule1 failed."},
+        {{"6", "7"}, "{}", rules, "FIREWALL SITE rule2 failed."},
+        {{"8", "10 of 12"}, "{}", rules, "FIREWALL abc rule1 failed."},
+        {{"11", "0", "-1", "x"}, "{}", rules, none},
+        {{"1", "6"}, changed, rules, "FIREWALL flush old rules failed."},
+        {{"7"}, changed, rules, "FIREWALL SITE rule1 failed."},
+        {{"3"}, "{}", "{'RULES':{'A':{},'B':[1]}}", none},
+        {{"3"}, "{}", "{'RULES':[1,2]}", none}};
+    for (const auto& [lines, chains, documents, words] : cases) {
         Json::Value before = json("{'CHAIN_NAME':{'FIREWALL':" + chains + ",'STEER':{'x':'y'}}}");
         Json::Value now = json(documents);
-        const std::string script = "echo 'iptables-restore: oh'; echo 'Error occurred at line: " + said + "'";
-        error = none;
-        EXPECT_EQ(exec_iptables_restore(script.c_str(), before, now, "FIREWALL", error), result) << said;
-        EXPECT_EQ(error, words) << said << chains << documents;
+        for (const std::string& said : lines) {
+            const std::string script =
+                "echo 'iptables-restore: oh'; echo 'Error occurred at line: " + said + "'";
+            error = none;
+            EXPECT_EQ(exec_iptables_restore(script.c_str(), before, now, "FIREWALL", error), NM_ERR_SERVICE);
+            EXPECT_EQ(error, words) << said << chains << documents;
+        }
         EXPECT_EQ(exec_iptables_restore("echo 'line 3 failed'; exit 3", before, now, "FIREWALL", error), 0);
     }
 }
