@@ -3,7 +3,6 @@
 # one LAN means for the other, and what is left when they go.
 set -euo pipefail
 
-# shellcheck source=tests/support/world.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 : >/run/network/.boot_fin

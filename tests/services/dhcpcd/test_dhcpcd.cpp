@@ -1,11 +1,8 @@
 // The IPv6 DHCP client of a port: its block and the assembled configuration letter by letter, what becomes of
 // its unit, and what is made of the variables that it prints.
-#include <functional>
 #include <thread>
-#include <tuple>
 
 #include "kernel_world.h"
-#include "result_codes.h"
 #include "services/dhcpcd/dhcp6_variables.h"
 #include "services/dhcpcd/nm_dhcpcd.h"
 #include "stand_in.h"

@@ -1,9 +1,6 @@
 // The files of router advertisements and DHCPv6 servers, letter by letter and against the daemons' own
 // checks, and what is done to their units.
-#include <functional>
 
-#include "result_codes.h"
-#include "sandbox_fixture.h"
 #include "services/radv/dhcpd6.h"
 #include "services/radv/radvd.h"
 #include "stand_in.h"
@@ -36,6 +33,24 @@ bool accepts(const std::string& check) {
 /// What is beside the finished files.
 bool has_unfinished() {
     return !exec("find /etc/networkmanagement/dhcp6 /run/network/ipv6 -name '*tmp*'").empty();
+}
+
+template <class Record>
+void expect_files(const std::vector<Row<Record>>& rows, const Record& plain, int (*set)(const Record*),
+                  const std::string& path, const std::string& check) {
+    for (const Row<Record>& row : rows) {
+        SCOPED_TRACE(row.expected);
+        Record record = plain;
+        row.change(record);
+        put(path, "old");
+        const LogTail tail;
+        EXPECT_EQ(set(&record), row.code);
+        EXPECT_EQ(slurp(path), row.code == NM_OK ? row.expected : "old");
+        EXPECT_TRUE(row.code == NM_OK || tail.has(row.expected));
+        EXPECT_TRUE(row.code != NM_OK || accepts(check + path) == row.accepted);
+        EXPECT_FALSE(has_unfinished());
+    }
+    EXPECT_EQ(set(nullptr), NM_ERR_NULL_ARG);
 }
 
 class Dhcpd6 : public Frugal {
@@ -94,19 +109,7 @@ TEST_F(Dhcpd6, FileIsWhatTheDaemonTakesOrStaysAsItWas) {
         {[](Rec& r) { r.ifname = "x/../../dhcp6/dhcpd6_lan0"; }, kBad, "Bad interface name: "},
         {[](Rec& r) { r.ifname = "lan0\nx"; }, kBad, "Bad interface name: "},
     };
-    for (const Row<Rec>& row : rows) {
-        SCOPED_TRACE(row.expected);
-        Rec record = plain;
-        row.change(record);
-        put(kConf, "old");
-        const LogTail tail;
-        EXPECT_EQ(dhcpd6_iface_set(&record), row.code);
-        EXPECT_EQ(slurp(kConf), row.code == NM_OK ? row.expected : "old");
-        EXPECT_TRUE(row.code == NM_OK || tail.has(row.expected));
-        EXPECT_TRUE(row.code != NM_OK || accepts("dhcpd -6 -t -q -cf " + std::string(kConf)) == row.accepted);
-        EXPECT_FALSE(has_unfinished());
-    }
-    EXPECT_EQ(dhcpd6_iface_set(nullptr), NM_ERR_NULL_ARG);
+    expect_files(rows, plain, dhcpd6_iface_set, kConf, "dhcpd -6 -t -q -cf ");
     EXPECT_FALSE(fs::exists("/tmp/broken"));
 }
 
@@ -193,19 +196,7 @@ TEST_F(Radvd, BlockIsWhatTheDaemonTakesOrStaysAsItWas) {
         {[](Rec& r) { r.prefix = "`touch /tmp/broken`"; }, kBad, "Bad value: "},
         {[](Rec& r) { r.prefix = kTooMuch; }, kBad, "Bad value: "},
     };
-    for (const Row<Rec>& row : rows) {
-        SCOPED_TRACE(row.expected);
-        Rec record = plain;
-        row.change(record);
-        put(kBlock, "old");
-        const LogTail tail;
-        EXPECT_EQ(radvd_iface_set(&record), row.code);
-        EXPECT_EQ(slurp(kBlock), row.code == NM_OK ? row.expected : "old");
-        EXPECT_TRUE(row.code == NM_OK || tail.has(row.expected));
-        EXPECT_TRUE(row.code != NM_OK || accepts("radvd -c -C " + std::string(kBlock)) == row.accepted);
-        EXPECT_FALSE(has_unfinished());
-    }
-    EXPECT_EQ(radvd_iface_set(nullptr), NM_ERR_NULL_ARG);
+    expect_files(rows, plain, radvd_iface_set, kBlock, "radvd -c -C ");
     EXPECT_EQ(assembled(), "old") << "the daemon's file is not for a set to touch";
     EXPECT_FALSE(fs::exists("/tmp/broken"));
 }
