@@ -32,12 +32,11 @@ public:
     template <class T>
     LogStatement& operator<<(T&& value) {
         using Kind = std::remove_reference_t<T>;
-        if constexpr (std::is_array_v<Kind> && std::is_const_v<std::remove_extent_t<Kind>>) {
-            text_ << value;
-        } else if constexpr (std::is_convertible_v<T, std::string_view>) {
-            put_value(view(value), "");
-        } else if constexpr (std::is_same_v<std::decay_t<T>, LogLines>) {
+        constexpr bool is_literal = std::is_array_v<Kind> && std::is_const_v<std::remove_extent_t<Kind>>;
+        if constexpr (std::is_same_v<std::decay_t<T>, LogLines>) {
             put_value(value.text, "\n");
+        } else if constexpr (!is_literal && std::is_convertible_v<T, std::string_view>) {
+            put_value(view(value), "");
         } else {
             text_ << value;
         }

@@ -57,7 +57,7 @@ void notify(const std::string& state) {
     if (path == nullptr || *path == '\0' || strlen(path) >= sizeof(address.sun_path)) {
         return;
     }
-    strcpy(address.sun_path, path);
+    std::memcpy(address.sun_path, path, strlen(path));
     if (address.sun_path[0] == '@') {
         address.sun_path[0] = '\0';
     }

@@ -9,7 +9,6 @@
 namespace {
 
 using nm::Method;
-using nm::Refusal;
 using namespace nm::work;
 
 constexpr const char* kMain = "MAIN";
@@ -113,6 +112,7 @@ int serve(vs_io* io, int socket) {
 
 std::vector<vs_api_method> vs_api_methods() {
     std::vector<vs_api_method> methods;
+    methods.reserve(kMethods.size());
     for (const Method& method : kMethods) {
         methods.push_back(method.facts);
     }

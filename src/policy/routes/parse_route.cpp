@@ -165,7 +165,7 @@ bool parse_element6(const Json::Value& element, const Surroundings& around, srou
 size_t parse_list(const Json::Value& routes, const Surroundings& around, sroute** out,
                   bool (*parse)(const Json::Value&, const Surroundings&, sroute&)) {
     require(routes.isArray() || routes.isNull(), "is not a array");
-    const size_t room = routes.size() != 0 ? routes.size() : 1;
+    const size_t room = routes.empty() ? 1 : routes.size();
     RouteArray list(static_cast<sroute*>(calloc(room, sizeof(sroute))));
     if (list == nullptr) {
         throw std::bad_alloc();
