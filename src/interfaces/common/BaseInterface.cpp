@@ -29,6 +29,13 @@ BaseInterface::BaseInterface(std::string port, std::string path)
     NM_LOG(Info) << "\nport: " << portname << "\npath: " << this->path;
 }
 
+void BaseInterface::read_port_entry(const Json::Value& entry) {
+    interface = nm::json_text(entry, "INTERFACE");
+    mtu = atoi(nm::json_text(entry, "MTU", "1500").c_str());
+    dev_type = nm::json_text(entry, "DEV_TYPE");
+    hw_port = find_hw_port(portname);
+}
+
 BaseWanInterface::BaseWanInterface(int type, std::string port, std::string path, Json::Value cfg)
     : BaseInterface(std::move(port), std::move(path)), type(type) {
     const int ret = cfg.empty() ? get_config() : get_config_from_json(std::move(cfg));
@@ -58,15 +65,12 @@ int BaseWanInterface::get_config_from_json(Json::Value cfg) {
         NM_LOG(Error) << "[" << kind->ports << "]-[" << portname << "] is not valid format";
         return NM_ERR_BAD_FORMAT;
     }
-    interface = nm::json_text(entry, "INTERFACE");
+    read_port_entry(entry);
     prio = atoi(nm::json_text(entry, "PRIO", "1").c_str());
-    mtu = atoi(nm::json_text(entry, "MTU", "1500").c_str());
     const std::string line_speed = nm::json_text(entry, "ISP_BW", "0");
     rx_rate = read_rate(entry, "RX_RATE", line_speed);
     tx_rate = read_rate(entry, "TX_RATE", line_speed);
-    dev_type = nm::json_text(entry, "DEV_TYPE");
     group_id = nm::json_text(entry, "PRIVATE_GROUP_ID");
-    hw_port = find_hw_port(portname);
     return NM_OK;
 }
 

@@ -27,6 +27,9 @@ public:
     std::string get_portname();
 
 protected:
+    /// Reads what the entries of all kinds have in common: interface, MTU, device type and physical port.
+    void read_port_entry(const Json::Value& entry);
+
     int mtu = 0;
     std::string path;
     std::string dev_type;

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "config/nmconfig.h"
-#include "config/port_lookup.h"
 #include "interfaces/common/factory.h"
 #include "interfaces/lan/LanIfaceInfo.h"
 #include "interfaces/lan/VlanBrif.h"
@@ -65,12 +64,9 @@ int PortLanInterface::get_config_from_json() {
     if (ret != NM_OK) {
         return ret;
     }
-    dev_type = nm::json_text(entry, "DEV_TYPE");
-    interface = nm::json_text(entry, "INTERFACE");
-    mtu = atoi(nm::json_text(entry, "MTU", "1500").c_str());
+    read_port_entry(entry);
     vlan_id = atoi(nm::json_text(entry, "VLAN_ID", "0").c_str());
     seg_id = nm::json_text(entry, "SEG_ID");
-    hw_port = find_hw_port(portname);
     return NM_OK;
 }
 
@@ -212,13 +208,10 @@ int TagLanInterface::get_config_from_json() {
     if (ret != NM_OK) {
         return ret;
     }
-    dev_type = nm::json_text(entry, "DEV_TYPE");
-    interface = nm::json_text(entry, "INTERFACE");
-    mtu = atoi(nm::json_text(entry, "MTU", "1500").c_str());
+    read_port_entry(entry);
     edma_bmp = nm::json_text(entry, "EDMA_BMP", "0");
     edma_vlan_tag = nm::json_text(entry, "EDMA_VLAN_TAG", "0");
     vlans = nm::vlan_ids(nm::json_member(entry, "VLANS"));
-    hw_port = find_hw_port(portname);
     return NM_OK;
 }
 

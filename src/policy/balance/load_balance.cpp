@@ -167,8 +167,8 @@ double sum_of_rates(const Candidates& candidates) {
     return static_cast<double>(sum);
 }
 
-/// The weighted choice. Each probability holds for what the rules before have left, so the last port needs
-/// none.
+/// The weighted choice. Each probability holds for what the rules before have left, so the port that comes at
+/// the end needs none. That is the first one: what is left falls to the first port that is alive anyway.
 std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
     std::string text;
     double remaining = sum_of_rates(candidates);
