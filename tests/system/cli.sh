@@ -36,6 +36,10 @@ check_nm_bin() {
     misused nm_bin Setup_nothing '{}'
     misused nm_bin --nonsense Setup_wanif '{}'
     misused nm_bin Setup_wanif @/none
+    misused nm_bin Add_hosts 192.0.2.256 swdev1
+    misused nm_bin Add_hosts 2001:db8::1 'swdev1 other'
+    misused nm_bin Del_hosts "a-name-of-16-chr"
+    misused nm_bin Get_dhcp_client_table ../swdev1
     check "a misused nm_bin leaves no log" test ! -s "$MAIN_LOG"
     runs "text as an argument" "1 -1032 NM_ERR_PARSE the text is not valid JSON\[]" nm_bin Setup_wanif '['
     echo '[]' >"$scratch/array"

@@ -4,6 +4,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly EVIL='e;id>/pwned;$(id>/pwned)`id>/pwned`"'\''&&id>/pwned'
+readonly EVIL_NAME='$(id)`id`;id&id'
 : >/run/network/.boot_fin
 nm-base-rules
 jq -n --arg evil "$EVIL" '{DEV_TYPE: "virtio", INTERFACE: $evil, PRIO: "1", TX_RATE: "9", MTU: $evil, VLANS: ["0"],
@@ -21,9 +22,9 @@ harmless() {
     same "$1: a result, no program, no file" "1 0 0" \
         "$(grep -c NM_ "$scratch/line") $(grep -c /id <<<"$programs") $(find /pwned 2>/dev/null | wc -l)"
 }
-harmless Add_hosts 192.0.2.1 "$EVIL"
-harmless Add_hosts "$EVIL" swdev1
-harmless Del_hosts "$EVIL"
+# nm_bin takes names only that a device can have.
+harmless Add_hosts 192.0.2.1 "$EVIL_NAME"
+harmless Del_hosts "$EVIL_NAME"
 harmless Reload_tcpmss "{\"path\":\"$DEVICE_INFO\"}"
 for target in Setup_wanif:PORT1 Setup_lanif:PORT1 "Setup_vlanbr:$EVIL" "Setup_waninfo:$EVIL" "Setup_laninfo:$EVIL" \
     "Setup_dhcpservice:$EVIL"; do
@@ -32,5 +33,5 @@ for target in Setup_wanif:PORT1 Setup_lanif:PORT1 "Setup_vlanbr:$EVIL" "Setup_wa
             '{($name): {ops: 63, act: $act, path: $path}}')"
     done
 done
-harmless Lease_event "$EVIL" add
+harmless Lease_event "$EVIL_NAME" add
 finish
