@@ -6,6 +6,7 @@
 #pragma once
 
 #include "config/actions.h"
+#include "config/downlinks.h"
 #include "config/migration.h"
 #include "config/nmconfig.h"
 #include "config/peer_updates.h"

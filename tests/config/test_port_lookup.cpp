@@ -1,5 +1,6 @@
 // Lookups between port, interface, role and kind.
 
+#include "config/downlinks.h"
 #include "config/port_lookup.h"
 #include "config/tcp_window.h"
 #include "sandbox_fixture.h"
@@ -66,6 +67,39 @@ TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
         EXPECT_EQ(get_id_by_wan_ifname(ifname, id, kPath), expected == 0 ? NM_ERR_NO_IFACE : 0) << ifname;
         EXPECT_EQ(id, expected) << ifname;
     }
+}
+
+TEST(Downlinks, AreThoseOfTheUplinkThatAreServedOrRelayed) {
+    const File file(kPath,
+                    quoted("{'LAN_IFACE_INFO':{"
+                           "'lan1':{'IP6_UPLINK':'PORT1','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8::1',"
+                           "'IP6_PREFIX':'60','IP6_SERVICE_TYPE':'SLAAC_RDNSS'},"
+                           "'lan2':{'IP6_UPLINK':'PORT1','IP6_TYPE':'RELAY'},"
+                           "'lan3':{'IP6_UPLINK':'PORT1','IP6_TYPE':'RELAY','IP6_ADDR':'2001:db8::3',"
+                           "'IP6_SERVICE_TYPE':'STATEFUL'},"
+                           "'lan4':{'IP6_UPLINK':'PORT1','IP6_ADDR':'2001:db8::4'},"
+                           "'lan5':{'IP6_UPLINK':'PORT1','IP6_SERVICE_TYPE':'STATEFUL'},"
+                           "'lan6':{'IP6_UPLINK':'PORT10','IP6_TYPE':'RELAY','IP6_ADDR':'2001:db8::6',"
+                           "'IP6_SERVICE_TYPE':'STATEFUL'},"
+                           "'lan7':{'IP6_TYPE':'RELAY'}, 'lo':{'IP6_UPLINK':'PORT2','IP6_TYPE':'RELAY'},"
+                           "'lan8':'RELAY', 'lan9':{'IP6_UPLINK':7,'IP6_TYPE':'RELAY'}}}"));
+    const auto names = [](auto collect, const std::string& uplink) {
+        std::vector<ipv6_downlink> list(1);
+        EXPECT_EQ(collect(uplink, kPath, list), NM_OK);
+        std::string text;
+        for (const ipv6_downlink& downlink : list) {
+            text += downlink.ifname + (downlink.ifindex != 0 ? "+" : "") + " " + downlink.ip6_addr + "/" +
+                    std::to_string(downlink.ip6_prefix) + " ";
+        }
+        return text;
+    };
+    EXPECT_EQ(names(get_all_ipv6_radvd_downlink, "PORT1"), "lan1 2001:db8::1/60 lan3 2001:db8::3/64 ");
+    EXPECT_EQ(names(get_all_ipv6_relay_downlink, "PORT1"), "lan2 /64 lan3 2001:db8::3/64 ");
+    EXPECT_EQ(names(get_all_ipv6_relay_downlink, "PORT2"), "lo+ /64 ");
+    EXPECT_EQ(names(get_all_ipv6_relay_downlink, ""), "");
+    std::vector<ipv6_downlink> kept(1);
+    EXPECT_EQ(get_all_ipv6_radvd_downlink("PORT1", "/nowhere.json", kept), NM_ERR_NOT_FOUND);
+    EXPECT_EQ(kept.size(), 1U);
 }
 
 TEST(TcpWindow, IsATenthOfTheSummedRates) {

@@ -13,6 +13,7 @@
 #include "kernel/link_state.h"
 #include "log.h"
 #include "result_codes.h"
+#include "services/leases/ipv6_record.h"
 #include "utils/directories.h"
 #include "utils/files.h"
 #include "utils/json_text.h"
@@ -22,8 +23,6 @@ namespace {
 /// In the order of get_iface_rxtx_stats().
 constexpr std::array kCounters{"rx_packets", "tx_packets", "rx_bytes",   "tx_bytes",
                                "rx_errors",  "tx_errors",  "rx_dropped", "tx_dropped"};
-
-constexpr const char* kDelegations = "/var/run/network/ipv6/";
 
 /// Calls `visit` with each member of a section that is an object; one that is not says nothing.
 int for_each_entry(const std::string& path, const char* section,
@@ -101,16 +100,6 @@ Json::Value lan_port_record(const std::string& portname, const Json::Value& entr
     return record;
 }
 
-Json::Value delegated_prefixes(const std::string& ifname) {
-    Json::Value record;
-    const std::string path = kDelegations + ifname + ".json";
-    if (ifname.find('/') != std::string::npos || json_file_to_mem(path, record) < 0) {
-        return Json::arrayValue;
-    }
-    const Json::Value& prefixes = nm::json_member(record, "pdInfo");
-    return prefixes.isArray() ? prefixes : Json::Value(Json::arrayValue);
-}
-
 void add_versions(const std::string& path, const std::string& name, Json::Value& data) {
     Json::Value document;
     if (!is_file_exists(path) || json_file_to_mem(path, document) < 0 || !document.isObject()) {
@@ -160,7 +149,7 @@ int get_all_wan_dhcp_pd_info(Json::Value& data, std::string path) {
             Json::Value record;
             record["IFNAME"] = ifname;
             record["IP6_TYPE"] = nm::json_string_or(entry, "IP6_TYPE", "DISABLED");
-            record["PREFIXES"] = delegated_prefixes(ifname);
+            record["PREFIXES"] = nm::delegated_prefixes(ifname);
             records.append(record);
         });
     if (ret == NM_OK) {

@@ -43,6 +43,17 @@ int GeneratedFile::replace(const std::string& text) {
     return NM_OK;
 }
 
+int replace_locked(const std::string& path, const std::string& text) {
+    LockGuard lock(path);
+    if (lock.handle() < 0) {
+        return lock.handle();
+    }
+    GeneratedFile file(path, path.substr(0, path.rfind('.')) + ".tmp");
+    const int ret = file ? file.replace(text) : NM_ERR_OPEN;
+    const int unlocked = lock.release();
+    return ret == NM_OK ? unlocked : ret;
+}
+
 void remove_generated(const std::string& path) {
     if (unlink(path.c_str()) != 0 && errno != ENOENT) {
         NM_LOG(Error) << path << " remove fail.";

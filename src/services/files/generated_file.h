@@ -32,6 +32,11 @@ private:
     bool remains_;
 };
 
+/// Replaces `path` by `text` under the lock of its base name; a failure leaves the old file whole. The
+/// unfinished file has another suffix, so that no reader of the directory takes it. 0; the codes of the lock;
+/// NM_ERR_OPEN; NM_ERR_WRITE.
+int replace_locked(const std::string& path, const std::string& text);
+
 /// Removes the file if it exists; a failure is logged ("<path> remove fail.") and changes nothing.
 void remove_generated(const std::string& path);
 

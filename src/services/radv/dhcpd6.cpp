@@ -8,6 +8,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "services/files/generated_file.h"
 #include "services/radv/radv_files.h"
 #include "utils/files.h"
 #include "utils/ip_text.h"

@@ -5,8 +5,6 @@
 
 #include "log.h"
 #include "result_codes.h"
-#include "services/files/generated_file.h"
-#include "utils/handles.h"
 #include "utils/shell_text.h"
 
 namespace nm {
@@ -33,17 +31,6 @@ int check_values(std::initializer_list<std::string> values) {
         }
     }
     return NM_OK;
-}
-
-int replace_locked(const std::string& path, const std::string& text) {
-    LockGuard lock(path);
-    if (lock.handle() < 0) {
-        return lock.handle();
-    }
-    GeneratedFile file(path, path.substr(0, path.rfind('.')) + ".tmp");
-    const int ret = file ? file.replace(text) : NM_ERR_OPEN;
-    const int unlocked = lock.release();
-    return ret == NM_OK ? unlocked : ret;
 }
 
 }  // namespace nm
