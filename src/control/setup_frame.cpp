@@ -66,6 +66,18 @@ int read_path(const Json::Value& root, std::string& path) {
     return ret;
 }
 
+int load_request(const char* json, Json::Value& root, std::string& path, Json::Value& document) {
+    int ret = nm::parse_request(json, root);
+    if (ret == NM_OK) {
+        ret = read_path(root, path);
+    }
+    return ret == NM_OK ? json_file_to_mem(path, document) : ret;
+}
+
+}  // namespace
+
+namespace nm {
+
 int parse_request(const char* json, Json::Value& root) {
     if (json == nullptr) {
         NM_LOG(Error) << "json is Null pointer.";
@@ -82,17 +94,17 @@ int parse_request(const char* json, Json::Value& root) {
     return NM_OK;
 }
 
-int load_request(const char* json, Json::Value& root, std::string& path, Json::Value& document) {
-    int ret = parse_request(json, root);
+int read_section_member(Json::Value::const_iterator entry, SectionMember& member) {
+    Request request;
+    member.name = entry.name();
+    int ret = read_request(*entry, member.name, request);
     if (ret == NM_OK) {
-        ret = read_path(root, path);
+        ret = read_member_path(*entry, member.name, member.path);
     }
-    return ret == NM_OK ? json_file_to_mem(path, document) : ret;
+    member.act = request.act;
+    member.ops = request.ops;
+    return ret;
 }
-
-}  // namespace
-
-namespace nm {
 
 int run_request(const char* json, const RequestFamily& family) {
     Json::Value root;
@@ -129,15 +141,11 @@ int run_section_request(const char* json, SectionTarget target) {
     if (ret < 0) {
         return ret;
     }
-    for (auto member = root.begin(); member != root.end(); ++member) {
-        Request request;
-        std::string path;
-        ret = read_request(*member, member.name(), request);
+    for (auto entry = root.begin(); entry != root.end(); ++entry) {
+        SectionMember member;
+        ret = read_section_member(entry, member);
         if (ret == NM_OK) {
-            ret = read_member_path(*member, member.name(), path);
-        }
-        if (ret == NM_OK) {
-            ret = target(member.name(), request.act, request.ops, path);
+            ret = target(member.name, member.act, member.ops, member.path);
         }
     }
     return ret;

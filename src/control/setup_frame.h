@@ -30,6 +30,20 @@ struct RequestFamily {
 /// the code of loading the document.
 int run_request(const char* json, const RequestFamily& family);
 
+/// The request as an object. NM_ERR_NULL_ARG for a null text; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
+int parse_request(const char* json, Json::Value& root);
+
+/// What one member of a request for a section says; 0 and an empty path for what it leaves out.
+struct SectionMember {
+    std::string name;
+    uint32_t act = 0;
+    uint32_t ops = 0;
+    std::string path;
+};
+
+/// NM_ERR_BAD_FORMAT, logged, for a member of the wrong form.
+int read_section_member(Json::Value::const_iterator entry, SectionMember& member);
+
 /// The target layer of a family of services, which reads its document itself.
 using SectionTarget = int (*)(std::string name, uint32_t act, uint32_t opt, std::string path);
 

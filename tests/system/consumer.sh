@@ -12,7 +12,7 @@ readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # What callers find by name, besides the handlers of the bus.
 readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_dnat Reload_static_route Reload_tcpmss
     Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
-    Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
+    Setup_misc Setup_services Setup_topology Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
 # What nm_bin applies from a new and an old document by functions of the library.
 readonly APPLIES=(Apply_dnat Apply_firewall Apply_policy Apply_segment Apply_static_route Apply_static_route6)
 
