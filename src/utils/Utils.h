@@ -8,6 +8,7 @@
 #include "utils/device_facts.h"
 #include "utils/directories.h"
 #include "utils/files.h"
+#include "utils/ip6_prefix.h"
 #include "utils/ip_text.h"
 #include "utils/json_keys.h"
 #include "utils/local_addresses.h"

@@ -38,6 +38,91 @@ TEST(UtilsIp, NetworksAndTheirRanges) {
     EXPECT_TRUE(is_ip_in_netaddr("255.255.255.255", "0.0.0.0", "0.0.0.0"));
 }
 
+/// Random addresses with a length, those of the LAN and of its delegation, as Python sees them: address,
+/// length, delegated length, and the prefixes of both lengths. The seed is the first line.
+const char* const kPythonPrefixes = R"(python3 -c '
+import ipaddress, random
+seed = random.SystemRandom().randrange(1 << 32)
+random.seed(seed)
+print(seed)
+cut = lambda number, length: ipaddress.IPv6Network((number, length), strict=False).network_address
+for case in range(10000):
+    number = random.getrandbits(128) & random.choice((-1, random.getrandbits(128), 0xffff << random.randrange(128)))
+    lan, routing = random.randrange(129), case % 129
+    print(ipaddress.IPv6Address(number), lan, routing, cut(number, lan), cut(number, routing))')";
+
+/// As inet_ntop(3) writes an address, which some have in two forms.
+std::string canonical(const std::string& text) {
+    in6_addr address = {};
+    char out[INET6_ADDRSTRLEN] = "no address";
+    return inet_pton(AF_INET6, text.c_str(), &address) == 1 ? inet_ntop(AF_INET6, &address, out, sizeof(out))
+                                                            : text;
+}
+
+TEST(UtilsIp, PrefixesAgreeWithPythonAndAddressesComeBackFromTheirParts) {
+    std::istringstream lines(exec(kPythonPrefixes));
+    std::string seed, ip, network, delegated;
+    int length = 0, routing = 0, cases = 0;
+    lines >> seed;
+    RecordProperty("seed", seed);
+    for (; !HasFailure() && lines >> ip >> length >> routing >> network >> delegated; ++cases) {
+        const std::string what =
+            "seed " + seed + ": " + ip + "/" + std::to_string(length) + " in " + delegated;
+        const auto lan = static_cast<unsigned char>(length);
+        IP6_ADDR_OBJ parts;
+        std::string back;
+        EXPECT_EQ(get_ip6_prefix_addr(ip.c_str(), lan), canonical(network)) << what;
+        EXPECT_EQ(cast_ip6_addr_to_obj(ip, lan, delegated + "/" + std::to_string(routing), &parts), 0)
+            << what;
+        EXPECT_EQ(parts.network_prefix + " " + parts.routing_prefix,
+                  canonical(network) + " " + canonical(delegated))
+            << what;
+        EXPECT_EQ(cast_ip6_obj_to_addr(&parts, back), 0) << what;
+        EXPECT_EQ(back, canonical(ip)) << what;
+    }
+    printf("prefixes: seed %s, %d cases\n", seed.c_str(), cases);
+    EXPECT_TRUE(HasFailure() || cases == 10000) << cases;
+}
+
+TEST(UtilsIp, AnAddressMovesToAnotherDelegation) {
+    // Address in its old delegation, its words and host bits, and the address in the new delegation.
+    const std::tuple<const char*, const char*, const char*, const char*, const char*> moves[] = {
+        {"2001:db8:1:1234::1", "2001:db8:1::/48", "1234.0.0.0.0 ::1", "2001:db8:2::/48",
+         "2001:db8:2:1234::1"},
+        {"2001:db8:1:12::1", "2001:db8:1::/48", "12.0.0.0.0 ::1", "2001:db8:2:3400::/56",
+         "2001:db8:2:3412::1"},
+        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:2::/48",
+         "2001:db8:2:34::1"},
+        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:9:40::/58",
+         "2001:db8:9:74::1"},
+        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:9:40::/60", "-1010"},
+        {"2001:db8:1:1234::1", "2001:db8:1:1234::/64", "0.0.0.0 ::1", "2001:db8:9::/64", "2001:db8:9::1"}};
+    for (const auto& [ip, before, words, after, moved] : moves) {
+        IP6_ADDR_OBJ parts;
+        std::string now = "untouched";
+        ASSERT_EQ(cast_ip6_addr_to_obj(ip, 64, before, &parts), 0) << ip;
+        EXPECT_EQ(vector_into_string(parts.subnet_id, "", ".") + " " + parts.interface_id, words);
+        ASSERT_EQ(nm::split_ip6_prefix(after, parts.routing_prefix, parts.routing_prefix_len), 0);
+        const int ret = cast_ip6_obj_to_addr(&parts, now);
+        EXPECT_EQ(ret == 0 ? now : std::to_string(ret), moved) << ip << " to " << after;
+    }
+    const std::tuple<const char*, int, const char*, int> refused[] = {
+        {"2001:db8:2::1", 64, "2001:db8:1::/48", NM_ERR_BAD_PREFIX},
+        {"2001:db8::1", 129, "2001:db8::/32", NM_ERR_BAD_PREFIX},
+        {"2001:db8::1", 64, "2001:db8::/129", NM_ERR_BAD_PREFIX},
+        {"2001:db8::1", 64, "2001:db8::/32x", NM_ERR_BAD_PREFIX},
+        {"2001:db8::1", 64, "2001:db8::/", NM_ERR_BAD_PREFIX},
+        {"2001:db8::1", 64, "2001:db8::", NM_ERR_BAD_IP},
+        {"2001:db8::1", 64, "", NM_ERR_BAD_IP},
+        {"2001:db8::1\n", 64, "2001:db8::/32", NM_ERR_BAD_IP},
+        {"192.0.2.1", 64, "2001:db8::/32", NM_ERR_BAD_IP}};
+    for (const auto& [ip, length, routing, code] : refused) {
+        IP6_ADDR_OBJ parts;
+        EXPECT_EQ(cast_ip6_addr_to_obj(ip, static_cast<unsigned char>(length), routing, &parts), code) << ip;
+        EXPECT_EQ(parts.prefix_len + parts.routing_prefix_len, 0) << "set on success only";
+    }
+}
+
 TEST(UtilsContainers, JoiningSplittingComparing) {
     EXPECT_EQ(vector_into_string({"a", "", "b"}, "x:", ", "), "x:a, , b");
     EXPECT_EQ(vector_into_string(Texts{}, "x:", ", "), "");
