@@ -1,9 +1,7 @@
 // nm_serviced: serves the library's methods on the service bus until it has to stop.
 #include <networkinterface.h>
+#include <service_notify.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <vservice.h>
 
 #include <algorithm>
@@ -49,26 +47,7 @@ int fail(const std::string& what, int error) {
     return 1;
 }
 
-// ---- What is reported to the manager of services, by datagrams as sd_notify(3) sends them.
-
-void notify(const std::string& state) {
-    const char* const path = std::getenv("NOTIFY_SOCKET");
-    sockaddr_un address{AF_UNIX, {}};
-    if (path == nullptr || *path == '\0' || strlen(path) >= sizeof(address.sun_path)) {
-        return;
-    }
-    std::memcpy(address.sun_path, path, strlen(path));
-    if (address.sun_path[0] == '@') {
-        address.sun_path[0] = '\0';
-    }
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(path));
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (sendto(fd, state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address), length) <
-        0) {
-        std::cerr << "nm_serviced: the manager cannot be notified: " << std::strerror(errno) << '\n';
-    }
-    close(fd);
-}
+// ---- Signs of life for the manager of services.
 
 /// How long the manager waits for a sign of life; 0 if it does not.
 std::chrono::microseconds watchdog_patience() {
@@ -116,7 +95,7 @@ private:
         while (!end_.wait_for(guard, interval, [this] { return ended_; })) {
             guard.unlock();
             if (is_alive(static_cast<int>(limit.count()))) {
-                notify("WATCHDOG=1");
+                notify_manager("WATCHDOG=1");
             }
             guard.lock();
         }
@@ -143,9 +122,9 @@ int serve() {
     int result = 0;
     {
         const Watchdog watchdog(watchdog_patience());
-        notify("READY=1");
+        notify_manager("READY=1");
         result = vs_server_run(running_server);
-        notify("STOPPING=1");
+        notify_manager("STOPPING=1");
     }
     vs_server_free(running_server);
     return result == 0 ? 0 : fail("cannot serve", -result);

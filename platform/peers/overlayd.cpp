@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "service.h"
+#include "service_notify.h"
 #include "store.h"
 
 namespace {
@@ -63,6 +64,13 @@ constexpr std::array kSocketPeers{"ncsid", "wanipd"};
 
 int journal = -1;
 
+/// Where a process says by one byte that it can be called.
+int readiness = -1;
+
+void report_ready() {
+    (void)!write(readiness, "", 1);  // a parent that has ended needs no answer
+}
+
 /// One write(2) a line: the processes share the file.
 void record(const std::string& call, const Json::Value& request) {
     const std::string line = call + ' ' + peers::to_line(request);
@@ -92,7 +100,8 @@ std::vector<Method> methods_of(const std::string& service, std::index_sequence<r
 }
 
 int serve_bus(const std::string& name) {
-    return peers::run_service(name.c_str(), methods_of(name, std::make_index_sequence<kCalls.size()>()));
+    return peers::run_service(name.c_str(), methods_of(name, std::make_index_sequence<kCalls.size()>()),
+                              report_ready);
 }
 
 // ---- Peers on sockets of their own.
@@ -132,6 +141,7 @@ int serve_socket(const std::string& name) {
         std::cerr << "overlayd: cannot listen on " << path << ": " << std::strerror(errno) << '\n';
         return 1;
     }
+    report_ready();
     for (int client; (client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         serve_client(name, client);
         close(client);
@@ -153,12 +163,23 @@ std::set<std::string> all_services() {
     return names;
 }
 
+/// Returns when the process can be called or has ended; -1 if there is none.
 pid_t start(const std::string& name, const sigset_t& before) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return -1;
+    }
     const pid_t parent = getpid();
     const pid_t child = fork();
     if (child != 0) {
-        return child;
+        char byte = 0;
+        close(ends[1]);
+        const bool is_ready = read(ends[0], &byte, 1) == 1;
+        close(ends[0]);
+        return is_ready ? child : -1;
     }
+    readiness = ends[1];
+    unsetenv("NOTIFY_SOCKET");  // the manager hears of all of them at once
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     prctl(PR_SET_NAME, name.c_str());
     sigprocmask(SIG_SETMASK, &before, nullptr);
@@ -166,6 +187,21 @@ pid_t start(const std::string& name, const sigset_t& before) {
         _exit(1);
     }
     _exit(is_socket_peer(name) ? serve_socket(name) : serve_bus(name));
+}
+
+/// Starts them in turn until one fails.
+std::vector<pid_t> start_all(const std::set<std::string>& names, const sigset_t& before) {
+    std::vector<pid_t> children;
+    children.reserve(names.size());
+    for (const std::string& name : names) {
+        const pid_t child = start(name, before);
+        if (child < 0) {
+            std::cerr << "overlayd: " << name << " is not served\n";
+            break;
+        }
+        children.push_back(child);
+    }
+    return children;
 }
 
 /// Ends with the first of them that ends, or with a signal, and leaves none behind.
@@ -181,13 +217,12 @@ int run(const std::set<std::string>& names) {
     ends_only.sa_handler = SIG_DFL;
     ends_only.sa_flags = SA_NOCLDSTOP;
     sigaction(SIGCHLD, &ends_only, nullptr);
-    std::vector<pid_t> children;
-    children.reserve(names.size());
-    for (const std::string& name : names) {
-        children.push_back(start(name, before));
+    const std::vector<pid_t> children = start_all(names, before);
+    int number = SIGCHLD;
+    if (children.size() == names.size()) {
+        notify_manager("READY=1");
+        sigwait(&awaited, &number);
     }
-    int number = 0;
-    sigwait(&awaited, &number);
     for (const pid_t child : children) {
         kill(child, SIGTERM);
         kill(child, SIGCONT);

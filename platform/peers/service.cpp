@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "service_notify.h"
 #include "store.h"
 
 namespace peers {
@@ -75,6 +76,7 @@ int run_service(const char* name, const std::vector<Method>& methods, void (*at_
     }
     catch_signals();
     at_start();
+    notify_manager("READY=1");
     const int result = vs_server_run(running_server);
     if (result != 0) {
         tell(std::string("cannot serve: ") + std::strerror(-result));

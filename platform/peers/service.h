@@ -27,8 +27,8 @@ struct Method {
     vs_method serve;
 };
 
-/// Claims the name, runs `at_start` while callers queue, and serves until SIGTERM or SIGINT. The exit status
-/// of the daemon.
+/// Claims the name, runs `at_start` while callers queue, reports readiness to the manager of services, and
+/// serves until SIGTERM or SIGINT. The exit status of the daemon.
 int run_service(
     const char* name, const std::vector<Method>& methods, void (*at_start)() = [] {});
 

@@ -44,8 +44,9 @@ constexpr const char* kFixedOptions =
     "mru 1492\n"
     "lcp-echo-interval 10\n"
     "lcp-echo-failure 3\n"
-    "ip-up-script /usr/lib/networkmanagement/pppoe/ip-up\n"
-    "ip-down-script /usr/lib/networkmanagement/pppoe/ip-down\n";
+    "ip-up-script " NM_PRIVATE_DIR
+    "/pppoe/ip-up\n"
+    "ip-down-script " NM_PRIVATE_DIR "/pppoe/ip-down\n";
 
 /// Where a file is written before it takes its place. The name begins with a dot, which no interface's does
 /// here, and is always the same, so that killed processes leave no pile of old credentials.

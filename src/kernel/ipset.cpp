@@ -33,10 +33,10 @@ int run_edit(std::string command, const std::string& action, const std::string& 
 
 int edit_ipset(const std::string& action, const std::string& set, const std::string& member) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(run_edit("/usr/sbin/firewall.sh edit_ipset", action, set, member));
+    return NM_EXIT(run_edit(NM_SBIN_DIR "/firewall.sh edit_ipset", action, set, member));
 }
 
 int edit_ip6_ipset(const std::string& action, const std::string& set, const std::string& member) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(run_edit("/usr/sbin/firewall6.sh edit_ip6_ipset", action, set, member));
+    return NM_EXIT(run_edit(NM_SBIN_DIR "/firewall6.sh edit_ip6_ipset", action, set, member));
 }

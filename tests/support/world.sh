@@ -22,7 +22,7 @@ build() {
     local program=$1 sanitizers=()
     shift
     # A library that was built with sanitizers loads into programs of the same kind only.
-    if [[ $(ldd /usr/lib/libnetworkinterface.so.1) == *libasan* ]]; then
+    if [[ $(ldd /usr/sbin/nm_bin) == *libasan* ]]; then
         sanitizers=(-fsanitize=address -fsanitize=undefined)
         export ASAN_OPTIONS=detect_leaks=0  # the leak checker cannot work under a tracer
     fi

@@ -8,7 +8,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 source_dir=$(cd "$support_dir/../.." && pwd -P)
 readonly BUILD=${NM_BUILD_DIR:-$source_dir/build}
 readonly CONSUMER=$source_dir/tests/system/consumer
-readonly LIBRARY=$BUILD/lib/libnetworkinterface.so.1
+LIBDIR=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:.*=//p' "$BUILD/CMakeCache.txt")
+readonly LIBDIR LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # What callers find by name, besides the handlers of the bus.
 readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_dnat Reload_static_route Reload_tcpmss
     Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
@@ -19,22 +20,22 @@ readonly APPLIES=(Apply_dnat Apply_firewall Apply_policy Apply_segment Apply_sta
 : >/run/network/.boot_fin
 
 by_cmake() {
-    cmake -S "$CONSUMER" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$1" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" &&
+    cmake -S "$CONSUMER" -B "$2" -G Ninja -DCMAKE_PREFIX_PATH="$1" -DCMAKE_CXX_STANDARD=14 -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" &&
         cmake --build "$2"
 }
 
 by_pkg_config() {
     local flags
     mkdir "$2"
-    read -r -a flags < <(PKG_CONFIG_PATH=$1/lib/pkgconfig pkg-config --cflags --libs networkinterface)
-    g++ -std=c++17 -Wall -Wextra -Werror -o "$2/consumer" "$CONSUMER/main.cpp" "${flags[@]}"
+    read -r -a flags < <(PKG_CONFIG_PATH=$1/$LIBDIR/pkgconfig pkg-config --cflags --libs networkinterface)
+    g++ -std=c++14 -Wall -Wextra -Werror -o "$2/consumer" "$CONSUMER/main.cpp" "${flags[@]}"
 }
 
 # try PREFIX WAY: builds the caller one way and runs it.
 try() {
     local dir=$scratch/$2${1//\//_}
     check "$1, $2: builds" "$2" "$1" "$dir"
-    same "$1, $2: runs" "-1012 NM_ERR_BAD_FORMAT" "$(LD_LIBRARY_PATH=$1/lib "$dir/consumer" 2>&1)"
+    same "$1, $2: runs" "-1012 NM_ERR_BAD_FORMAT" "$(LD_LIBRARY_PATH=$1/$LIBDIR "$dir/consumer" 2>&1)"
     same "$1, $2: needs the library by its soname" libnetworkinterface.so.1 \
         "$(objdump -p "$dir/consumer" 2>&1 | awk '$1 == "NEEDED" && /networkinterface/ {print $2}')"
 }
@@ -66,7 +67,7 @@ same "nothing of the logging library is exported" "" \
 printf '%s\n' '#include <dlfcn.h>' 'int main(void) { void* it = dlopen("libnetworkinterface.so.1", RTLD_NOW);' \
     'return it == 0 || dlclose(it) != 0 || dlopen("libnetworkinterface.so.1", RTLD_NOW | RTLD_NOLOAD) != 0; }' |
     gcc -x c -o "$scratch/unload" -
-check "it can be loaded and unloaded" env LD_LIBRARY_PATH=/opt/stage/lib "$scratch/unload"
+check "it can be loaded and unloaded" env LD_LIBRARY_PATH="/opt/stage/$LIBDIR" "$scratch/unload"
 same "no function outside of a namespace stays inside" "" "$(nm -C --defined-only "$LIBRARY" |
     sed -n 's/^[0-9a-f]* t \([A-Za-z_].*(.*)\)$/\1/p' | grep -vE '::|^_' || true)"
 finish

@@ -276,7 +276,7 @@ Answer set_up_ip6_routes(const Json::Value&) {
 Answer set_up_qos(const Json::Value&) {
     static const Configuration rates{kQos,
                                      "/var/run/network/qos.json",
-                                     "/usr/lib/networkmanagement/etc/default_config/qos.json",
+                                     NM_PRIVATE_DIR "/etc/default_config/qos.json",
                                      migrate_qos,
                                      apply_rates,
                                      nullptr,

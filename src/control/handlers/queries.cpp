@@ -100,7 +100,7 @@ Answer show_default(const Json::Value& arguments) {
     if (std::find(known.begin(), known.end(), type) == known.end()) {
         return refuse({NM_ERR_BAD_ACT, "type is not suuport!"});
     }
-    const std::string path = "/usr/lib/networkmanagement/etc/default_config/" + type + ".json";
+    const std::string path = NM_PRIVATE_DIR "/etc/default_config/" + type + ".json";
     Json::Value document;
     const int ret = json_file_to_mem(path, document);
     if (ret < 0) {

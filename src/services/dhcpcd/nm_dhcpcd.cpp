@@ -104,12 +104,12 @@ std::string interfaces() {
 int dhcpcd_conf_generate() {
     NM_LOG(Debug) << "Enter";
     const std::string list = interfaces();
-    const std::string command =
-        list.empty()
-            ? "/usr/bin/cat /usr/lib/networkmanagement/init.dhcpcd.conf > /etc/dhcpcd.conf"
-            : R"(/usr/bin/echo \"allowinterfaces )" + list +
-                  R"(\" > /etc/dhcpcd.conf; /usr/bin/cat /usr/lib/networkmanagement/init.dhcpcd.conf )"
-                  "/etc/networkmanagement/*.dhcpcd.conf >> /etc/dhcpcd.conf";
+    const std::string command = list.empty() ? "/usr/bin/cat " NM_PRIVATE_DIR
+                                               "/init.dhcpcd.conf > /etc/dhcpcd.conf"
+                                             : R"(/usr/bin/echo \"allowinterfaces )" + list +
+                                                   R"(\" > /etc/dhcpcd.conf; /usr/bin/cat )" NM_PRIVATE_DIR
+                                                   "/init.dhcpcd.conf "
+                                                   "/etc/networkmanagement/*.dhcpcd.conf >> /etc/dhcpcd.conf";
     return NM_EXIT(system_cmd(("/usr/bin/flock /etc/dhcpcd.conf -c \"" + command + "\"").c_str()));
 }
 
