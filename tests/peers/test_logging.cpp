@@ -169,6 +169,37 @@ TEST_F(Logging, LaterCallsMoveTheLoggerForgetTheFormerSettingsAndLeakNothing) {
     expect_text(kLogs / "main.log", kBuiltInText);
 }
 
+/// A call that finds all as it was leaves the log alone; whatever has changed counts from the next call on.
+TEST_F(Logging, CallsOfOneCategorySeeWhatHasChanged) {
+    in_child([] {
+        const auto say = [](const char* text) { INITIALIZE_LOG("API"), NM_LOG(Info) << text; };
+        put("/run/network/.boot_fin", "");
+        say("first");
+        fs::rename(kLogs / "api.log", kLogs / "moved.log");
+        say("second");
+        put(kSettings / "api.conf", settings_for(kLogs / "one.log"));
+        say("third");
+        put(kSettings / "api.conf", settings_for(kLogs / "two.log"));
+        fs::create_directory(kLogs / "two.log");
+        say("lost");
+        fs::remove(kLogs / "two.log");
+        say("fourth");
+        fs::remove(kSettings / "api.conf");
+        setenv("NALOG", "", 1);
+        say("fifth");
+        unsetenv("NALOG");
+        say("sixth");
+    });
+    const std::pair<std::string, std::string> logs[] = {{"moved", "first\n"},
+                                                        {"api", "second\nsixth\n"},
+                                                        {"one", "conf INFO third\n"},
+                                                        {"two", "conf INFO fourth\n"},
+                                                        {"default", "fifth\n"}};
+    for (const auto& [log, text] : logs) {
+        EXPECT_EQ(slurp(kLogs / (log + ".log")), text) << log;
+    }
+}
+
 TEST_F(Logging, RolloutHandlerTakesAnyPath) {
     const fs::path hostile = kLogs / "a 'b' \"$(touch pwned)\";`touch pwned`.log";
     put(hostile, "12345");

@@ -23,6 +23,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <tuple>
 
 #include "log.h"
 #include "utils/Utils.h"
@@ -145,6 +146,28 @@ using LogFiles = std::map<el::Level, LogFile>;
 /// The open files by logger, guarded by the lock of the logging library's storage. Never destroyed, like
 /// that.
 std::map<std::string, LogFiles>& open_files = *new std::map<std::string, LogFiles>();
+
+/// What the log of a process is made of: equal set-ups configure a logger alike.
+struct LogSetup {
+    const char* logger;
+    std::optional<std::string>
+        settings;          ///< text of the configuration file, if it is there and to be believed
+    std::string file;      ///< the built-in one
+    std::string limit;     ///< the built-in one, empty for none
+    bool insists_on_file;  ///< whatever the settings say
+    bool brief;
+
+    bool operator==(const LogSetup& other) const {
+        const auto parts = [](const LogSetup& setup) {
+            return std::tie(setup.logger, setup.settings, setup.file, setup.limit, setup.insists_on_file,
+                            setup.brief);
+        };
+        return parts(*this) == parts(other);
+    }
+};
+
+/// The last set-up, if all of its levels got their file. Guarded like the files.
+std::optional<LogSetup>& setup_in_force = *new std::optional<LogSetup>();
 
 /// Whether full files are kept by rolloutHandler or just emptied.
 std::atomic<bool> keeps_full_files{false};
@@ -275,8 +298,8 @@ std::map<el::Level, std::size_t> take_limits(el::Configurations& conf) {
 }
 
 /// Gives the logger the configuration, with its file opened anew: a file that could not be opened before,
-/// was removed, or belongs to the previous category does not stay behind.
-void reconfigure(const char* logger_id, el::Configurations& conf) {
+/// was removed, or belongs to the previous category does not stay behind. Whether all levels have a file now.
+bool reconfigure(const char* logger_id, el::Configurations& conf) {
     const std::map<el::Level, std::size_t> limits = take_limits(conf);
     el::Logger* const logger = el::Loggers::getLogger(logger_id);
     const el::base::threading::ScopedLock logger_lock(logger->lock());
@@ -292,6 +315,18 @@ void reconfigure(const char* logger_id, el::Configurations& conf) {
             files[level] = {typed->filename(level), fd, limit};
         }
     }
+    return files.size() == limits.size();
+}
+
+/// Whether the logger's lines still go into the files that have their names.
+bool has_its_files(const char* logger_id) {
+    const LogFiles& files = open_files[logger_id];
+    return std::all_of(files.begin(), files.end(), [](const auto& row) {
+        struct stat open_file {};
+        struct stat named {};
+        return fstat(row.second.fd, &open_file) == 0 && stat(row.second.path.c_str(), &named) == 0 &&
+               open_file.st_ino == named.st_ino && open_file.st_dev == named.st_dev;
+    });
 }
 
 /// Both loggers exist, and are silent, from the moment the library is loaded until INITIALIZE_LOG.
@@ -334,16 +369,11 @@ bool is_sound(const el::Configuration* setting) {
     return true;
 }
 
-/// Reads a configuration file onto the quiet defaults; true if every line of it is understood. The
-/// library's own reader reports the last line only, so each line is given to it alone, under the level
+/// Reads the text of a configuration file onto the quiet defaults; true if every line of it is understood.
+/// The library's own reader reports the last line only, so each line is given to it alone, under the level
 /// line that it belongs to.
-bool parse_log_conf(const std::string& path, el::Configurations& conf) {
-    // Anybody may write in /tmp, and the settings name files that this process writes as root.
-    const std::optional<std::string> text = nm::read_trusted_file(path);
-    if (!text) {
-        return false;
-    }
-    std::istringstream lines(*text);
+bool parse_log_conf(const std::string& text, el::Configurations& conf) {
+    std::istringstream lines(text);
     el::Configurations settings;
     std::string level;
     for (std::string line; std::getline(lines, line);) {
@@ -366,53 +396,63 @@ bool parse_log_conf(const std::string& path, el::Configurations& conf) {
 }
 
 /// The built-in configuration, for a process that finds no usable configuration file.
-void build_default_log_conf(el::Configurations& conf, const std::string& name, const char* nalog,
-                            const MachineState& state) {
+void build_default_log_conf(el::Configurations& conf, const LogSetup& setup) {
     using Type = el::ConfigurationType;
     conf.setToDefault();
     conf.set(el::Level::Global, Type::Format, kLineFormat);
     conf.set(el::Level::Global, Type::ToStandardOutput, "false");
     conf.set(el::Level::Global, Type::LogFlushThreshold, "1");
     conf.set(el::Level::Info, Type::Format, kBareFormat);
-    if (nalog != nullptr) {
-        conf.set(el::Level::Global, Type::Filename, kDefaultLogFile);
-        conf.set(el::Level::Global, Type::MaxLogFileSize, kDefaultLimit);
-        return;
-    }
-    const Category& row = find_category(name, state);
-    conf.set(el::Level::Global, Type::Filename, log_file_of(row, name));
-    if (*row.limit != '\0') {
-        conf.set(el::Level::Global, Type::MaxLogFileSize, row.limit);
+    conf.set(el::Level::Global, Type::Filename, setup.file);
+    if (!setup.limit.empty()) {
+        conf.set(el::Level::Global, Type::MaxLogFileSize, setup.limit);
     }
 }
 
-/// The configuration of the logger `default` for the category.
-void read_category_conf(el::Configurations& conf, const std::string& name, const MachineState& state) {
-    const Category& row = find_category(name, state);
-    if (!parse_log_conf(std::string(kSettingsDirectory) + row.settings + ".conf", conf)) {
-        build_default_log_conf(conf, name, nullptr, state);
+/// What the environment, the machine's state and the configuration files ask for now. Anybody may write in
+/// /tmp, and the settings name files that this process writes as root.
+LogSetup find_setup(const std::string& name) {
+    if (std::getenv("NALOG") != nullptr) {
+        return {kOtherLogger, nm::read_trusted_file(kDefaultSettings), kDefaultLogFile, kDefaultLimit, false,
+                false};
     }
-    if (is_named_by_category(row)) {
-        conf.set(el::Level::Global, el::ConfigurationType::Filename, log_file_of(row, name));
+    const Category& row = find_category(name, read_machine_state());
+    return {kDefaultLogger,
+            nm::read_trusted_file(std::string(kSettingsDirectory) + row.settings + ".conf"),
+            log_file_of(row, name),
+            row.limit,
+            is_named_by_category(row),
+            std::getenv("CALL_BY_NMLOG") != nullptr};
+}
+
+el::Configurations configuration_of(const LogSetup& setup) {
+    el::Configurations conf;
+    if (!setup.settings || !parse_log_conf(*setup.settings, conf)) {
+        build_default_log_conf(conf, setup);
     }
-    if (std::getenv("CALL_BY_NMLOG") != nullptr) {
+    if (setup.insists_on_file) {
+        conf.set(el::Level::Global, el::ConfigurationType::Filename, setup.file);
+    }
+    if (setup.brief) {
         conf.set(el::Level::Global, el::ConfigurationType::Format, kBriefFormat);
     }
+    return conf;
 }
 
+/// Configuring a logger and opening its files takes longer than a whole query, so it is only done where it
+/// would change something.
 void configure_log(const std::string& name) {
-    const MachineState state = read_machine_state();
-    const char* const nalog = std::getenv("NALOG");
-    el::Configurations conf;
-    if (nalog == nullptr) {
-        read_category_conf(conf, name, state);
-        reconfigure(kDefaultLogger, conf);
+    const LogSetup setup = find_setup(name);
+    const el::base::threading::ScopedLock logger_lock(el::Loggers::getLogger(setup.logger)->lock());
+    const el::base::threading::ScopedLock storage_lock(el::base::elStorage->lock());
+    if (setup_in_force == setup && has_its_files(setup.logger)) {
         return;
     }
-    if (!parse_log_conf(kDefaultSettings, conf)) {
-        build_default_log_conf(conf, name, nalog, state);
+    el::Configurations conf = configuration_of(setup);
+    setup_in_force.reset();
+    if (reconfigure(setup.logger, conf)) {
+        setup_in_force = setup;
     }
-    reconfigure(kOtherLogger, conf);
 }
 
 /// Reopening standard error on a path that cannot be opened would leave the process without one, so the

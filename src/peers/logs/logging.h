@@ -15,10 +15,10 @@ extern const std::string SEPARATE_LINE;
 /// entry, with "MAIN" (changes) or "API" (queries); daemons pass their own names. Until the first call
 /// statements are silent; every call reads anew the environment, the marker files in
 /// /var/run/network/ (.boot_fin, .reboot, .poweroff) and the category's configuration file under
-/// /tmp/log_config/, and opens the log file anew. A configuration file that is missing, faulty or
-/// without any setting is replaced as a whole by a built-in configuration; so is one that somebody other
-/// than root can have written: file and directory have to belong to uid 0, writable for no other user,
-/// and neither may be a symbolic link.
+/// /tmp/log_config/, and opens the log file anew unless nothing has changed. A configuration file that is
+/// missing, faulty or without any setting is replaced as a whole by a built-in configuration; so is one that
+/// somebody other than root can have written: file and directory have to belong to uid 0, writable for no
+/// other user, and neither may be a symbolic link.
 ///
 /// Environment: DEBUG_NA "1" appends standard error to /var/log/network/err_log; NALOG (any value)
 /// uses the logger `other` with /var/log/network/default.log, whatever the category; CALL_BY_NMLOG
