@@ -299,14 +299,11 @@ std::map<el::Level, std::size_t> take_limits(el::Configurations& conf) {
 
 /// Gives the logger the configuration, with its file opened anew: a file that could not be opened before,
 /// was removed, or belongs to the previous category does not stay behind. Whether all levels have a file now.
-bool reconfigure(const char* logger_id, el::Configurations& conf) {
+bool reconfigure(el::Logger* logger, el::Configurations& conf) {
     const std::map<el::Level, std::size_t> limits = take_limits(conf);
-    el::Logger* const logger = el::Loggers::getLogger(logger_id);
-    const el::base::threading::ScopedLock logger_lock(logger->lock());
-    const el::base::threading::ScopedLock storage_lock(el::base::elStorage->lock());
     el::Loggers::logStreamsReference()->clear();
     logger->configure(conf);
-    LogFiles& files = open_files[logger_id];
+    LogFiles& files = open_files[logger->id()];
     files.clear();
     el::base::TypedConfigurations* const typed = logger->typedConfigurations();
     for (const auto& [level, limit] : limits) {
@@ -339,8 +336,8 @@ public:
         el::Configurations silent;
         set_to_quiet_default(silent);
         silent.set(el::Level::Global, el::ConfigurationType::Enabled, "false");
-        reconfigure(kDefaultLogger, silent);
-        reconfigure(kOtherLogger, silent);
+        reconfigure(el::Loggers::getLogger(kDefaultLogger), silent);
+        reconfigure(el::Loggers::getLogger(kOtherLogger), silent);
         ready_ = true;
     }
     ~LoadedLog() { ready_ = false; }
@@ -443,14 +440,16 @@ el::Configurations configuration_of(const LogSetup& setup) {
 /// would change something.
 void configure_log(const std::string& name) {
     const LogSetup setup = find_setup(name);
-    const el::base::threading::ScopedLock logger_lock(el::Loggers::getLogger(setup.logger)->lock());
+    // The library looks loggers up under a lock of its own, which it may hold when it locks a logger.
+    el::Logger* const logger = el::Loggers::getLogger(setup.logger);
+    const el::base::threading::ScopedLock logger_lock(logger->lock());
     const el::base::threading::ScopedLock storage_lock(el::base::elStorage->lock());
     if (setup_in_force == setup && has_its_files(setup.logger)) {
         return;
     }
     el::Configurations conf = configuration_of(setup);
     setup_in_force.reset();
-    if (reconfigure(setup.logger, conf)) {
+    if (reconfigure(logger, conf)) {
         setup_in_force = setup;
     }
 }
