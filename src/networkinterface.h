@@ -5,6 +5,7 @@
 // keeps nothing in memory, and returns 0 or a positive value for success, or a code of result_codes.h.
 #pragma once
 
+#include "config/DictDiffer.h"
 #include "config/actions.h"
 #include "config/downlinks.h"
 #include "config/migration.h"
@@ -17,6 +18,7 @@
 #include "control/handlers/reports.h"
 #include "control/handlers/vs_api.h"
 #include "control/lease_event.h"
+#include "control/migrate_documents.h"
 #include "control/setup_dhcp.h"
 #include "control/setup_lan.h"
 #include "control/setup_private.h"
@@ -85,3 +87,4 @@
 #include "services/sections/Services.h"
 #include "services/sections/Topology.h"
 #include "utils/Utils.h"
+#include "utils/secrets.h"

@@ -1,16 +1,13 @@
 // The JSON store.
 #include "config/nmconfig.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <sstream>
 #include <vector>
 
+#include "config/document_file.h"
 #include "log.h"
 #include "peers/bus/bus_exchange.h"
 #include "peers/bus/service_bus.h"
@@ -36,47 +33,6 @@ int parse_answer(const std::string& text, Json::Value& answer, int& error) {
         return NM_ERR_PARSE;
     }
     return NM_OK;
-}
-
-/// A document that only some may read, since it holds passwords, stays so while it is replaced: the new file
-/// has its access before it has content. What a killed writer left may have another.
-void make_as_private(const std::string& path, const std::string& beside) {
-    (void)unlink(beside.c_str());  // It need not be there.
-    struct stat present = {};
-    if (stat(path.c_str(), &present) != 0) {
-        return;
-    }
-    const auto file =
-        nm::FileDescriptor::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
-    if (!file || !nm::take_over_access(file.get(), present)) {
-        NM_LOG(Error) << "Cannot set the mode of " << beside;
-    }
-}
-
-/// The `.tmp` file next to `path`, complete and on the disk. The lock of writeValue() hides its failures, so
-/// the file itself is asked: a cut-off text must never be renamed over a good document.
-int write_beside(const std::string& path, const std::string& beside, const std::string& text) {
-    NM_LOG(Debug) << "Saving " << beside;
-    make_as_private(path, beside);
-    if (writeValue(beside, text, true) != NM_OK || nm::sync_to_disk(beside, text.size()) != NM_OK) {
-        NM_LOG(Error) << "Save JSON into file failed.";
-        return NM_ERR_WRITE;
-    }
-    NM_LOG(Debug) << "JSON Length: " << text.size();
-    if (rename(beside.c_str(), path.c_str()) != 0) {
-        NM_LOG(Error) << "Move file " << beside << " to " << path << " failed";
-        return NM_ERR_WRITE;
-    }
-    return NM_OK;
-}
-
-int replace_document(const std::string& path, const Json::Value& value) {
-    const std::string text = nm::write_compact_json(value);
-    if (text.empty()) {
-        NM_LOG(Error) << "JSON dump to buffer failed";
-        return NM_ERR_WRITE;
-    }
-    return write_beside(path, path + ".tmp", text);
 }
 
 }  // namespace
@@ -117,7 +73,7 @@ int _json_mem_to_file(std::string path, Json::Value& value) {
     }
     // Releasing the lock decides the result, as everywhere where a write is locked; a failed write stands
     // in the log.
-    (void)replace_document(path, value);
+    (void)nm::replace_document(path, value);
     return lock.release();
 }
 

@@ -119,7 +119,8 @@ TEST_F(Handlers, JudgeTheirArguments) {
         {"Get_ifname_by_portname", "{'portname':'PORT7','path':'/none'}", "-1020 null"},
         {"Get_default_config", "{'type':'../../../shadow'}", "-1001 type is not suuport!"},
         {"Get_default_config", "{}", "-1001 type is not suuport!"},
-        {"Get_default_config", "{'type':'segment'}", "-1020 null"},
+        {"Get_default_config", "{'type':'segment'}", "0 {}"},
+        {"Get_default_config", "{'type':'site'}", "-1020 null"},
         {"Get_lanif_list", "", "0 {'lan':['br_v0','lo']}"},
         {"GetConfigsMetaInfo", "{}", "0 {'device_info.json':{'META':{'VERSION':'1'},'dbversion':'7'}}"},
         {"GetConfigsMetaInfo", "{'path':'/none'}", "0 {}"},
@@ -128,6 +129,7 @@ TEST_F(Handlers, JudgeTheirArguments) {
         {"GetLanPortInfo", "{'path':'/dev/zero'}", "-1020 null"},
         {"Get_available_lan_info", "{'path':'/tmp/odd/pipe.json'}", "-1020 null"}};
     fs::create_directories("/tmp/odd");
+    fs::remove("/usr/lib/networkmanagement/etc/default_config/site.json");
     ASSERT_EQ(mkfifo("/tmp/odd/pipe.json", 0600), 0);
     for (const auto& [method, request, answer] : cases) {
         EXPECT_EQ(ask(method, request), answer) << method << request;
@@ -338,6 +340,9 @@ TEST_F(Documents, OfRatesAreReadByTheirService) {
     };
     {
         const auto service = serve("0");
+        for (const std::string& path : {base, qos, current}) {
+            fs::remove(path);
+        }
         EXPECT_EQ(ask("Setup_qos"), "-1020") << "neither a document nor a default one";
         const File standard(base, R"({"DEFAULT_CLASS":"4"})");
         EXPECT_EQ(ask("Setup_qos"), "0");

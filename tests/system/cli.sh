@@ -5,7 +5,7 @@ set -euo pipefail
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
-readonly SOME=/etc/networkmanagement/some.json
+readonly SOME=/etc/networkmanagement/some.json STORED=/etc/networkmanagement/device_info.json
 
 # Nothing may be written where the caller happens to stand.
 mkdir "$scratch/here"
@@ -52,6 +52,27 @@ check_nm_bin() {
         "$(nm_bin --json Setup_wanif '[' | jq -c '[.code, .name, .meaning]')"
 }
 
+check_documents() {
+    misused nm_bin migrate --dry-run nothing
+    misused nm_bin diff "$SOME"
+    echo '{"WAN_PORT":{"PORT1":{"PSK":"geheim"}}}' >"$STORED"
+    runs "a rehearsed migration" '0 device_info +migrated +0\.0\.0 -> 1\.0\.2
+\+ /WAN_PORT/PORT1/MTU: "1500"
+\+ /dbversion: "1\.0\.2"
+2 added, 0 removed, 0 changed\[]' nm_bin migrate --dry-run device_info
+    same "changes nothing" '{"WAN_PORT":{"PORT1":{"PSK":"geheim"}}}' "$(<"$STORED")"
+    echo '{' >"${STORED%/*}/segment.json"
+    runs "a migration" '0 .*device_info +migrated .*segment +repaired +it is not JSON; replaced from .*\[]' nm_bin migrate
+    same "is shown for machines" '["current","1.0.2"]' \
+        "$(nm_bin --json migrate device_info | jq -c '.[0] | [.state, .to]')"
+    runs "changes are kept" '0 device_info 20.*Z
+\+ .*\[]' nm_bin changes device_info
+    echo '{"a":2,"PSK":"geheim"}' >"$scratch/other"
+    runs "a difference" '1 ~ /a: 1 -> 2
+\+ /PSK: "\*\*\*"
+1 added, 0 removed, 1 changed\[]' nm_bin diff "$SOME" "$scratch/other"
+}
+
 # completes EXPECTED WORD...: what the last word is completed to.
 completes() {
     local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
@@ -85,6 +106,7 @@ check_vsh() {
 }
 
 check_nm_bin
+check_documents
 check_completion
 check_vsh
 for page in man8/nm_bin.8 man1/vsh.1; do

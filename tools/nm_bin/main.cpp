@@ -8,17 +8,17 @@
 #include <iostream>
 #include <string>
 
-#include "nm_bin/entries.h"
+#include "nm_bin/commands.h"
 
 namespace {
 
 using nm_bin::Arguments;
+using nm_bin::Command;
+using nm_bin::commands;
 using nm_bin::entries;
 using nm_bin::Entry;
-
-constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
+using nm_bin::kExitOk;
+using nm_bin::usage_error;
 
 void print_usage(std::ostream& out) {
     out << "usage: nm_bin [--json] COMMAND ARGUMENT...\n"
@@ -34,6 +34,9 @@ void print_usage(std::ostream& out) {
            "The result is one line: number, name, meaning. Exit status: 0 success, 1 failure, 2 usage.\n"
            "\n"
            "commands:\n";
+    for (const Command& command : commands()) {
+        out << "  " << command.name << " " << command.arguments << "\n      " << command.help << "\n";
+    }
     for (const Entry& command : entries()) {
         out << "  " << command.name << " " << command.arguments << "\n      " << command.help << "\n";
     }
@@ -43,22 +46,11 @@ void print_usage(std::ostream& out) {
            "  --version  the version\n";
 }
 
-int usage_error(const std::string& message) {
-    std::cerr << "nm_bin: " << message << "\nTry 'nm_bin --help'.\n";
-    return kExitUsage;
-}
-
-void print_result(int code, bool as_json) {
-    const ResultCode result = describe_result(code);
-    if (as_json) {
-        std::cout << "{\"code\":" << code << ",\"name\":\"" << result.name << "\",\"meaning\":\""
-                  << result.meaning << "\"}\n";
-        return;
+int run_command(const std::string& name, Arguments words, bool as_json) {
+    const Command* const command = nm_bin::find_command(name);
+    if (command != nullptr) {
+        return command->run(words, as_json);
     }
-    std::cout << code << " " << result.name << " " << result.meaning << "\n";
-}
-
-int run_entry(const std::string& name, Arguments words, bool as_json) {
     const Entry* const entry = nm_bin::find_entry(name);
     if (entry == nullptr) {
         return usage_error("unknown command: " + name);
@@ -67,9 +59,7 @@ int run_entry(const std::string& name, Arguments words, bool as_json) {
     if (!failure.empty()) {
         return usage_error(failure);
     }
-    const int code = entry->run(words);
-    print_result(code, as_json);
-    return code >= 0 ? kExitOk : kExitFailed;
+    return nm_bin::print_result(entry->run(words), as_json);
 }
 
 /// The library's lock of a port is a descriptor that has to be above 0, and children of the library write to
@@ -114,5 +104,5 @@ int main(int argc, char** argv) {
     if (optind == argc) {
         return usage_error("no command given");
     }
-    return run_entry(argv[optind], Arguments(argv + optind + 1, argv + argc), as_json);
+    return run_command(argv[optind], Arguments(argv + optind + 1, argv + argc), as_json);
 }

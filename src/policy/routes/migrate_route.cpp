@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "config/migration.h"
 #include "log.h"
 #include "policy/routes/static_route.h"
 #include "result_codes.h"
@@ -13,8 +14,6 @@
 #include "utils/json_text.h"
 
 namespace {
-
-constexpr const char* kVersion = "1.1.0";
 
 /// How a list is written: its member of the document, its words in the log, and the members of an element.
 struct RouteFormat {
@@ -85,9 +84,9 @@ void move_to_network(const RouteFormat& format, Json::Value& route) {
     }
 }
 
-void renew_meta(Json::Value& config) {
+void renew_meta(const char* version, Json::Value& config) {
     Json::Value meta;
-    meta["VERSION"] = kVersion;
+    meta["VERSION"] = version;
     const Json::Value& last_update = nm::json_member(nm::json_member(config, "META"), "LAST_UPDATE");
     if (!last_update.isNull()) {
         meta["LAST_UPDATE"] = last_update;
@@ -110,17 +109,21 @@ int migrate(const RouteFormat& format, Json::Value& config, const std::string& p
         NM_LOG(Error) << "root is not valid format";
         return NM_ERR_BAD_FORMAT;
     }
+    if (nm::is_newer(format.name, config)) {
+        return NM_OK;  // Rebuilt, its routes would lose what this code does not know.
+    }
     if (!config.isMember(format.list)) {
         NM_LOG(Error) << format.title << " config is corrupted, try to fixed it.";
         config[format.list] = Json::arrayValue;
     }
     const std::string version = nm::json_string_or(nm::json_member(config, "META"), "VERSION", "0.0.0");
-    if (version == kVersion) {
+    const char* const current = nm::format_version(format.name);
+    if (version == current) {
         NM_LOG(Debug) << format.name << " version has not changed.";
         return NM_OK;
     }
-    NM_LOG(Info) << "Migrate " << format.name << " config from " << version << " to " << kVersion;
-    renew_meta(config);
+    NM_LOG(Info) << "Migrate " << format.name << " config from " << version << " to " << current;
+    renew_meta(current, config);
     if (config[format.list].isArray()) {
         migrate_routes(format, config[format.list]);
     }

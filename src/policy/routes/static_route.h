@@ -56,8 +56,8 @@ int reload_static_route(std::string path);
 int reload_static_route6(std::string path);
 
 /// Bring a list to the current format in memory and its destinations to network addresses; `path` says in the
-/// log where it comes from. A list of the current version is left alone. 0; NM_ERR_BAD_FORMAT for a document
-/// that is not an object.
+/// log where it comes from. A list of the current version or of a later one is left alone. 0;
+/// NM_ERR_BAD_FORMAT for a document that is not an object.
 int migrate_static_route(Json::Value& config, std::string path);
 int migrate_static_route6(Json::Value& config, std::string path);
 

@@ -1,6 +1,7 @@
 // The default record, and the filling of what stored records lack.
 #include "services/dhcp/dhcp_defaults.h"
 
+#include "config/migration.h"
 #include "config/nmconfig.h"
 #include "log.h"
 #include "result_codes.h"
@@ -58,16 +59,27 @@ Json::Value generate_default_dhcp_service() {
     return record;
 }
 
-int migrate_dhcp_service(Json::Value& config, std::string path) {
-    NM_LOG(Debug) << "Enter";
-    if (nm::json_member(config, "DHCP_SERVICE").isNull()) {
+namespace nm {
+
+int complete_dhcp_service(Json::Value& config, bool& changed) {
+    if (json_member(config, "DHCP_SERVICE").isNull()) {
         NM_LOG(Error) << "Cannot find [DHCP_SERVICE].";
-        return NM_EXIT(NM_ERR_NO_KEY);
+        return NM_ERR_NO_KEY;
     }
     Json::Value& section = config["DHCP_SERVICE"];
     if (!section.isObject()) {
         NM_LOG(Error) << "[DHCP_SERVICE] is not valid format";
-        return NM_EXIT(NM_ERR_BAD_FORMAT);
+        return NM_ERR_BAD_FORMAT;
     }
-    return NM_EXIT(complete_all(section) ? json_mem_to_file(path, config, false) : NM_OK);
+    changed = !is_newer("dhcp_service", config) && complete_all(section);
+    return NM_OK;
+}
+
+}  // namespace nm
+
+int migrate_dhcp_service(Json::Value& config, std::string path) {
+    NM_LOG(Debug) << "Enter";
+    bool changed = false;
+    const int ret = nm::complete_dhcp_service(config, changed);
+    return NM_EXIT(ret == NM_OK && changed ? json_mem_to_file(path, config, false) : ret);
 }

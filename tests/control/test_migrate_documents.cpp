@@ -1,0 +1,151 @@
+// Stored documents migrated where they lie: what becomes of good, old, newer and broken ones, and of a
+// migration that is killed.
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <thread>
+
+#include "config/DictDiffer.h"
+#include "config/migration.h"
+#include "control/migrate_documents.h"
+#include "sandbox_fixture.h"
+
+using namespace fixture;
+
+namespace {
+
+const std::string kStore = "/etc/networkmanagement/",
+                  kDefaults = "/usr/lib/networkmanagement/etc/default_config/";
+const std::string kOld = R"({"WAN_PORT":{"PORT1":{"PASSWORD":"geheim"}}})";
+
+struct StoredDocuments : Frugal {
+    StoredDocuments() { clean(); }
+    ~StoredDocuments() override { clean(); }
+    static void clean() {
+        for (const fs::path directory : {"/etc/networkmanagement", "/var/run/network", "/var/log/network"}) {
+            for (const auto& entry : fs::directory_iterator(directory)) {
+                const std::string name = entry.path().filename();
+                if (name.find(".json") != std::string::npos || name.find(".curr") != std::string::npos) {
+                    fs::remove(entry.path());
+                }
+            }
+        }
+    }
+    static Json::Value migrate(const std::string& name, bool dry_run = false) {
+        Json::Value report;
+        EXPECT_EQ(migrate_documents({name}, dry_run, report), 0) << name;
+        return report[0];
+    }
+};
+
+TEST_F(StoredDocuments, AreMigratedOnceAndKeepTheirAccess) {
+    const std::string path = kStore + "device_info.json";
+    put(path, kOld);
+    fs::permissions(path, fs::perms::owner_read);
+    ASSERT_EQ(chown(path.c_str(), 7, 8), 0);
+    const Json::Value planned = migrate("device_info", true);
+    EXPECT_TRUE(slurp(path) == kOld && list_difference_reports("").empty() &&
+                is_lock_free("device_info.json"));
+    const Json::Value done = migrate("device_info");
+    EXPECT_EQ(done["difference"], planned["difference"]);
+    EXPECT_TRUE(done["state"] == "migrated" && done["from"] == "0.0.0" && done["to"] == "1.0.2");
+    EXPECT_EQ(done["difference"]["added"].asInt(), 2);
+    EXPECT_EQ(list_difference_reports("device_info")[0]["path"], done["report"]);
+    struct stat access = {};
+    ASSERT_EQ(stat(path.c_str(), &access), 0);
+    EXPECT_TRUE(access.st_uid == 7 && access.st_gid == 8 && (access.st_mode & 07777) == S_IRUSR);
+    const std::string once = slurp(path);
+    EXPECT_EQ(migrate("device_info")["state"], "current");
+    struct stat again = {};
+    EXPECT_TRUE(stat(path.c_str(), &again) == 0 && again.st_ino == access.st_ino && slurp(path) == once);
+    EXPECT_EQ(list_difference_reports("").size(), 1U);
+    put(path, R"({"dbversion":"1.0.3"})");
+    EXPECT_EQ(migrate("device_info")["state"], "newer");
+    EXPECT_EQ(slurp(path), R"({"dbversion":"1.0.3"})");
+    EXPECT_EQ(migrate("segment")["state"], "absent");
+    EXPECT_FALSE(fs::exists(kStore + "segment.json"));
+    Json::Value report = "before";
+    EXPECT_EQ(migrate_documents({"device_info", "none"}, false, report), NM_ERR_BAD_ACT);
+    EXPECT_EQ(report, "before");
+}
+
+TEST_F(StoredDocuments, ThatAreBrokenAreKeptBesideTheirReplacement) {
+    const std::string large = "{\"a\":\"" + std::string(5 << 20, 'x');
+    const std::string good = R"({"RULES":{"SITE":[]}})", shipped = R"({"RULES":{"x":[]}})";
+    const struct {
+        std::string text, in_force, standard, source, becomes;
+    } cases[] = {
+        {"", good, shipped, "/var/run/network/firewall.curr", good},
+        {"{\"RULES\":", "", shipped, kDefaults + "firewall.json", shipped},
+        {"[1]", "[]", shipped, kDefaults + "firewall.json", shipped},
+        {large, "{", "", "template", R"({"RULES":{}})"},
+        {nested(5000), good, "", "/var/run/network/firewall.curr", good},
+        {std::string("\0\xff", 2), "", "", "template", R"({"RULES":{}})"},
+    };
+    const std::string path = kStore + "firewall.json";
+    fs::create_directories(kDefaults);
+    for (const auto& one : cases) {
+        clean();
+        put(path, one.text);
+        const File in_force("/var/run/network/firewall.curr", one.in_force);
+        const File standard(kDefaults + "firewall.json", one.standard);
+        const Json::Value planned = migrate("firewall", true);
+        EXPECT_TRUE(slurp(path) == one.text && !fs::exists(planned["kept"].asString()));
+        const Json::Value done = migrate("firewall");
+        EXPECT_TRUE(done["state"] == "repaired" && done["source"] == one.source) << done;
+        EXPECT_TRUE(slurp(done["kept"].asString()) == one.text) << done;
+        EXPECT_EQ(slurp(path), one.becomes + "\n");
+        EXPECT_EQ(migrate("firewall")["state"], "current");
+        put(path + "2", one.text);
+        fs::rename(path + "2", path);
+        EXPECT_EQ(migrate("firewall")["kept"], done["kept"]) << "the same text is kept once";
+    }
+    put(path, "{");
+    const std::string kept = migrate("firewall", true)["kept"].asString();
+    put(kept, "another text");
+    Json::Value report;
+    EXPECT_EQ(migrate_documents({"firewall"}, false, report), NM_ERR_WRITE);
+    EXPECT_TRUE(report[0]["state"] == "failed" && slurp(path) == "{" && slurp(kept) == "another text");
+}
+
+/// Killed at any moment, a migration leaves the old document or the new one, and the original of a broken
+/// one.
+TEST_F(StoredDocuments, SurviveAKill) {
+    std::string old = kOld;
+    old.insert(1, "\"X\":\"" + std::string(1 << 16, 'x') + "\",");
+    Json::Value migrated = json(old);
+    ASSERT_EQ(migrate_device_info(migrated), 0);
+    const std::string path = kStore + "device_info.json", broken = old.substr(0, 1 << 16);
+    int kept_old = 0;
+    int replaced = 0;
+    for (int i = 0; i < 30; ++i) {
+        clean();
+        const std::string& text = i % 2 == 0 ? old : broken;
+        put(path, text);
+        put("/var/run/network/device_info.curr", old);
+        const pid_t child = fork();
+        if (child == 0) {
+            Json::Value report;
+            _exit(migrate_documents({"device_info"}, false, report) == 0 ? 0 : 1);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(i * 700));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        const std::string left = slurp(path);
+        const bool is_old = left == text;
+        (is_old ? kept_old : replaced) += 1;
+        EXPECT_TRUE(is_old || left == nm::write_compact_json(migrated)) << i << " " << left.size();
+        const Json::Value again = migrate("device_info");
+        EXPECT_EQ(slurp(path), nm::write_compact_json(migrated));
+        bool is_kept = text == old;
+        for (const auto& entry : fs::directory_iterator(kStore)) {
+            is_kept = is_kept || slurp(entry.path()) == broken;
+        }
+        EXPECT_TRUE(is_kept) << i << again;
+    }
+    std::cout << kept_old << " old, " << replaced << " new documents after a kill\n";
+    EXPECT_GT(kept_old, 0);
+}
+
+}  // namespace
