@@ -144,6 +144,40 @@ done <<'CASES'
 1 here 2001:db8:9::9
 CASES
 
+# Who may call a host of a LAN by IPv6: what curl says of a closed port (7) or of silence (28).
+firewall6.sh edit_ip6_ipset add ip6_open 2001:db8:5::2,tcp:82
+firewall6.sh edit_ip6_ipset add ip6_rlan 2001:db8:73::/48
+ip6tables -t mangle -A S2SLB -j MARK --set-mark 8192/0x200f
+ip -n lan5 addr add 2001:db8:5::3/64 dev far nodad
+while read -r verdict from to source; do
+    status=0
+    ip netns exec "$from" curl -s -m $((verdict == 7 ? 5 : 1)) --interface "$source" "http://$to/" || status=$?
+    same "$source calls $to" "$verdict" "$status"
+done <<'CASES'
+7 lan5 [2001:db8:9::9]:81 2001:db8:5::2
+7 lan6 [2001:db8:5::2]:81 2001:db8:6::2
+7 isp3 [2001:db8:5::2]:81 2001:db8:73::9
+28 isp1 [2001:db8:5::2]:81 2001:db8:9::9
+7 isp1 [2001:db8:5::2]:82 2001:db8:9::9
+28 isp1 [2001:db8:5::3]:82 2001:db8:9::9
+CASES
+
+# Messages of ICMPv6 that belong to no connection, by type.
+rm -f "$scratch/notes"
+ip netns exec lan5 tcpdump -nni far -l 'icmp6 and src 2001:db8:9::9' >"$scratch/types" 2>"$scratch/notes" &
+daemons+=("$!")
+eventually 5 grep -qs listening "$scratch/notes"
+ip netns exec isp1 python3 - <<'SENDER'
+import socket
+sender = socket.socket(socket.AF_INET6, socket.SOCK_RAW, socket.IPPROTO_ICMPV6)
+sender.bind(("2001:db8:9::9", 0))
+for kind in [100, 127, 130, 133, 135, 137, 138, 139, 140, 200, 1, 2, 3, 4, 128, 129, 144, 145, 146, 147]:
+    sender.sendto(bytes([kind, 0]) + bytes(62 + kind), ("2001:db8:5::3", 0))
+SENDER
+eventually 5 grep -q 'length 211' "$scratch/types"
+same "errors, echo and mobility cross, nothing else" "65 66 67 68 192 193 208 209 210 211" \
+    "$(sed -n 's/.*> 2001:db8:5::3.*length //p' "$scratch/types" | xargs)"
+
 before=$(state)
 nm-base-rules
 same "a second run changes nothing" "$before" "$(state)"
