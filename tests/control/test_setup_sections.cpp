@@ -35,7 +35,7 @@ Listener::Act noting(const std::string& peer) {
 
 TEST(Misc, ReachesThoseWhoseBitsAreSet) {
     const File document(kNew, "{}");
-    std::string heard;
+    FakeService::take_calls();  // those of earlier tests
     {
         const Listener wanipd(noting("wanipd"), "/var/run/network/wanipd.sock");
         const Listener ncsid(noting("ncsid"), "/var/run/network/ncsid.sock");
