@@ -25,9 +25,21 @@ same "and all that a request needs" "0 0" "$(nm_bin Add_hosts 192.0.2.1 swdev1 |
     kernel_call insert_dns_server 192.0.2.53 swdev1)"
 check "and it is logged" test -s "$MAIN_LOG"
 
-units=(/usr/lib/systemd/system/{nm-*,dnsmasqmgr}.service)
+units=(/usr/lib/systemd/system/{nm-*,dnsmasqmgr,ncaas,overlayd}.service)
 check "the units are there" test "${#units[@]}" -gt 6
 same "systemd finds no fault in them" "" "$(systemd-analyze verify --man=no "${units[@]}" 2>&1)"
+
+# What systemd-analyze makes of how far each unit is shut in, in tenths at most.
+declare -rA LIMITS=([ncaas]=20 [overlayd]=20 [nm-base-rules]=30 [nm-dhcpd@]=30 [nm-dhcpd6@]=30 [nm-dhcrelay@]=30 [nm-radvd]=30 [dnsmasqmgr]=30)
+exposed() {
+    local unit name tenths
+    for unit in "${units[@]}"; do
+        name=$(basename "$unit" .service)
+        tenths=$(systemd-analyze security --offline=yes --no-pager "$unit" | sed -n 's/.*exposure level.*: \([0-9]*\)\.\([0-9]\) .*/\1\2/p')
+        [[ $((10#${tenths:-100})) -le ${LIMITS[$name]:-40} ]] || echo "$name $tenths"
+    done
+}
+same "each is shut in as far as its work allows" "" "$(exposed)"
 systemctl start nm-base-rules
 same "the base rules are laid once, at boot" "active 1" \
     "$(systemctl is-active nm-base-rules) $(iptables -t mangle -S | grep -c -- '-N WANLB')"
