@@ -14,6 +14,7 @@
 #include "config/port_lookup.h"
 #include "config/schema.h"
 #include "config/tcp_window.h"
+#include "control/bring_up.h"
 #include "control/edge_entries.h"
 #include "control/handlers/reports.h"
 #include "control/handlers/vs_api.h"

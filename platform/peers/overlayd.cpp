@@ -48,6 +48,8 @@ constexpr std::array kCalls{
     Call{"VelanWmd", "Reload_condition"},
     Call{"rmgmtd", "ipsec.edit_local_site"},
     Call{"rmgmtd", "ipsec.edit_local_site_ip6"},
+    Call{"rmgmtd", "ipsec.start"},
+    Call{"rmgmtd", "ipsec.stop"},
     Call{"nm-hmgr", "AddWan"},
     Call{"nm-hmgr", "RemoveWan"},
     Call{"nm-hmgr", "AddPrivate"},

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/document_file.h"
+#include "config/document_scope.h"
 #include "log.h"
 #include "peers/bus/bus_exchange.h"
 #include "peers/bus/service_bus.h"
@@ -35,13 +36,17 @@ int parse_answer(const std::string& text, Json::Value& answer, int& error) {
     return NM_OK;
 }
 
-}  // namespace
-
-int json_file_to_mem(std::string path, Json::Value& out) {
+int read_by_route(const std::string& path, Json::Value& out) {
     if (has_service() && _json_ncaas_to_mem(path, out) == NM_OK) {
         return NM_OK;
     }
     return _json_file_to_mem(path, out);
+}
+
+}  // namespace
+
+int json_file_to_mem(std::string path, Json::Value& out) {
+    return nm::DocumentScope::read(path, out, read_by_route);
 }
 
 int json_mem_to_file(std::string path, Json::Value& value, bool force_file) {

@@ -14,14 +14,14 @@ namespace nm {
 template <int kind>
 int create_uplink(UplinkInterface** device, std::string port, std::string path, Json::Value cfg) {
     int ret = NM_OK;
-    *device = uplink_kind(kind).make_device(port, path, cfg, ret).release();
+    *device = uplink_kind(kind).make_device(port, path, std::move(cfg), ret).release();
     return ret;
 }
 
 template <int kind>
 int create_uplink(UplinkIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     int ret = NM_OK;
-    *info = uplink_kind(kind).make_info(ifname, path, cfg, ret).release();
+    *info = uplink_kind(kind).make_info(ifname, path, std::move(cfg), ret).release();
     return ret;
 }
 

@@ -13,7 +13,8 @@ readonly LIBDIR LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # What callers find by name, besides the handlers of the bus.
 readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease_event Reload_dnat Reload_static_route Reload_tcpmss
     Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
-    Setup_misc Setup_services Setup_topology Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info)
+    Setup_misc Setup_services Setup_topology Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info
+    setup_all_iface_by_config)
 # What nm_bin applies from a new and an old document by functions of the library.
 readonly APPLIES=(Apply_dnat Apply_firewall Apply_policy Apply_segment Apply_static_route Apply_static_route6)
 
@@ -61,7 +62,7 @@ same "the names with C linkage are the entries and the handlers" \
     "$(printf '%s\n' "${ENTRIES[@]}" "${handlers[@]}" | sort | xargs)" \
     "$(nm -D --defined-only "$LIBRARY" | awk '$2 == "T" && $3 !~ /^_Z/ {print $3}' | sort | xargs)"
 same "nm_bin has a command for each entry and each document" "$(printf '%s\n' "${ENTRIES[@]}" "${APPLIES[@]}" | sort | xargs)" \
-    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z0-9_]*\) .*/\1/p' | sort | xargs)"
+    "$("$BUILD/bin/nm_bin" --help | sed -n '/^commands:/,/^$/s/^  \([A-Z][A-Za-z0-9_]*\|setup_[a-z_]*\) .*/\1/p' | sort | xargs)"
 same "nothing of the logging library is exported" "" \
     "$(nm -DC --defined-only "$LIBRARY" | grep -E '(^|[^A-Za-z0-9_])el::' | cut -c 18-120 || true)"
 printf '%s\n' '#include <dlfcn.h>' 'int main(void) { void* it = dlopen("libnetworkinterface.so.1", RTLD_NOW);' \

@@ -4,6 +4,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <utility>
 
 #include "log.h"
 #include "result_codes.h"
@@ -39,7 +40,7 @@ inline void log_construction_failure(int code, const std::string& word, const st
 /// NM_ERR_BAD_FORMAT if the document holds a value of a kind that cannot be read where a text is expected.
 template <class T>
 int build(T** out, const std::string& word, const std::string& name, const std::string& path,
-          const Json::Value& cfg) {
+          Json::Value cfg) {
     if (out == nullptr) {
         log_construction_failure(NM_ERR_NULL_ARG, word, name, path);
         return NM_ERR_NULL_ARG;
@@ -49,7 +50,7 @@ int build(T** out, const std::string& word, const std::string& name, const std::
         return NM_ERR_NOT_NULL;
     }
     try {
-        *out = new T(name, path, cfg);
+        *out = new T(name, path, std::move(cfg));
         return NM_OK;
     } catch (int code) {
         log_construction_failure(code, word, name, path);

@@ -102,7 +102,7 @@ int run_target(const Family<T>& family, Target target) {
             target.cfg = Json::Value();
         }
         T* created = nullptr;
-        const int ret = family.create(&created, target.name, target.path, target.cfg);
+        const int ret = family.create(&created, target.name, target.path, std::move(target.cfg));
         const std::unique_ptr<T> instance(created);
         if (ret != NM_OK) {
             NM_LOG(Error) << "Create " << family.class_name << " instance failed, ret=" << ret;

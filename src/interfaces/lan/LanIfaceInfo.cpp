@@ -419,7 +419,7 @@ int LanIfaceInfo::disable_ipv6() {
 
 int create_LAN_INFO(LanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(info, "info", ifname, path, cfg));
+    return NM_EXIT(nm::build(info, "info", ifname, path, std::move(cfg)));
 }
 
 std::unique_ptr<LanIfaceInfo> nm::lan_info_of(const std::string& ifname, const std::string& path,

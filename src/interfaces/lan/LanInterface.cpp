@@ -380,12 +380,12 @@ int TagLanInterface::setup_if(uint32_t, std::string ifname) {
 
 int create_LAN(PortLanInterface** lan, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(lan, "lan", port, path, cfg));
+    return NM_EXIT(nm::build(lan, "lan", port, path, std::move(cfg)));
 }
 
 int create_LAN(TagLanInterface** lan, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(lan, "lan", nm::port_without_vlan(port), path, cfg));
+    return NM_EXIT(nm::build(lan, "lan", nm::port_without_vlan(port), path, std::move(cfg)));
 }
 
 std::vector<int> TagLanInterface::get_vlans() {

@@ -205,7 +205,7 @@ int VlanBrif::del_slaves() {
 
 int create_VLANBR(VlanBrif** vlanbr, std::string seg, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(vlanbr, "lan", seg, path, cfg));
+    return NM_EXIT(nm::build(vlanbr, "lan", seg, path, std::move(cfg)));
 }
 
 int _setup_vlanbr(std::string seg, uint32_t act, uint32_t opt, std::string path, Json::Value cfg) {

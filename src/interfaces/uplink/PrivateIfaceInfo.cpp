@@ -46,7 +46,7 @@ int PrivateIfaceInfo::setup_plmd(int on) {
 
 int create_PRIVATE_INFO(PrivateIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(info, "info", ifname, path, cfg));
+    return NM_EXIT(nm::build(info, "info", ifname, path, std::move(cfg)));
 }
 
 int edit_private_tunnels(int op) {

@@ -16,5 +16,5 @@ std::string PrivateInterface::get_pgid() {
 
 int create_PRIVATE_ITF(PrivateInterface** itf, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(itf, "private interface", nm::port_without_vlan(port), path, cfg));
+    return NM_EXIT(nm::build(itf, "private interface", nm::port_without_vlan(port), path, std::move(cfg)));
 }

@@ -145,7 +145,7 @@ int RGLinkIfaceInfo::read_address(std::string& address, int& prefix) {
 
 int create_RGLINK_INFO(RGLinkIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(info, "info", ifname, path, cfg));
+    return NM_EXIT(nm::build(info, "info", ifname, path, std::move(cfg)));
 }
 
 int edit_rglink_tunnels(int op) {

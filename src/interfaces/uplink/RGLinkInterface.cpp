@@ -25,5 +25,5 @@ int RGLinkInterface::set_mtu() {
 
 int create_RGLINK(RGLinkInterface** rglink, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(rglink, "rglink", nm::port_without_vlan(port), path, cfg));
+    return NM_EXIT(nm::build(rglink, "rglink", nm::port_without_vlan(port), path, std::move(cfg)));
 }

@@ -25,7 +25,7 @@ constexpr int kQosRestart = 3;
 UplinkInterface::UplinkInterface(const UplinkKind& kind, std::string port, std::string path, Json::Value cfg)
     : BaseWanInterface(kind.type, std::move(port), std::move(path), cfg), kind(kind) {
     int ret = NM_OK;
-    info = kind.make_info(interface, this->path, cfg, ret);
+    info = kind.make_info(interface, this->path, std::move(cfg), ret);
 }
 
 std::string UplinkInterface::get_ip4_type() {

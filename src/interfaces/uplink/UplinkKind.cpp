@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "config/actions.h"
 #include "interfaces/uplink/PrivateIfaceInfo.h"
@@ -19,10 +20,9 @@ bool contains(const std::vector<std::string>& texts, const std::string& text) {
 }
 
 template <class Side, class T, int (*create)(T**, std::string, std::string, Json::Value)>
-std::unique_ptr<Side> make(const std::string& name, const std::string& path, const Json::Value& cfg,
-                           int& ret) {
+std::unique_ptr<Side> make(const std::string& name, const std::string& path, Json::Value cfg, int& ret) {
     T* side = nullptr;
-    ret = create(&side, name, path, cfg);
+    ret = create(&side, name, path, std::move(cfg));
     return std::unique_ptr<Side>(side);
 }
 

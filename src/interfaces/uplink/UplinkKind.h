@@ -39,9 +39,9 @@ struct UplinkKind {
 
     /// The factories of its classes: null with the factory's code in `ret` on failure.
     std::unique_ptr<UplinkInterface> (*make_device)(const std::string& portname, const std::string& path,
-                                                    const Json::Value& cfg, int& ret);
+                                                    Json::Value cfg, int& ret);
     std::unique_ptr<UplinkIfaceInfo> (*make_info)(const std::string& ifname, const std::string& path,
-                                                  const Json::Value& cfg, int& ret);
+                                                  Json::Value cfg, int& ret);
 
     bool takes(const std::string& ip4_type) const;
     bool has_tunnel(const std::string& ip4_type) const;

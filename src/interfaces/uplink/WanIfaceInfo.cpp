@@ -91,7 +91,7 @@ int WanIfaceInfo::setup_ipsec6(int mode, std::string address) {
 
 int create_WAN_INFO(WanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(info, "info", ifname, path, cfg));
+    return NM_EXIT(nm::build(info, "info", ifname, path, std::move(cfg)));
 }
 
 int edit_tunnels(int op) {

@@ -21,5 +21,5 @@ int WanInterface::set_mtu() {
 
 int create_WAN(WanInterface** wan, std::string port, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(nm::build(wan, "wan", nm::port_without_vlan(port), path, cfg));
+    return NM_EXIT(nm::build(wan, "wan", nm::port_without_vlan(port), path, std::move(cfg)));
 }
