@@ -142,7 +142,7 @@ class WaitingRoom {
 public:
     explicit WaitingRoom(const vs_server& server) : server_(server) {}
 
-    /// 0 after a stop, when all whole requests have got their places; a negative errno.
+    /// 0 after a stop; a negative errno.
     int open_until_stop() {
         int result = 0;
         while (result == 0 && (result = watch()) == 0 && watched_[kStop].revents == 0) {
@@ -152,10 +152,20 @@ public:
                 send_in();
             }
         }
+        return result;
+    }
+
+    /// Whoever has sent a whole request until now still gets a place, also those that stand at the door.
+    void send_in_the_last() {
+        pollfd door{server_.listener.get(), POLLIN, 0};
+        while (poll(&door, 1, 0) == 1 && admit() == 0) {
+        }
+        for (auto caller = callers_.begin(); caller != callers_.end();) {
+            sort_in(caller++);
+        }
         while (!whole_.empty()) {
             send_in();
         }
-        return result;
     }
 
 private:
@@ -240,10 +250,13 @@ private:
     std::vector<pollfd> watched_;
 };
 
-// Whoever comes now is refused at once.
-void close_door(vs_server& server) {
+// From the first step on nobody can connect any more, so that what has come in before the second is all.
+int open_and_close(vs_server& server) {
+    WaitingRoom room(server);
+    const int result = room.open_until_stop();
     unlink(std::exchange(server.socket_path, "").c_str());
-    server.listener = Descriptor();
+    room.send_in_the_last();
+    return result;
 }
 
 // A thread gives its place back as its last act, so all places together mean that no thread is left.
@@ -299,8 +312,8 @@ int vs_server_run(vs_server* server) {
     if (server == nullptr) {
         return -EINVAL;
     }
-    const int result = without_exceptions([&] { return WaitingRoom(*server).open_until_stop(); });
-    close_door(*server);
+    const int result = without_exceptions([&] { return open_and_close(*server); });
+    server->listener = Descriptor();
     wait_for_requests(*server);
     return result;
 }

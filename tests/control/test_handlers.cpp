@@ -14,6 +14,7 @@
 
 #include "bus_world.h"
 #include "config/nmconfig.h"
+#include "control/handlers/vs_reply.h"
 #include "result_codes.h"
 #include "stand_in.h"
 #include "utils/handles.h"
@@ -136,6 +137,39 @@ TEST_F(Handlers, JudgeTheirArguments) {
     }
 }
 
+/// Fails in the way that its argument names.
+nm::Answer misbehave(const Json::Value& arguments) {
+    const std::string way = arguments["way"].asString();
+    way == "memory" ? throw std::bad_alloc()
+    : way == "code" ? throw NM_ERR_LOCK
+    : way == "odd"  ? throw "words"
+                    : 0;
+    const std::string text(way == "length" ? std::string::npos : std::size_t{17} << 20, 'x');
+    return {way == "logic" ? Json::Value(5)["member"].asInt() : 0, text};
+}
+
+/// What a handler throws is answered, and so is an answer that the bus does not take.
+TEST_F(Handlers, AnswerWhateverHappensInside) {
+    vs_server* const server = vs_server_create("faulty");
+    const vs_method method = [](vs_io* io, int socket) {
+        return nm::serve(io, socket, {{"Faulty", nullptr, "way", "text", "", "API"}, misbehave});
+    };
+    ASSERT_EQ(vs_server_add_method(server, "fail", method), 0);
+    std::thread serving([server] { vs_server_run(server); });
+    const std::pair<std::string, std::string> cases[] = {{"logic", "-1012"},  {"memory", "-1023"},
+                                                         {"length", "-1011"}, {"code", "-1015"},
+                                                         {"odd", "-1011"},    {"long reply", "-1014"}};
+    for (int i = 0; i < 3; ++i) {
+        for (const auto& [way, answer] : cases) {
+            const std::string reply = call_bus("fail", quoted("{'way':'" + way + "'}"), "faulty");
+            EXPECT_THAT(reply, testing::HasSubstr("\"error\":" + answer + ",")) << way;
+        }
+    }
+    vs_server_stop(server);
+    serving.join();
+    vs_server_free(server);
+}
+
 // ---- Reports.
 
 bool conforms(const std::string& schema_name, const Json::Value& data) {
@@ -256,9 +290,11 @@ TEST_F(Documents, AreKeptOrPutBack) {
         EXPECT_EQ(slurp(path), "7") << method << ": nothing to put back";
         EXPECT_FALSE(fs::exists(current)) << method;
         put(path, quoted(good));
+        fs::permissions(path, fs::perms(0600));
         EXPECT_EQ(ask(method), "0 ") << method;
         const std::string kept = slurp(current);
         EXPECT_NE(kept, "") << method;
+        EXPECT_EQ(fs::status(current).permissions(), fs::perms(0600)) << method << ": a secret stays one";
         for (const std::string& broken : {bad, std::string("7")}) {
             if (broken.empty()) {
                 continue;
@@ -364,7 +400,7 @@ TEST_F(Documents, WhoseCopyIsLockedAreReported) {
     ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
     put(kStore + "segment.json", "{}");
     EXPECT_EQ(ask("Setup_segment"), "-1015 ");
-    EXPECT_FALSE(fs::exists(kRun + "segment.curr"));
+    EXPECT_EQ(slurp(kRun + "segment.curr"), "");
     EXPECT_EQ(slurp(kStore + "segment.json"), "{}");
 }
 

@@ -1,6 +1,7 @@
 // The service bus from both sides: whole calls, peers that misbehave, and what is left afterwards.
 #include <arpa/inet.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -200,9 +201,11 @@ TEST(Bus, BadCallersAreDroppedAndDelayNobody) {
 
 /// More idle callers than there are places, and a stop with one request in work, one cut and one to come.
 TEST(Bus, IdleCallersTakeUpNoPlaceAndAStopFinishesWhatRuns) {
+    const rlimit many{4096, 4096};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &many), 0);
     std::optional<Service> service(std::in_place);
     std::vector<FileDescriptor> idle;
-    for (int i = 0; i < 400; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         idle.push_back(raw_socket("unit.test", connect));
         send_raw(idle.back(), i % 2 == 0 ? "" : frame("ipsec.echo"));
     }
@@ -217,6 +220,24 @@ TEST(Bus, IdleCallersTakeUpNoPlaceAndAStopFinishesWhatRuns) {
     EXPECT_EQ(running.get(), "slow");
     stopped.get();
     EXPECT_TRUE(is_dropped(idle.back()));
+}
+
+/// Requests that stood in the queue when the stop came are answered; one that had not come whole is dropped.
+TEST(Bus, AStopLosesNoRequestThatHadComeInWhole) {
+    vs_server* const server = vs_server_create("unit.test");
+    ASSERT_EQ(vs_server_add_method(server, "ipsec.echo", echo), 0);
+    std::vector<FileDescriptor> callers;
+    for (int i = 0; i < 100; ++i) {  // more than there are places
+        callers.push_back(raw_socket("unit.test", connect));
+        send_raw(callers.back(), frame("ipsec.echo") + frame("text", i == 50 ? 1 : 0));
+    }
+    vs_server_stop(server);
+    EXPECT_EQ(vs_server_run(server), 0);
+    for (std::size_t i = 0; i < callers.size(); ++i) {
+        char answer[99] = "";
+        EXPECT_EQ(recv(callers[i].get(), answer, sizeof answer, MSG_DONTWAIT), i == 50 ? 0 : 8) << i;
+    }
+    vs_server_free(server);
 }
 
 TEST(Bus, OnlyRootIsServedAndBelieved) {

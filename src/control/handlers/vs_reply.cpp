@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "config/nmconfig.h"
 #include "control/setup_frame.h"
@@ -45,13 +46,16 @@ Json::Value envelope(int error, const std::string& version) {
     return reply;
 }
 
+/// One reply, whatever becomes of it: a caller that is gone gets none, one whose answer is too long for the
+/// bus or for the memory learns that much.
 void send_reply(Request& request, const Json::Value& reply) {
-    if (request.reply(reply)) {
+    const int ret = nm::shielded([&] { return request.reply(reply) ? NM_OK : NM_ERR_BUFFER; });
+    if (ret == NM_OK) {
         return;
     }
     NM_LOG(Error) << "vs_reply failed.";
-    // A caller that is gone gets neither; one whose answer is too long for the bus learns that much.
-    (void)request.reply(envelope(NM_ERR_BUFFER, reply["meta"]["version"].asString()));
+    const std::string version = reply["meta"]["version"].asString();
+    (void)nm::shielded([&] { return request.reply(envelope(ret, version)) ? NM_OK : ret; });
 }
 
 nm::Answer answer_request(const Request& request, const nm::Method& method) {
@@ -77,7 +81,7 @@ int answer_and_reply(Request& request, const nm::Method& method) {
     });
     Json::Value reply = envelope(answer.error, method.version);
     if (*method.facts.reply != '\0') {
-        reply["data"] = answer.data;
+        reply["data"] = std::move(answer.data);
     }
     send_reply(request, reply);
     return answer.error;
