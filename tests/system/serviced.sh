@@ -5,6 +5,7 @@ set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
 readonly SERVICE=networkmanagement ROUTES=/etc/networkmanagement/static_route.json
+readonly FIREWALL=/etc/networkmanagement/firewall.json RESTORE=/sbin/iptables-restore
 readonly CURRENT=/run/network/static_route.curr SOCKET=/run/vservice/$SERVICE.sock
 daemon=none
 
@@ -114,6 +115,14 @@ check_stop() {
     mv /usr/sbin/firewall.sh{.real,}
 }
 
+# A few hundred requests to each method, of every kind: each has its one reply, and nothing stays open.
+check_callers() {
+    start
+    check "every caller has a reply of its own" bus_storm each 200 "$daemon"
+    kill "$daemon"
+    ended "and the daemon outlives them"
+}
+
 # Killed in the middle of applies: stored document and copy are whole, and the next daemon goes on with them.
 check_kill() {
     local n caller wrong=0
@@ -136,6 +145,62 @@ check_kill() {
     wait "$daemon" || true
 }
 
+store_firewall() {
+    jq -n --arg address "$1" '{RULES: {SITE: [{ACTION: "DENY", DST_IP: $address}]}}' >"$scratch/firewall"
+    mv "$scratch/firewall" "$FIREWALL"
+}
+
+# What is in force and what is kept, as the addresses of the one rule each.
+firewall() {
+    echo "$(iptables-save -t mangle | sed -n 's|^-A FIREWALL -d \([0-9.]*\)/32.*|\1|p' | uniq)" \
+        "$(jq -r '.RULES.SITE[].DST_IP' "$FIREWALL" /run/network/firewall.curr | xargs)"
+}
+
+# pause_restore before|after|never: where loading a rule set stops for good.
+pause_restore() {
+    local pause='touch /run/paused; exec sleep 60'
+    local real='/usr/sbin/stock/iptables-restore "$@"'
+    local -A lines=([before]="$pause" [after]="$real; $pause" [never]="exec $real")
+    rm -f /run/paused
+    printf '#!/bin/sh\n%s\n' "${lines[$1]}" >"$RESTORE.new"
+    chmod 755 "$RESTORE.new"
+    mv "$RESTORE.new" "$RESTORE"
+}
+
+answers() {
+    [[ $(ask Get_lanif_list) == *'"error":0'* ]]
+}
+
+# Killed while a rule set is loaded: the rules are the old or the new ones, the documents whole, and the daemon that the
+# manager of services starts in its place brings all of them together again.
+check_kill_in_restore() {
+    local pause caller
+    local -A rules=([before]=10.0.0.1 [after]=10.0.0.2)
+    iptables -t mangle -N FIREWALL
+    install -D "$support_dir/../../scripts/lib/stock-netfilter" /usr/sbin/stock/iptables-restore
+    systemctl start nm-serviced
+    for pause in before after; do
+        eventually 20 answers
+        pause_restore never
+        store_firewall 10.0.0.1
+        ask Setup_firewall >/dev/null
+        store_firewall 10.0.0.2
+        pause_restore "$pause"
+        ask Setup_firewall >/dev/null &
+        caller=$!
+        eventually 20 test -e /run/paused
+        kill -KILL "$(pidof nm_serviced)"
+        wait "$caller" || true
+        same "killed $pause a rule set is in force" "${rules[$pause]} 10.0.0.2 10.0.0.1" "$(firewall)"
+        pause_restore never
+        [[ -d /run/systemd/system ]] || systemctl start nm-serviced  # the stand-in starts nothing again
+        check "the daemon is started again" eventually 20 answers
+        same "and applies the document" '"error":0' "$(ask Setup_firewall | grep -o '"error":0')"
+        same "which is in force and kept" "10.0.0.2 10.0.0.2 10.0.0.2" "$(firewall)"
+    done
+    systemctl stop nm-serviced
+}
+
 : >/run/network/.boot_fin
 echo '{"LAN_IFACE_INFO":{"lo":{}}}' >"$DEVICE_INFO"
 ip link add swdev1 up type veth peer name far
@@ -145,5 +210,7 @@ check_papers
 check_unit
 check_notification
 check_stop
+check_callers
 check_kill
+check_kill_in_restore
 finish
