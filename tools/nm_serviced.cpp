@@ -1,4 +1,5 @@
 // nm_serviced: serves the library's methods on the service bus until it has to stop.
+#include <malloc.h>
 #include <networkinterface.h>
 #include <service_notify.h>
 #include <signal.h>
@@ -109,7 +110,15 @@ private:
 
 // ---- Serving, and what is printed.
 
+/// A long request or reply goes back to the system when it is done. By default the allocator takes the first
+/// ones as a sign that more will come, and keeps that much for each thread from then on.
+void keep_memory_small() {
+    constexpr int kLongText = 128 << 10;
+    (void)mallopt(M_MMAP_THRESHOLD, kLongText);
+}
+
 int serve() {
+    keep_memory_small();
     running_server = vs_server_create(kService);
     if (running_server == nullptr) {
         return fail("cannot listen", errno);

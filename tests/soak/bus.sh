@@ -1,6 +1,6 @@
 #!/bin/bash
 # Requests to the service daemon by the minute and by the ten thousand: first queries and applies by many clients at
-# once, then each method with every kind of request, for which the commands of the packet filter do nothing, as the
+# once, then each method with every kind of request, for which the commands of packet filter and units do nothing, as the
 # daemon alone is looked at. Every reply is checked; the daemon may hold no more descriptors and hardly more memory than
 # after the first tenth, and no lock may stay taken. Takes half an hour, so it is no part of scripts/test.
 #
@@ -55,7 +55,7 @@ daemons+=("$daemon")
 eventually 20 test -S /run/vservice/networkmanagement.sock
 [[ $DURATION == 0 ]] || storm mixed "$DURATION" "$CLIENTS"
 make_documents 2
-for command in {,/usr}/sbin/{ip,ip6}tables{,-restore} {,/usr}/sbin/ipset /usr/sbin/firewall{,6}.sh; do
+for command in {,/usr}/sbin/{ip,ip6}tables{,-restore} {,/usr}/sbin/ipset /usr/sbin/firewall{,6}.sh /usr/bin/systemctl; do
     [[ ! -e $command ]] || ln -sf /usr/bin/true "$command"
 done
 [[ $COUNT == 0 ]] || storm each "$COUNT"
