@@ -76,9 +76,9 @@ vs_server* vs_server_create(const char* service);
 int vs_server_add_method(vs_server* server, const char* name, vs_method method);
 
 /* Serves until vs_server_stop, after which nobody can connect, and until the requests that had come in whole
- * are done, those of callers that were still in the queue as well. Callers that stall, break off or send garbage are dropped without a word and delay nobody; an
- * unknown method is answered {"error":-1,"data":"unknown method <name>"}. 0 after a stop, or a negative
- * errno. */
+ * are done, those of callers that were still in the queue as well. Callers that stall, break off or send
+ * garbage are dropped without a word and delay nobody; an unknown method is answered
+ * {"error":-1,"data":"unknown method <name>"}. 0 after a stop, or a negative errno. */
 int vs_server_run(vs_server* server);
 
 /* Ends vs_server_run, now or as soon as it begins. Any thread and any signal handler may call it. */
