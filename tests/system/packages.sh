@@ -1,0 +1,191 @@
+#!/bin/bash
+# What is installed on a bare root of Debian. The packages: used as README.md says, booted again, upgraded under traffic,
+# with a library of the appliance's own, purged. And the build, installed by README.md's own commands.
+#
+# usage: packages.sh          outside of the sandbox; it calls itself there, and again in each boot, with their names
+set -euo pipefail
+
+SOURCE_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
+readonly SOURCE_DIR BUILD=${NM_BUILD_DIR:-$SOURCE_DIR/build} PACKAGES=$SOURCE_DIR/build-package
+readonly CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/networkinterface-bare
+source "$SOURCE_DIR/tests/support/tap.sh"
+readonly SERVICES=(nm-base-rules nm-serviced ncaas dnsmasqmgr overlayd)
+readonly OURS=(networkinterface networkinterface-peers libnetworkinterface1 libvservice1 libvpppoe1 xt-vtarget-common)
+readonly DOCUMENT=/etc/networkmanagement/device_info.json
+readonly SECRET=c4n4ry-secret
+export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
+
+# ---- Outside.
+
+prepare() {
+    local why
+    check "the packages build" "$SOURCE_DIR/scripts/package"
+    why=$("$SOURCE_DIR/scripts/lib/bare-root" "$CACHE" "$PACKAGES" 2>&1) || {
+        skip "the bare root" "$(tail -n 1 <<<"$why")"
+        finish
+    }
+    # What the README has people run, with another place for the root.
+    rm -rf "$BUILD/results/installed"
+    grep -E '^    cmake --install' "$SOURCE_DIR/README.md" | while IFS= read -r line; do
+        (cd "$SOURCE_DIR" && DESTDIR=$BUILD/results/installed bash -c "$line") >/dev/null
+    done
+}
+
+run_in_sandbox() {
+    "$SOURCE_DIR/scripts/sandbox" --root "$CACHE/root" "$SOURCE_DIR/tests/system/packages.sh" "$1" || tap_failed=1
+}
+
+# ---- In the sandbox.
+
+# A machine that has been switched off and on: what is in memory is gone, and with it the network.
+boot() {
+    rm -rf /tmp/log_config
+    # shellcheck disable=SC2016  # the inner shell's own
+    unshare --net --mount bash -c 'mount -t sysfs sysfs /sys && mount -t tmpfs -o mode=755 run /run && exec "$@"' - \
+        "$SOURCE_DIR/scripts/lib/systemd-world" --whole "$0" "$1" || tap_failed=1
+}
+
+apt() {
+    apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null
+}
+
+states() {
+    systemctl is-active "$@" | sort | uniq -c | awk '{print $1, $2}' | paste -sd ' ' || true
+}
+
+pids() {
+    local unit
+    for unit in "$@"; do
+        echo "$unit $(systemctl show -p MainPID --value "$unit")"
+    done
+}
+
+# The document and the command of the README's first request.
+first_request() {
+    local section name line
+    section=$(sed -n '/^## A first request/,/^## /p' "$SOURCE_DIR/README.md")
+    name=$(grep -oE '^    nm_bin Setup_wanif .*' <<<"$section" | head -n 1)
+    ip link add swdev1 type veth peer name far
+    grep -E '^    \{"WAN_PORT"' <<<"$section" >"$DOCUMENT"
+    line=$(bash -c "$name" 2>&1) || true
+    same "$1: the README's first request" "0 NM_OK success, MTU 1400" "$line, MTU $(</sys/class/net/swdev1/mtu)"
+}
+
+all_run() {
+    [[ $(states "${SERVICES[@]}") == "${#SERVICES[@]} active" ]]
+}
+
+check_services() {
+    check "$1: the services run" eventually 20 all_run
+    same "$1: Debian's own units of the daemons stay off" "3 inactive" "$(states isc-dhcp-server isc-dhcp-relay radvd)"
+    same "$1: nothing has failed" "" "$(systemctl list-units --failed --plain --no-legend)"
+}
+
+# A LAN with a DHCP server, and a session whose kernel has no PPP: dialled again and again.
+start_traffic() {
+    ip link add lan0 up type veth peer name client
+    ip addr add 10.5.0.1/24 dev lan0
+    echo 'subnet 10.5.0.0 netmask 255.255.255.0 { range 10.5.0.10 10.5.0.20; }' >/etc/networkmanagement/dhcp/dhcpd_lan0.conf
+    systemctl start nm-dhcpd@lan0
+    "$BUILD/bin/pppoe_call" nm_add_pppoe_and_run swdev1 user <<<"$SECRET" >/dev/null
+    same "daemons of ports run" "3 active" "$(states nm-dhcpd@lan0 nm-pppoe@swdev1 dnsmasqmgr)"
+}
+
+first() {
+    local name packages=()
+    for name in "${OURS[@]}"; do
+        packages+=("$PACKAGES/${name}_"*.deb)
+    done
+    apt update
+    check "the packages install with what they depend on" apt install --no-install-recommends -y "${packages[@]}"
+    check_services "after the installation"
+    first_request "after the installation"
+    check "iptables knows the target" grep -q -- --set-xmark <(iptables -j VTARGET --help)
+    same "dhclient's profile takes what the package adds" 1 "$(grep -c networkinterface /etc/apparmor.d/local/sbin.dhclient)"
+}
+
+# The same packages under the next version.
+next_version() {
+    local name
+    for name in "${OURS[@]}"; do
+        dpkg-deb -R "$PACKAGES/${name}_"*.deb "$1/$name"
+        sed -i "s/(= $version)/(= $version.1)/; s/^Version: .*/&.1/" "$1/$name/DEBIAN/control"
+        dpkg-deb -Znone -b "$1/$name" "$1/$name.deb"
+    done >/dev/null
+}
+
+check_upgrade() {
+    local before documents daemon traffic=(nm-dhcpd@lan0 nm-pppoe@swdev1 dnsmasqmgr) rules
+    before=$(pids "${traffic[@]}") daemon=$(pids nm-serviced) documents=$(find /etc/networkmanagement /etc/vpppoe -type f -exec sha256sum {} +)
+    rules=$(iptables-save | grep -v '^#')
+    next_version "$1"
+    check "an upgrade" apt install --no-install-recommends -y "$1"/*.deb
+    same "keeps documents and credentials" "$documents" "$(find /etc/networkmanagement /etc/vpppoe -type f -exec sha256sum {} +)"
+    same "keeps the packet policy" "$rules" "$(iptables-save | grep -v '^#')"
+    same "stops nothing that carries traffic" "$before" "$(pids "${traffic[@]}")"
+    check "starts the service daemon anew" test "$daemon" != "$(pids nm-serviced)"
+    check_services "after the upgrade"
+}
+
+# A package of the appliance with its own library of the same soname.
+check_own_library() {
+    local tree=$1/own
+    mkdir -p "$tree/DEBIAN" "$tree/usr/lib/appliance" "$tree/etc/ld.so.conf.d"
+    cp -a /usr/lib/x86_64-linux-gnu/libvservice.so.1* "$tree/usr/lib/appliance"
+    echo /usr/lib/appliance >"$tree/etc/ld.so.conf.d/appliance.conf"
+    printf '%s\n' 'Package: appliance-bus' "Version: 7" 'Architecture: amd64' 'Maintainer: nobody <nobody@example.invalid>' \
+        "Provides: libvservice1 (= $version.1)" 'Conflicts: libvservice1' 'Replaces: libvservice1' \
+        'Description: the bus' >"$tree/DEBIAN/control"
+    echo activate-noawait ldconfig >"$tree/DEBIAN/triggers"
+    dpkg-deb -Znone -b "$tree" "$1/own.deb" >/dev/null
+    check "the appliance's own library takes the place of ours" apt install -y "$1/own.deb"
+    same "and the tools run on with it" "un /usr/lib/appliance/libvservice.so.1 ii" "$(dpkg-query -W -f '${db:Status-Abbrev}' libvservice1 2>/dev/null | tr -d ' ' || true
+        ) $(ldd /usr/bin/vsh | awk '/vservice/ {print $3}') $(dpkg-query -W -f '${db:Status-Abbrev}' networkinterface | tr -d ' ')"
+}
+
+check_purge() {
+    check "a purge" apt purge -y "${OURS[@]}" appliance-bus
+    same "ends the daemons" "" "$(pgrep -fa '^/usr/sbin/(dhcpd|dnsmasq|nm_|ncaas|overlayd)|pppoe/session' || true)"
+    same "leaves no secret" "" "$(grep -rlF "$SECRET" /etc /var /run /tmp /usr /root 2>/dev/null || true)"
+    same "leaves no file" "" "$(find / -xdev \( -path "$SOURCE_DIR" -o -path /var/cache -o -path /proc -o -path /sys -o -name nm-sandbox.target \) -prune -o \
+        \( -path '*network*management*' -o -path '*networkinterface*' -o -name '*vpppoe*' -o -name '*vservice*' \
+        -o -name 'nm-*' -o -name 'nm_*' -o -path '/run/network*' -o -path '/var/log/network*' -o -name '*VTARGET*' \) -print)"
+}
+
+second() {
+    local work version
+    work=$(mktemp -d)
+    version=$(dpkg-query -W -f '${Version}' networkinterface)
+    check_services "after a boot"
+    first_request "after a boot"
+    start_traffic
+    check_upgrade "$work"
+    check_own_library "$work"
+    rm -rf "$work"
+    check_purge
+}
+
+# The README's own lines, but for those that build, whose libraries come as packages here, and for AppArmor, which no
+# sandbox has.
+built() {
+    local line
+    printf 'APT::Get::Assume-Yes "true";\nAPT::Install-Recommends "false";\n' >/etc/apt/apt.conf.d/90README
+    apt update
+    apt install libjsoncpp25 libnl-route-3-200 libmnl0
+    cp -a "$BUILD/results/installed/." /
+    while IFS= read -r line; do
+        case $line in
+            *scripts/* | *cmake* | *apparmor*) ;;
+            *) check "from the build: $line" bash -c "$line" ;;
+        esac
+    done < <(sed -n '/^### From the build/,/^##* /s/^    //p' "$SOURCE_DIR/README.md")
+    check_services "from the build"
+    first_request "from the build"
+}
+
+case ${1:-} in
+    "") prepare && run_in_sandbox packages && run_in_sandbox build && finish ;;
+    packages) boot first && boot second && finish ;;
+    build) boot built && finish ;;
+    *) "$1" && finish ;;
+esac
