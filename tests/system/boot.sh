@@ -46,4 +46,7 @@ same "the base rules are laid once, at boot" "active 1" \
 ip link add swdev1 up type veth peer name far
 check "a link daemon is started as often as its port changes" restarts nm-mlmd@swdev1
 check "a DHCP client as well" restarts nm-dhclient@swdev1
+rm /usr/sbin/dlmd
+same "a daemon whose program is missing is reported, and not tried again" "refused not waiting" \
+    "$(systemctl start nm-dlmd@swdev1 2>/dev/null || echo refused) $([[ $(systemctl is-active nm-dlmd@swdev1) == activating ]] || echo not waiting)"
 finish

@@ -81,6 +81,22 @@ check_services() {
     same "$1: nothing has failed" "" "$(systemctl list-units --failed --plain --no-legend)"
 }
 
+# revives UNIT: it comes back each time that it is killed, in quick succession, too.
+revives() {
+    local n killed
+    for n in 1 2 3 4 5 6; do
+        killed=$(systemctl show -p MainPID --value "$1")
+        kill -KILL "$killed"
+        eventually 5 is_new "$1" "$killed" || { echo "not after kill $n" && return 1; }
+    done
+}
+
+is_new() {
+    local pid
+    pid=$(systemctl show -p MainPID --value "$1")
+    [[ $pid != 0 && $pid != "$2" ]] && systemctl -q is-active "$1"
+}
+
 # A LAN with a DHCP server, and a session whose kernel has no PPP: dialled again and again.
 start_traffic() {
     ip link add lan0 up type veth peer name client
@@ -158,6 +174,7 @@ second() {
     version=$(dpkg-query -W -f '${Version}' networkinterface)
     check_services "after a boot"
     first_request "after a boot"
+    check "a service that is killed six times is there again" revives ncaas
     start_traffic
     check_upgrade "$work"
     check_own_library "$work"
