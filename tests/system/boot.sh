@@ -1,6 +1,6 @@
 #!/bin/bash
 # What an appliance does when it boots: its directories are made, its units are sound, the packet policy has its
-# base, and daemons that ports start anew in quick succession are started each time.
+# base, daemons that ports start anew in quick succession are started each time, and a whole site comes up in order.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 
@@ -27,7 +27,8 @@ check "and it is logged" test -s "$MAIN_LOG"
 
 units=(/usr/lib/systemd/system/{nm-*,dnsmasqmgr,ncaas,overlayd}.service)
 check "the units are there" test "${#units[@]}" -gt 6
-same "systemd finds no fault in them" "" "$(systemd-analyze verify --man=no "${units[@]}" 2>&1)"
+same "systemd finds no fault in them" "" \
+    "$(systemd-analyze verify --man=no "${units[@]}" /usr/lib/systemd/system/networkinterface.target 2>&1)"
 
 # What systemd-analyze makes of how far each unit is shut in, in tenths at most.
 declare -rA LIMITS=([ncaas]=20 [overlayd]=20 [nm-base-rules]=30 [nm-dhcpd@]=30 [nm-dhcpd6@]=30 [nm-dhcrelay@]=30 [nm-radvd]=30 [dnsmasqmgr]=30)
@@ -49,4 +50,50 @@ check "a DHCP client as well" restarts nm-dhclient@swdev1
 rm /usr/sbin/dlmd
 same "a daemon whose program is missing is reported, and not tried again" "refused not waiting" \
     "$(systemctl start nm-dlmd@swdev1 2>/dev/null || echo refused) $([[ $(systemctl is-active nm-dlmd@swdev1) == activating ]] || echo not waiting)"
+[[ -d /run/systemd/system ]] || finish  # the stand-in knows no targets
+
+# The whole boot of a site. A port more has no device, and fails.
+source "$support_dir/../../scripts/lib/site"
+systemctl stop nm-base-rules
+ip link del swdev1
+rm -f /run/network/.boot_fin
+: >/run/network/.sandbox  # which went with the directories
+"$SITE_LIB/stock-netfilter" install
+site_plug && site_serve && site_store
+jq '.WAN_PORT.PORT9 = .WAN_PORT.PORT1 * {INTERFACE: "swdev9"}' "$SITE_LIB/site-documents/device_info.json" >"$DEVICE_INFO"
+
+# Which of the units the journal has seen begin, end and fail since the boot, each once.
+journal() {
+    journalctl -q -o cat --no-pager --since "@$begun" _PID=1 |
+        sed -nE 's/^(Starting|Started|Finished|Failed to start|Reached target) ((nm|ncaas|overlayd|networkinterface)[^ ]*) .*/\1 \2/p' |
+        grep -E 'base-rules|bringup|boot-finish|dhcpd@|Started (ncaas|overlayd)|target' | awk '!known[$0]++'
+}
+
+begun=$EPOCHREALTIME
+systemctl start ncaas overlayd dnsmasqmgr networkinterface.target || true
+order=$(journal)
+same "the bring-up begins when the base rules are laid and the peers serve" \
+    "Finished nm-base-rules.service,Started ncaas.service,Started overlayd.service" \
+    "$(sed '/Starting nm-bringup/,$d' <<<"$order" | grep -v Starting | sort | paste -sd,)"
+same "and the boot ends after it, whatever became of a port" "Starting nm-bringup.service
+Starting nm-dhcpd@swdev4.service
+Started nm-dhcpd@swdev4.service
+Failed to start nm-bringup.service
+Starting nm-boot-finish.service
+Finished nm-boot-finish.service
+Reached target networkinterface.target" "$(sed -n '/Starting nm-bringup/,$p' <<<"$order")"
+for condition in swdev1 swdev2 swdev1_ncsi swdev2_ncsi; do "$SITE_LIB/stock-netfilter" raise "$condition"; done
+same "the site works" "far5 asks the internet: one of both
+far6 asks what is steered to uplink 2: far2
+far6 asks what is closed: nothing
+far1 asks the forward: far5
+far6 reaches the branch: 1" "$(site_report | sed '1s/far[12]$/one of both/')"
+systemctl start nm-reboot nm-poweroff
+marks() {
+    find /run/network -name '.boot_fin' -o -name '.reboot' -o -name '.poweroff' | sort | xargs
+}
+same "the end of the boot is marked, and the way down" "/run/network/.boot_fin /run/network/.poweroff /run/network/.reboot" \
+    "$(marks)"
+systemd-tmpfiles --boot --remove networkinterface.conf
+same "the next boot begins without marks" "" "$(marks)"
 finish

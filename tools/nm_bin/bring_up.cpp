@@ -1,4 +1,4 @@
-// Bring-up as a person follows it: a line for each step while it runs, then what failed.
+// Bring-up as a person or a program follows it: a line for each step while it runs, then what failed.
 #include <networkinterface.h>
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "nm_bin/entries.h"
+#include "nm_bin/commands.h"
 
 namespace nm_bin {
 
@@ -23,6 +23,7 @@ struct Failure {
 };
 
 struct Progress {
+    bool as_json;
     bool visible = isatty(STDERR_FILENO) == 1;
     size_t steps = 0;
     std::vector<Failure> failures{};
@@ -31,30 +32,51 @@ struct Progress {
 /// Labels end as they do in the log, with a colon and a blank.
 std::string name_of(const bring_up_step& step) {
     const std::string label = step.label;
-    const std::string name = label.substr(0, label.rfind(": "));
-    return *step.key == '\0' ? name : name + " " + step.key;
+    return label.substr(0, label.rfind(": "));
 }
 
-void show(const bring_up_step* step, void* data) {
+double seconds_of(const bring_up_step& step) {
+    return static_cast<double>(step.microseconds) / kMicro;
+}
+
+std::string_view word_of(int code) {
+    return code < NM_OK ? describe_result(code).name : "ok";
+}
+
+void show_line(const std::string& what, const bring_up_step& step) {
+    std::cerr << std::left << std::setw(kNameWidth) << what << std::right << std::fixed
+              << std::setprecision(3) << std::setw(kTimeWidth) << seconds_of(step) << " s  "
+              << word_of(step.result) << "\n";
+}
+
+void show_object(const bring_up_step& step) {
+    Json::Value object;
+    object["step"] = name_of(step);
+    object["key"] = step.key;
+    object["code"] = step.result;
+    object["name"] = std::string(describe_result(step.result).name);
+    object["seconds"] = seconds_of(step);
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    writer["precision"] = 6;
+    std::cout << Json::writeString(writer, object) << std::endl;
+}
+
+void note_step(const bring_up_step* step, void* data) {
     auto& progress = *static_cast<Progress*>(data);
-    const std::string name = name_of(*step);
+    const std::string what = name_of(*step) + (*step->key == '\0' ? "" : " ") + step->key;
     ++progress.steps;
     if (step->result < NM_OK) {
-        progress.failures.push_back({name, step->result});
+        progress.failures.push_back({what, step->result});
     }
-    if (progress.visible) {
-        std::cerr << std::left << std::setw(kNameWidth) << name << std::right << std::fixed
-                  << std::setprecision(3) << std::setw(kTimeWidth)
-                  << static_cast<double>(step->microseconds) / kMicro << " s  "
-                  << (step->result < NM_OK ? describe_result(step->result).name : "ok") << "\n";
+    if (progress.as_json) {
+        show_object(*step);
+    } else if (progress.visible) {
+        show_line(what, *step);
     }
 }
 
-}  // namespace
-
-int bring_up(Arguments&) {
-    Progress progress;
-    const int code = setup_all_iface_by_config(0, show, &progress);
+void show_failures(const Progress& progress) {
     if (!progress.failures.empty()) {
         std::cerr << progress.failures.size() << " of " << progress.steps << " steps failed:\n";
     }
@@ -63,7 +85,20 @@ int bring_up(Arguments&) {
         std::cerr << "  " << failure.what << ": " << failure.code << " " << result.name << " "
                   << result.meaning << "\n";
     }
-    return code;
+}
+
+}  // namespace
+
+int bring_up(const Arguments& words, bool as_json) {
+    if (!words.empty()) {
+        return usage_error("setup_all_iface_by_config takes nothing");
+    }
+    Progress progress{as_json};
+    const int code = setup_all_iface_by_config(0, note_step, &progress);
+    if (!as_json) {
+        show_failures(progress);
+    }
+    return print_result(code, as_json);
 }
 
 }  // namespace nm_bin

@@ -10,6 +10,11 @@ namespace nm_bin {
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> all{
+        {"setup_all_iface_by_config", "", bring_up,
+         "bring the device up: add all that the stored documents hold"},
+        {"boot", "begin|finish", boot,
+         "what a boot does before the bring-up (the stored packet policy) and after it (routes, forwards, "
+         "names)"},
         {"migrate", "[--dry-run] [DOCUMENT]...", migrate,
          "bring stored documents to the current format, and repair broken ones; --dry-run only says what it "
          "would do"},

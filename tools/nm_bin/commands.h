@@ -36,6 +36,13 @@ int usage_error(const std::string& message);
 /// Prints the result code of an entry, as a line or as a JSON object; the exit status that goes with it.
 int print_result(int code, bool as_json);
 
+/// Brings the device up. Each step is shown as it ends, on standard error if that is a terminal, as JSON on
+/// standard output; failures are shown in any case.
+int bring_up(const Arguments& words, bool as_json);
+
+/// The steps of a boot before ("begin") and after ("finish") the bring-up.
+int boot(const Arguments& words, bool as_json);
+
 int migrate(const Arguments& words, bool as_json);
 int show_changes(const Arguments& words, bool as_json);
 int show_diff(const Arguments& words, bool as_json);

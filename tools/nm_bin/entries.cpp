@@ -35,8 +35,6 @@ int show_dhcp_clients(Arguments& words) {
 }
 
 constexpr std::array kEntries{
-    Entry{"setup_all_iface_by_config", "", bring_up,
-          "bring the device up: add all that the stored documents hold"},
     Entry{"Setup_wanif", "REQUEST", run_with_text<Setup_wanif>,
           "add, delete or alter WAN ports (MTU, QoS, TCP buffers)"},
     Entry{"Setup_waninfo", "REQUEST", run_with_text<Setup_waninfo>,

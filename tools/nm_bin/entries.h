@@ -28,9 +28,6 @@ const Entry* find_entry(const std::string& name);
 /// (@FILE, -). Empty, or what is wrong.
 std::string take_arguments(const Entry& entry, Arguments& words);
 
-/// Brings the device up; the steps are shown on standard error if that is a terminal, failures in any case.
-int bring_up(Arguments& words);
-
 /// Applies the document at the first path in place of the one at the second, where it then lies with what the
 /// apply has noted in it. Without that file nothing has been applied before.
 int apply_firewall_document(Arguments& words);

@@ -1,0 +1,142 @@
+// What a boot does beside the bring-up itself: the stored packet policy before the first port is up, and what
+// has to wait until all ports are up.
+#include <networkinterface.h>
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "nm_bin/commands.h"
+
+namespace nm_bin {
+
+namespace {
+
+constexpr const char* kBooted = "/var/run/network/.boot_fin";
+
+/// A stored document, the copy of what is in force, and what puts the one in the place of the other.
+struct Document {
+    std::string path;
+    std::string current;
+    int (*apply)(Arguments& words);
+};
+
+/// Bits of the firewall's document that are modules and rules of their own.
+struct Switch {
+    const char* key;
+    int (*set_up)(uint32_t bits);
+};
+constexpr Switch kSwitches[] = {{"ALG", setup_alg}, {"ATTACK_DEFENSE", setup_attack_defense}};
+
+int apply_switches(Arguments& words) {
+    Json::Value document;
+    const int code = json_file_to_mem(words[0], document);
+    if (code < 0 || !document.isObject()) {
+        return code < 0 ? code : NM_ERR_BAD_FORMAT;
+    }
+    for (const Switch& row : kSwitches) {
+        if (document[row.key].isString()) {
+            // Logged; the rules are worth having without it.
+            (void)row.set_up(static_cast<uint32_t>(strtoul(document[row.key].asCString(), nullptr, 0)));
+        }
+    }
+    return NM_OK;
+}
+
+int apply_forwards(Arguments&) {
+    return reload_dnat(kDeviceInfoPath);
+}
+
+const std::vector<Document>& filters() {
+    static const std::vector<Document> all{
+        {"/etc/networkmanagement/segment.json", "/var/run/network/segment.curr", apply_segment_document},
+        {"/etc/networkmanagement/firewall.json", "", apply_switches},
+        {"/etc/networkmanagement/firewall.json", "/var/run/network/firewall.curr", apply_firewall_document},
+        {"/etc/networkmanagement/policy.json", "/var/run/network/policy.curr", apply_policy_document},
+    };
+    return all;
+}
+
+const std::vector<Document>& routes() {
+    static const std::vector<Document> all{
+        {"/etc/networkmanagement/static_route.json", "/var/run/network/static_route.curr",
+         apply_static_route_document},
+        {"/etc/networkmanagement/static_route6.json", "/var/run/network/static_route6.json",
+         apply_static_route6_document},
+        {"/etc/networkmanagement/firewall.json", "", apply_forwards},
+    };
+    return all;
+}
+
+/// Keeps the first failure of several steps, and says which it was.
+void keep_first(int& first, int code, const std::string& what) {
+    if (code >= NM_OK) {
+        return;
+    }
+    const ResultCode result = describe_result(code);
+    std::cerr << "nm_bin: " << what << ": " << code << " " << result.name << " " << result.meaning << "\n";
+    first = first == NM_OK ? code : first;
+}
+
+/// A device that has no such document has nothing to apply.
+int apply_stored(const std::vector<Document>& documents) {
+    int first = NM_OK;
+    for (const Document& document : documents) {
+        Arguments words{document.path, document.current};
+        if (is_file_exists(document.path)) {
+            keep_first(first, document.apply(words), document.path);
+        }
+    }
+    return first;
+}
+
+/// Host names of an earlier boot, which each bring-up would add once more.
+void forget_host_names() {
+    Json::Value device;
+    if (json_file_to_mem(kDeviceInfoPath, device) != NM_OK || !device.isObject()) {
+        return;
+    }
+    for (const char* section :
+         {"WAN_IFACE_INFO", "PRIVATE_IFACE_INFO", "RGLINK_IFACE_INFO", "LAN_IFACE_INFO"}) {
+        const Json::Value& interfaces = device[section];
+        for (auto entry = interfaces.begin(); entry != interfaces.end(); ++entry) {
+            for (const std::string& ifname : {entry.name(), "ppp-" + entry.name()}) {
+                (void)del_hosts(ifname, AF_INET);  // logged; a name too many harms nobody
+                (void)del_hosts(ifname, AF_INET6);
+            }
+        }
+    }
+}
+
+int begin() {
+    forget_host_names();
+    return apply_stored(filters());
+}
+
+/// The device counts as booted whatever failed before: those who wait for the mark would wait for ever.
+int finish() {
+    int first = apply_stored(routes());
+    Json::Value device;
+    if (json_file_to_mem(kDeviceInfoPath, device) == NM_OK && !device["SERVICES"].empty()) {
+        keep_first(first, bootup_dns(), "name servers");
+    }
+    keep_first(first, writeValue(kBooted, "", false), kBooted);
+    restart_dnsmasq();
+    (void)setup_site_to_site_load_balance(kDeviceInfoPath);  // logged, as after any change of uplinks
+    (void)setup_lan_to_wan_load_balance(kDeviceInfoPath);
+    return first;
+}
+
+}  // namespace
+
+int boot(const Arguments& words, bool as_json) {
+    if (words.size() != 1 || (words[0] != "begin" && words[0] != "finish")) {
+        return usage_error("boot takes begin|finish");
+    }
+    INITIALIZE_LOG("MAIN");
+    return print_result(words[0] == "begin" ? begin() : finish(), as_json);
+}
+
+}  // namespace nm_bin
