@@ -13,6 +13,7 @@
 #include "config/peer_updates.h"
 #include "config/port_lookup.h"
 #include "config/schema.h"
+#include "config/service_ports.h"
 #include "config/tcp_window.h"
 #include "control/bring_up.h"
 #include "control/edge_entries.h"

@@ -27,13 +27,8 @@ const char* word_of(Kind kind) {
         ->word;
 }
 
-/// A reference token: "~" and "/" of a name are escaped.
 std::string token(const std::string& name) {
-    std::string escaped = "/";
-    for (const char c : name) {
-        escaped += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
-    }
-    return escaped;
+    return "/" + nm::json_pointer_token(name);
 }
 
 std::string token(Json::ArrayIndex index) {

@@ -83,4 +83,12 @@ bool json_integer(const Json::Value& value, const std::string& key, int fallback
     return true;
 }
 
+std::string json_pointer_token(const std::string& name) {
+    std::string token;
+    for (const char c : name) {
+        token += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
+    }
+    return token;
+}
+
 }  // namespace nm

@@ -42,4 +42,7 @@ std::string json_string_or(const Json::Value& value, const std::string& key, con
 /// is not an object or the member is not an integer.
 bool json_integer(const Json::Value& value, const std::string& key, int fallback, int& number);
 
+/// A member's name as it stands in a JSON pointer (RFC 6901): "~" and "/" escaped.
+std::string json_pointer_token(const std::string& name);
+
 }  // namespace nm

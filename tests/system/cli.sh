@@ -73,6 +73,21 @@ check_documents() {
 1 added, 0 removed, 1 changed\[]' nm_bin diff "$SOME" "$scratch/other"
 }
 
+check_services() {
+    misused nm_bin service
+    misused nm_bin service add Camera TCP
+    runs "a service" '0 0 NM_OK success\[]' nm_bin service add Camera tcp 554,8554-8558
+    runs "two clashes" '1 -1045 .*\[.*taken by "SSH Service" \(All 22\).*there is a service "Camera"]' \
+        nm_bin service add camera TCP 22
+    runs "its port" '0 Camera +TCP +554, 8554~8558\[]' nm_bin service find 8555
+    same "for machines" '["Camera",false]' \
+        "$(nm_bin --json service list | jq -c '.[-1] | [.service, .predefined]')"
+    echo '{"RULES":{"SITE":[{"SRC_SERVICE":"Camera"},{"DST_SERVICE":"none"}]}}' >"${STORED%/*}/policy.json"
+    runs "what rules name" '1 policy /RULES/SITE/0/SRC_SERVICE Camera
+policy /RULES/SITE/1/DST_SERVICE none \(not known\)\[]' nm_bin service uses
+    runs "a service in use" '1 -1045 .*names it at /RULES/SITE/0/SRC_SERVICE]' nm_bin service delete CAMERA
+}
+
 # completes EXPECTED WORD...: what the last word is completed to.
 completes() {
     local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
@@ -107,6 +122,7 @@ check_vsh() {
 
 check_nm_bin
 check_documents
+check_services
 check_completion
 check_vsh
 for page in man8/nm_bin.8 man1/vsh.1; do

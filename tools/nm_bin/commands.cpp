@@ -19,6 +19,9 @@ const std::vector<Command>& commands() {
          "bring stored documents to the current format, and repair broken ones; --dry-run only says what it "
          "would do"},
         {"changes", "[DOCUMENT]", show_changes, "show what migrations have changed in stored documents"},
+        {"service", "list|uses|find PORTS [PROTOCOL]|add|change NAME PROTOCOL PORTS [REMARK]|delete NAME",
+         manage_services,
+         "show or edit the names of service ports that rules may use, or show where they do"},
         {"diff", "OLD NEW", show_diff, "show what differs between two documents"},
     };
     return all;

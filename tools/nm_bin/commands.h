@@ -45,6 +45,7 @@ int boot(const Arguments& words, bool as_json);
 
 int migrate(const Arguments& words, bool as_json);
 int show_changes(const Arguments& words, bool as_json);
+int manage_services(const Arguments& words, bool as_json);
 int show_diff(const Arguments& words, bool as_json);
 
 }  // namespace nm_bin

@@ -10,6 +10,7 @@
 #include "config/port_lookup.h"
 #include "kernel/marks.h"
 #include "log.h"
+#include "policy/common/named_services.h"
 #include "policy/common/restore_script.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
@@ -343,6 +344,47 @@ int apply(const Json::Value& old_rules, Json::Value& rules, std::string& error, 
     return ret != NM_OK ? ret : load_reply_marks(path, rules, device, error);
 }
 
+/// The list with the ports of the services that its forwards name; nothing if one of them is not known.
+std::optional<Json::Value> with_ports(const Json::Value& rules, std::string& error) {
+    nm::NamedServices services;
+    Json::Value plain = rules;
+    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        const std::optional<Json::Value> forward = nm::with_forward_ports(rules[i], services);
+        if (!forward) {
+            error = rule_failed(kNatChain, i);
+            NM_LOG(Error) << error;
+            return std::nullopt;
+        }
+        plain[i] = *forward;
+    }
+    return plain;
+}
+
+/// The caller stores what he gave: names of services, not their ports, with what an apply notes in an entry.
+void take_notes(const Json::Value& applied, Json::Value& rules) {
+    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        for (const char* note : {"IPSET_NAME", "ACTION"}) {
+            if (rules[i].isObject() && applied[i].isMember(note)) {
+                rules[i][note] = applied[i][note];
+            }
+        }
+    }
+}
+
+int apply_named(const Json::Value& old_rules, Json::Value& rules, std::string& error,
+                const std::string& path) {
+    if (!rules.isArray() || std::none_of(rules.begin(), rules.end(), nm::names_service)) {
+        return apply(old_rules, rules, error, path);
+    }
+    std::optional<Json::Value> plain = with_ports(rules, error);
+    if (!plain) {
+        return NM_ERR_SERVICE;
+    }
+    const int ret = apply(old_rules, *plain, error, path);
+    take_notes(*plain, rules);
+    return ret;
+}
+
 }  // namespace
 
 dnat_rule::dnat_rule() : type(0), enabled(0) {
@@ -416,7 +458,7 @@ int exec_iptables_restore(const char* script, Json::Value& rules, std::string ch
 
 int setup_dnat(Json::Value& old_rules, Json::Value& new_rules, std::string& error, std::string path) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(apply(old_rules, new_rules, error, path));
+    return NM_EXIT(apply_named(old_rules, new_rules, error, path));
 }
 
 int reload_dnat(std::string path) {

@@ -36,11 +36,12 @@ struct dnat_rule {
     std::string ipset_name;
 };
 
-/// Replaces the forwards. `old_rules` tells which sets exist; `new_rules` is given the names of its sets, and
-/// an entry of an unknown `TYPE` is disabled in it. `path` is the device document. `error` says which rule
-/// was refused; a refused remote address fails nothing, and its rule admits nobody. 0; the code of reading
-/// `path` or the uplinks; NM_ERR_BAD_FORMAT for what is not an array, for more than 100 entries, and for
-/// entries that clash; NM_ERR_SERVICE for rules that cannot be loaded.
+/// Replaces the forwards. One that names a service of the registry as `WAN_SERVICE` and has no WAN ports gets
+/// the service's; the list keeps the name. `old_rules` tells which sets exist; `new_rules` is given the names
+/// of its sets, and an entry of an unknown `TYPE` is disabled in it. `path` is the device document. `error`
+/// says which rule was refused; a refused remote address fails nothing, and its rule admits nobody. 0; the
+/// code of reading `path` or the uplinks; NM_ERR_BAD_FORMAT for what is not an array, for more than 100
+/// entries, and for entries that clash; NM_ERR_SERVICE for rules that cannot be loaded.
 int setup_dnat(Json::Value& old_rules, Json::Value& new_rules, std::string& error, std::string path);
 
 /// setup_dnat() with the stored list, whose sets exist. 0, also without a list.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "config/port_lookup.h"
+#include "config/service_ports.h"
 #include "kernel/marks.h"
 #include "kernel/vlan.h"
 #include "log.h"
@@ -16,9 +17,19 @@
 
 namespace {
 
-constexpr const char* kTextMembers[] = {"SRC_IP",       "SRC_PORT", "SRC_VLAN", "SRC_LAN",
-                                        "SRC_SEG",      "DST_IP",   "DST_PORT", "PROTOCOL",
-                                        "DST_HOSTNAME", "DST_SEG",  "CLIENT_OS"};
+constexpr const char* kTextMembers[] = {"SRC_IP",
+                                        "SRC_PORT",
+                                        "SRC_VLAN",
+                                        "SRC_LAN",
+                                        "SRC_SEG",
+                                        "DST_IP",
+                                        "DST_PORT",
+                                        "PROTOCOL",
+                                        "DST_HOSTNAME",
+                                        "DST_SEG",
+                                        "CLIENT_OS",
+                                        nm::kSourceService,
+                                        nm::kDestinationService};
 
 std::string text_of(const Json::Value& rule, const char* key) {
     const Json::Value& member = nm::json_member(rule, key);

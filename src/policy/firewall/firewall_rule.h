@@ -35,8 +35,9 @@ struct firewall_rule {
 /// Reads `rule` into `out`; `device` is the device document, in which `SRC_VLAN` and `SRC_LAN` are looked up.
 /// What the rule sets follows from how `chain` begins: FIREWALL: the verdict of `ACTION` (ALLOW, DENY);
 /// POLICY: the class `GROUP`, a JSON integer; STEER: the port number in `INTERFACE`, 1 to 15, of a rule whose
-/// `STEERING` is DIRECT. Numbers and booleans count as their text; what is not an object counts as a rule
-/// without members.
+/// `STEERING` is DIRECT. Services that `SRC_SERVICE` and `DST_SERVICE` name are not read here: whoever writes
+/// the rule has put their ports in place (policy/common/named_services.h). Numbers and booleans count as
+/// their text; what is not an object counts as a rule without members.
 void firewall_jsontostruct(const Json::Value& rule, const Json::Value& device, const char* chain,
                            firewall_rule* out);
 

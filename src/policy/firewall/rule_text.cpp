@@ -167,6 +167,14 @@ std::optional<std::string> RuleWriter::write(const Json::Value& rule, const std:
     if (!has_readable_members(rule)) {
         return std::nullopt;
     }
+    if (!names_service(rule)) {
+        return write_with_ports(rule, chain);
+    }
+    const std::optional<Json::Value> plain = with_service_ports(rule, services);
+    return plain ? write_with_ports(*plain, chain) : std::nullopt;
+}
+
+std::optional<std::string> RuleWriter::write_with_ports(const Json::Value& rule, const std::string& chain) {
     firewall_rule parsed;
     firewall_jsontostruct(rule, device, chain.c_str(), &parsed);
     if (!is_split(parsed)) {

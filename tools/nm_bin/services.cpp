@@ -1,0 +1,141 @@
+// The registry of service ports.
+#include <json/writer.h>
+#include <networkinterface.h>
+
+#include <algorithm>
+#include <array>
+#include <iomanip>
+#include <iostream>
+
+#include "nm_bin/commands.h"
+
+namespace nm_bin {
+
+namespace {
+
+using Faults = std::vector<std::string>;
+
+/// Prints all that is wrong, and the result.
+int conclude(int code, const Faults& faults, bool as_json) {
+    for (const std::string& fault : faults) {
+        std::cerr << "nm_bin: " << fault << "\n";
+    }
+    return print_result(code, as_json);
+}
+
+/// NAME PROTOCOL PORTS [REMARK] from the word `first` on.
+service_port service_of(const Arguments& words, size_t first) {
+    return {words[first], words[first + 1], words[first + 2],
+            words.size() > first + 3 ? words[first + 3] : "", ""};
+}
+
+void print_row(const std::string& name, const std::string& protocol, const std::string& ports,
+               const std::string& remark) {
+    std::cout << std::left << std::setw(24) << name << " " << std::setw(8) << protocol << " "
+              << (remark.empty() ? std::setw(0) : std::setw(16)) << ports << (remark.empty() ? "" : " ")
+              << remark << "\n";
+}
+
+void print_json(const Json::Value& value) {
+    std::cout << Json::writeString(Json::StreamWriterBuilder(), value) << "\n";
+}
+
+int list(const Arguments&, bool as_json) {
+    Json::Value rows;
+    const int code = list_service_ports(rows);
+    if (code < 0) {
+        return print_result(code, as_json);
+    }
+    if (as_json) {
+        print_json(rows);
+        return kExitOk;
+    }
+    for (const Json::Value& row : rows) {
+        const auto text = [&row](const char* key) { return row.get(key, "").asString(); };
+        print_row(text("service"), text("protocol"), text("ports"), text("remark"));
+    }
+    return kExitOk;
+}
+
+int find(const Arguments& words, bool as_json) {
+    std::vector<service_port> found;
+    const int code = find_services_of_ports(words[1], words.size() > 2 ? words[2] : "All", found);
+    if (code < 0) {
+        return print_result(code, as_json);
+    }
+    Json::Value rows(Json::arrayValue);
+    for (const service_port& service : found) {
+        Json::Value& row = rows.append(Json::objectValue);
+        row["service"] = service.service;
+        row["protocol"] = service.protocol;
+        row["ports"] = service.ports;
+        as_json ? void() : print_row(service.service, service.protocol, service.ports, service.remark);
+    }
+    as_json ? print_json(rows) : void();
+    return found.empty() ? kExitFailed : kExitOk;
+}
+
+int add(const Arguments& words, bool as_json) {
+    Faults faults;
+    const int code = add_service_port(service_of(words, 1), faults);
+    return conclude(code, faults, as_json);
+}
+
+int change(const Arguments& words, bool as_json) {
+    Faults faults;
+    const int code = change_service_port(words[1], service_of(words, 1), faults);
+    return conclude(code, faults, as_json);
+}
+
+int remove(const Arguments& words, bool as_json) {
+    Faults faults;
+    const int code = delete_service_port(words[1], faults);
+    return conclude(code, faults, as_json);
+}
+
+/// The services that rules name; 1 if one of them is not known.
+int uses(const Arguments&, bool as_json) {
+    Json::Value rows;
+    const int code = list_service_references(rows);
+    if (code < 0) {
+        return print_result(code, as_json);
+    }
+    bool all_known = true;
+    for (const Json::Value& row : rows) {
+        const bool known = row["known"].asBool();
+        all_known = all_known && known;
+        if (!as_json) {
+            std::cout << row["document"].asString() << " " << row["pointer"].asString() << " "
+                      << row["service"].asString() << (known ? "" : " (not known)") << "\n";
+        }
+    }
+    as_json ? print_json(rows) : void();
+    return all_known ? kExitOk : kExitFailed;
+}
+
+/// A verb, how many words may stand behind it, and its work.
+struct Verb {
+    std::string_view name;
+    size_t least;
+    size_t most;
+    int (*run)(const Arguments& words, bool as_json);
+};
+constexpr std::array kVerbs{Verb{"list", 0, 0, list},     Verb{"find", 1, 2, find},
+                            Verb{"uses", 0, 0, uses},     Verb{"add", 3, 4, add},
+                            Verb{"change", 3, 4, change}, Verb{"delete", 1, 1, remove}};
+
+}  // namespace
+
+int manage_services(const Arguments& words, bool as_json) {
+    const auto* const verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&words](const Verb& row) {
+        return !words.empty() && row.name == words[0] && words.size() > row.least &&
+               words.size() <= row.most + 1;
+    });
+    if (verb == kVerbs.end()) {
+        return usage_error("service takes list, find, uses, add, change or delete, and their words");
+    }
+    INITIALIZE_LOG("MAIN");
+    return verb->run(words, as_json);
+}
+
+}  // namespace nm_bin
