@@ -57,6 +57,10 @@ cd - >/dev/null
 same "installed files do not name the build machine's directories" "" \
     "$(grep -rlF -e "$source_dir" -e "$BUILD" /opt/stage || true)"
 
+programs=$(find /opt/stage/sbin /opt/stage/bin -type f -printf '%f\n' | paste -sd '|')
+same "units, hooks and profiles name what is installed by its prefix" "" \
+    "$(grep -rnE "/usr/(s?bin/($programs)([^a-z_-]|\$)|lib/networkmanagement)" "$source_dir"/platform/{units,apparmor,vpppoe/{session,link-event,*.service},peers/*.service} || true)"
+
 mapfile -t handlers < <("$BUILD/bin/nm_serviced" --methods | sed -n 's/^| `\([A-Za-z0-9_]*\)`.*/\1/p')
 same "the names with C linkage are the entries and the handlers" \
     "$(printf '%s\n' "${ENTRIES[@]}" "${handlers[@]}" | sort | xargs)" \
