@@ -9,7 +9,7 @@ SOURCE_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 readonly SOURCE_DIR BUILD=${NM_BUILD_DIR:-$SOURCE_DIR/build} PACKAGES=$SOURCE_DIR/build-package
 readonly CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/networkinterface-bare
 source "$SOURCE_DIR/tests/support/tap.sh"
-readonly SERVICES=(nm-base-rules nm-serviced ncaas dnsmasqmgr overlayd)
+readonly SERVICES=(networkinterface.target nm-base-rules nm-boot-finish nm-serviced ncaas dnsmasqmgr overlayd)
 readonly OURS=(networkinterface networkinterface-peers libnetworkinterface1 libvservice1 libvpppoe1 xt-vtarget-common)
 readonly DOCUMENT=/etc/networkmanagement/device_info.json
 readonly SECRET=c4n4ry-secret
