@@ -130,6 +130,11 @@ TEST_F(Handlers, JudgeTheirArguments) {
         {"GetLanPortInfo", "{'path':'/dev/zero'}", "-1020 null"},
         {"Get_available_lan_info", "{'path':'/tmp/odd/pipe.json'}", "-1020 null"}};
     fs::create_directories("/tmp/odd");
+    for (const std::string type :
+         {"device_info", "hw_port_info", "dhcp_service", "firewall", "policy", "segment", "site", "qos",
+          "static_route", "static_route6", "servicePort", "system_svc_mgmt"}) {
+        EXPECT_THAT(ask("Get_default_config", "{'type':'" + type + "'}"), testing::StartsWith("0 {")) << type;
+    }
     fs::remove("/usr/lib/networkmanagement/etc/default_config/site.json");
     ASSERT_EQ(mkfifo("/tmp/odd/pipe.json", 0600), 0);
     for (const auto& [method, request, answer] : cases) {
@@ -168,6 +173,49 @@ TEST_F(Handlers, AnswerWhateverHappensInside) {
     vs_server_stop(server);
     serving.join();
     vs_server_free(server);
+}
+
+/// Tunnels and balancing: the ports of its own kind alone, and the answer of the service that has the last
+/// word.
+TEST_F(Handlers, ActOnTheirOwnKindOfPort) {
+    Json::Value document;
+    for (const std::string kind : {"WAN", "PRIVATE", "RGLINK"}) {
+        const std::string ifname = "of_" + kind;
+        document[kind + "_PORT"]["PORT3"] =
+            json("{'PRIO':'1','TX_RATE':'1000','INTERFACE':'" + ifname + "'}");
+        document[kind + "_IFACE_INFO"][ifname] = json("{'ID':'3','IP4_TYPE':'STATIC','IP4_ADDR':'10.3.0.1'}");
+    }
+    put(kDeviceInfoPath, nm::write_compact_json(document));
+    const StandIn dpi("/usr/sbin/network-dpi.sh"), units("/usr/bin/systemctl"), restore(kRestore),
+        restore6("/sbin/ip6tables-restore");
+    const FakeService ncaas("ncaas", {{"get_devid", R"({"error":0,"data":1})"}});
+    const std::string fine = R"({"error":0,"data":{"error":0}})";
+    const FakeService tunnels(
+        "VelanWsd.service",
+        {{"Setup_TUN", fine}, {"Setup_TUN6", fine}, {"Setup_PRIVATE", fine}, {"Setup_RGLINK", fine}});
+    const auto expect = [](const std::string& method, const std::string& request, const std::string& answer,
+                           const std::string& pattern) {
+        FakeService::take_calls();
+        EXPECT_EQ(ask(method, request), answer) << method << request;
+        std::string text;
+        for (const std::string& call : FakeService::take_calls()) {
+            text += call.rfind("ncaas", 0) == 0 ? "" : call + " ";
+        }
+        EXPECT_THAT(text, testing::ContainsRegex(pattern)) << method << request;
+    };
+    expect("Edit_tunnels", "{'op':'1'}", "0", "^[^ ]*Setup_TUN .*of_WAN.*\"op\":\"0\".*ENABLE");
+    expect("Edit_private_tunnels", "{'op':2}", "0",
+           "^[^ ]*Setup_PRIVATE .*of_PRIVATE.*\"op\":\"1\".*DISABLE");
+    expect("Edit_rglink_tunnels", "{'op':1}", "0", "^[^ ]*Setup_RGLINK .*of_RGLINK.*\"op\":\"0\".*ENABLE");
+    expect("Edit_rglink_tunnels", "{'op':'x'}", "0", "^$");
+    for (const std::string answer : {"0", "-1605"}) {
+        const FakeService service("VelanWmd",
+                                  {{"Reload_condition", R"({"error":0,"data":{"error":)" + answer + "}}"}});
+        expect("Setup_lan_to_wan_load_balance", "", answer,
+               "-F WANLB .*of_WAN_ncsi .*VelanWmd.Reload_condition");
+        expect("Setup_site_to_site_load_balance", "", answer,
+               "-F S2SLB .*of_PRIVATE .*VelanWmd.Reload_condition");
+    }
 }
 
 // ---- Reports.
@@ -310,6 +358,9 @@ TEST_F(Documents, AreKeptOrPutBack) {
         put(path, quoted(good));
         EXPECT_EQ(ask(method), "0 ") << method << ": a copy that cannot be read counts as none";
         EXPECT_EQ(slurp(current), kept) << method;
+        put(path,
+            slurp("/usr/lib/networkmanagement/etc/default_config/" + fs::path(path).filename().string()));
+        EXPECT_EQ(ask(method), "0 ") << method << ": the default document";
     }
 }
 
@@ -330,9 +381,11 @@ TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
     } steps[] = {
         {with_rule("10.0.0.1", forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.", "10.0.0.1", ""},
         {with_rule("10.0.0.2", forward("10.0.0.8")), "0 ", "10.0.0.2", "10.0.0.8"},
-        {with_rule("10.0.0.3", forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.", "10.0.0.3",
-         "10.0.0.8"},
-        {with_rule("10.6.6.6", ""), "-1011 FIREWALL SITE rule1 failed.", "10.0.0.3", "10.0.0.8"}};
+        {with_rule("10.0.0.3", ",'ALG':'0'" + forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.",
+         "10.0.0.3", "10.0.0.8"},
+        {with_rule("10.6.6.6", ",'ALG':'0xffff'"), "-1011 FIREWALL SITE rule1 failed.", "10.0.0.3",
+         "10.0.0.8"}};
+    const StandIn modprobe("/usr/sbin/modprobe");
     for (const auto& [document, answer, rule, lan] : steps) {
         put(firewall, document);
         EXPECT_EQ(ask("Setup_firewall").substr(0, answer.size()), answer) << document;
@@ -342,6 +395,20 @@ TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
         EXPECT_EQ(kept["PORT_FORWARDING"][0]["LAN_IP"].asString(), lan) << document;
         EXPECT_EQ(kept.isMember("PORT_FORWARDING"), !lan.empty()) << document;
     }
+    std::string helpers;
+    for (const std::string& line : FakeService::take_calls()) {
+        helpers += line.rfind("modprobe", 0) != 0 ? "" : line.find("<-r>") != std::string::npos ? "-" : "+";
+    }
+    EXPECT_THAT(helpers, testing::MatchesRegex("(-+)[+]+(-+)")) << "taken out, loaded, taken out again";
+    // A list that is refused in the middle leaves no route that came before.
+    const auto& routes = rows[2];
+    const std::string other =
+        "{'ACTION':'ENABLE','IP':'10.7.0.0','NETMASK':'24','NEXTHOP_ADDRESS':'10.3.0.9'}";
+    put(routes.path, quoted(routes.good));
+    EXPECT_EQ(ask(routes.method), "0 ");
+    put(routes.path, quoted(std::string(routes.bad).insert(routes.bad.find('[') + 1, other + ",")));
+    EXPECT_EQ(ask(routes.method), routes.refusal);
+    EXPECT_THAT(exec("ip route show table 1"), testing::StartsWith("10.9.0.0/24 via 10.3.0.9 "));
     // Classes that were accepted do not outlive their steering.
     const std::string policy = kStore + "policy.json";
     const auto classes = [](const std::string& group, const std::string& address) {

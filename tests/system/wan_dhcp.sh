@@ -26,6 +26,18 @@ server_story() {
     event "the router is back" 10.1.0.40 "$ROUTER" 'option domain-name-servers 10.1.0.53;'
 }
 
+# Asked over the bus to renew, the port takes a new lease long before the old one ends, from a server that knows nothing
+# of that.
+check_renewal() {
+    serve networkmanagement nm_serviced
+    kill "$dhcpd"
+    dhcp_server 'range 10.1.0.25 10.1.0.25;' "$ROUTER"
+    same "a renewal is answered" '{"data":"","error":0,"meta":{"version":"1.1"}}' \
+        "$(vsh networkmanagement.RenewDHCPClientIP '{"portname": "PORT1"}')"
+    check "the renewed lease" settled 10.1.0.25
+    check "its routes" eventually 20 eval '[[ $(uplink 1 | grep -c "route default") == 1 ]]'
+}
+
 # Whoever stops the client holds the lock that its hook waits for.
 check_stop_under_lock() {
     flock /var/lock/network/swdev1.lck sleep 30 &
@@ -61,9 +73,10 @@ END
 make_uplinks
 document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1.IP4_TYPE = "DHCP"'
 cp "$DEVICE_INFO" "$NEW"
-dhcp_server 'range 10.1.0.20 10.1.0.20;' "$ROUTER" 'option domain-name-servers 10.1.0.53;'
+dhcp_server 'range 10.1.0.20 10.1.0.20; default-lease-time 3600; max-lease-time 3600;' "$ROUTER"
 run 1 1 >/dev/null
 check "the first lease" settled 10.1.0.20
+check_renewal
 calls >/dev/null
 transcript wan_dhcp_server "$(server_story)"
 run 2 1 >/dev/null
