@@ -18,9 +18,8 @@
 #include <vector>
 
 #include "config/actions.h"
-#include "config/nmconfig.h"
 #include "config/port_lookup.h"
-#include "config/schema.h"
+#include "control/event_document.h"
 #include "control/setup_frame.h"
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
 #include "interfaces/uplink/UplinkIfaceInfo.h"
@@ -30,10 +29,8 @@
 #include "log.h"
 #include "result_codes.h"
 #include "services/dns/name_servers.h"
-#include "utils/files.h"
 #include "utils/handles.h"
 #include "utils/ip_text.h"
-#include "utils/json_text.h"
 
 namespace {
 
@@ -53,7 +50,7 @@ struct Event {
 struct Port {
     std::string ifname;
     int ifindex = 0;
-    std::unique_ptr<BaseWanIfaceInfo> uplink;
+    std::unique_ptr<UplinkIfaceInfo> uplink;
 };
 
 // ---- What the reporter says.
@@ -208,10 +205,23 @@ bool is_session_running(const std::string& ifname) {
     return get_pppoe_runtime_cfg(ifname.c_str(), &session) == VPPPOE_SUCCESS;
 }
 
+constexpr int kSessionUp = 1;
+constexpr int kSessionDown = 0;
+
+/// The uplink of kinds other than WAN has no IPv6.
+int session_ipv6(Port& port, int mode) {
+    return port.uplink != nullptr ? port.uplink->setup_session_ipv6(mode) : NM_OK;
+}
+
 int add_session(Port& port) {
     DHCP_INFO lease{};
-    const int ret = cast_ppp_cfg_into_dhcp_info(port.ifname, lease);
-    return ret != NM_OK ? ret : spread(port, lease, kAdd);
+    int ret = cast_ppp_cfg_into_dhcp_info(port.ifname, lease);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    ret = spread(port, lease, kAdd);
+    const int with_ipv6 = session_ipv6(port, kSessionUp);
+    return ret != NM_OK ? ret : with_ipv6;
 }
 
 /// Without a configuration a setup has stopped the session and told everybody; with a new session everybody
@@ -222,7 +232,9 @@ int del_session(Port& port) {
         NM_LOG(Debug) << port.ifname << " was stopped on purpose, or has a new session already";
         return NM_OK;
     }
-    return spread(port, told_session(), kDel);
+    const int ret = session_ipv6(port, kSessionDown);
+    const int without = spread(port, told_session(), kDel);
+    return ret != NM_OK ? ret : without;
 }
 
 /// What is a session's own goes whatever the port has become while its report waited.
@@ -245,38 +257,7 @@ Work work_of(const Event& event) {
 
 // ---- The path of an event.
 
-std::string configured_type(const Json::Value& root, const std::string& ifname) {
-    for (const auto& [name, number] : ifacetype_map) {
-        const Json::Value& info = nm::json_member(nm::json_member(root, name + "_IFACE_INFO"), ifname);
-        if (info.isObject()) {
-            return nm::json_string_or(info, "IP4_TYPE", "DISABLED");
-        }
-    }
-    return "";
-}
-
-struct Document {
-    std::string path;
-    Json::Value root;
-};
-
-/// The document that knows the port as the reporter does: the stored one, or the one that the client's setup
-/// was given, if its caller stores afterwards.
-int find_document(const Event& event, Document& document) {
-    document.path = kDeviceInfoPath;
-    const int ret = json_file_to_mem(document.path, document.root);
-    if (ret == NM_OK && configured_type(document.root, event.ifname) == event.type) {
-        return NM_OK;
-    }
-    document.path = told("CONF");
-    if (is_file_exists(document.path) && json_file_to_mem(document.path, document.root) == NM_OK &&
-        configured_type(document.root, event.ifname) == event.type) {
-        return NM_OK;
-    }
-    return ret != NM_OK ? ret : NM_ERR_BAD_TYPE;
-}
-
-int build_port(const std::string& ifname, Document& document, Port& port) {
+int build_port(const std::string& ifname, nm::EventDocument& document, Port& port) {
     port.ifname = ifname;
     const UplinkKind* const kind = nm::find_uplink_kind(get_ifacetype_by_ifname(ifname, document.root));
     int ret = NM_OK;
@@ -291,7 +272,7 @@ int build_port(const std::string& ifname, Document& document, Port& port) {
     return NM_OK;
 }
 
-int work_port(const Event& event, Document& document) {
+int work_port(const Event& event, nm::EventDocument& document) {
     Port port;
     const int ret = build_port(event.ifname, document, port);
     if (ret != NM_OK) {
@@ -327,8 +308,8 @@ bool try_event(const Event& event, int& ret) {
         ret = NM_OK;
         return true;
     }
-    Document document;
-    ret = find_document(event, document);
+    nm::EventDocument document;
+    ret = nm::find_event_document(event.ifname, "IP4_TYPE", event.type, told("CONF"), document);
     const bool is_known = ret == NM_OK;
     if (is_known) {
         ret = work_port(event, document);

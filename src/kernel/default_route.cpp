@@ -51,3 +51,12 @@ int nm::delete_default_route(unsigned int ifindex, unsigned char family) {
     }
     return ret;
 }
+
+int nm::clear_default_routes(unsigned int ifindex, unsigned char family) {
+    unsigned int count = 0;
+    int ret = count_device_routes(kDefaultRoutesTable, family, ifindex, count);
+    while (ret == NM_OK && count-- > 0) {
+        ret = delete_default_route(ifindex, family);
+    }
+    return ret;
+}

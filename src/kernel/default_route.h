@@ -11,4 +11,8 @@ int add_default_route(unsigned int ifindex, const char* gw, unsigned int metric)
 /// Removes one default route of the uplink. set_route()'s codes.
 int delete_default_route(unsigned int ifindex, unsigned char family);
 
+/// Removes all of them, whatever their metrics; none is no failure. The codes of read_policy() and of
+/// delete_default_route().
+int clear_default_routes(unsigned int ifindex, unsigned char family);
+
 }  // namespace nm

@@ -202,6 +202,16 @@ struct RouteDump {
 };
 static_assert(sizeof(RouteDump) == sizeof(rtmsg) + sizeof(nlattr) + sizeof(RT_ID));
 
+int read_table(const char* function, unsigned char family, RT_ID table, nm::NlSocket& socket,
+               nm::NlObjects& routes) {
+    if (nm::family_bits(family) == 0) {
+        return NM_ERR_BAD_FORMAT;
+    }
+    const RouteDump body(family, table);
+    const auto is_wanted = [=](const nlmsghdr* message) { return nm::table_of(message) == table; };
+    return nm::read_policy(function, "route", {RTM_GETROUTE, &body, sizeof(body), is_wanted}, socket, routes);
+}
+
 }  // namespace
 
 int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix, void* gw,
@@ -227,15 +237,9 @@ int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix
 }
 
 int flush_route_table(unsigned char family, RT_ID table) {
-    if (nm::family_bits(family) == 0) {
-        return NM_ERR_BAD_FORMAT;
-    }
-    const RouteDump body(family, table);
-    const auto is_wanted = [=](const nlmsghdr* message) { return nm::table_of(message) == table; };
     nm::NlSocket socket;
     nm::NlObjects routes;
-    const int ret =
-        nm::read_policy(__func__, "route", {RTM_GETROUTE, &body, sizeof(body), is_wanted}, socket, routes);
+    const int ret = read_table(__func__, family, table, socket, routes);
     if (ret != NM_OK) {
         return ret;
     }
@@ -254,6 +258,25 @@ int flush_route_table(unsigned char family, RT_ID table) {
 }
 
 namespace nm {
+
+int count_device_routes(RT_ID table, unsigned char family, unsigned int ifindex, unsigned int& count) {
+    NlSocket socket;
+    NlObjects routes;
+    const int ret = read_table(__func__, family, table, socket, routes);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    count = 0;
+    for (const auto& object : routes) {
+        auto* route = reinterpret_cast<rtnl_route*>(object.get());
+        for (int n = 0; n < rtnl_route_get_nnexthops(route); ++n) {
+            const int out = rtnl_route_nh_get_ifindex(rtnl_route_nexthop_n(route, n));
+            count += static_cast<unsigned int>(out) == ifindex ? 1 : 0;
+        }
+    }
+    return NM_OK;
+}
+
 
 int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added) {
     added.assign(routes.size(), false);

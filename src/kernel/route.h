@@ -52,4 +52,7 @@ struct NewRoute {
 /// that is none, before anything is sent; NM_ERR_NL_CONNECT.
 int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added);
 
+/// Stores how many next hops of the table's routes lead out of the device. Codes as flush_route_table().
+int count_device_routes(RT_ID table, unsigned char family, unsigned int ifindex, unsigned int& count);
+
 }  // namespace nm

@@ -61,6 +61,15 @@ bool nm::is_device_address(const in_addr& address) {
     return network != 0 && network != IN_LOOPBACKNET && network < kFirstMulticast;
 }
 
+bool nm::is_device_address6(const std::string& text) {
+    in6_addr address{};
+    if (text.find('\0') != std::string::npos || inet_pton(AF_INET6, text.c_str(), &address) != 1) {
+        return false;
+    }
+    const bool is_special = address.s6_addr[0] == 0;
+    return !is_special && !IN6_IS_ADDR_LINKLOCAL(&address) && !IN6_IS_ADDR_MULTICAST(&address);
+}
+
 bool is_loop_back(in_addr& address) {
     return is_inside(address, 0x7f000000, 0xff000000);
 }

@@ -50,4 +50,8 @@ namespace nm {
 /// loopback, of multicast, and of what is reserved above it.
 bool is_device_address(const in_addr& address);
 
+/// The same for the text of an IPv6 address: none of ::/8 (unspecified, loopback, mapped IPv4; RFC 4291), of
+/// link-local scope, and of multicast. False for text that is no address.
+bool is_device_address6(const std::string& text);
+
 }  // namespace nm

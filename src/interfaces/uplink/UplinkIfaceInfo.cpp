@@ -46,6 +46,10 @@ int UplinkIfaceInfo::disable_ipv6(int) {
     return NM_OK;
 }
 
+int UplinkIfaceInfo::setup_session_ipv6(int) {
+    return NM_OK;
+}
+
 int UplinkIfaceInfo::setup_tun6(int) {
     return NM_OK;
 }

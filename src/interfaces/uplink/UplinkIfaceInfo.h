@@ -69,6 +69,8 @@ public:
 
     /// The IPv6 side; nothing on kinds without one. `mode` 2 says that a dynamic type follows.
     virtual int disable_ipv6(int mode);
+    /// The IPv6 of a session, when it has come (1) or goes (0).
+    virtual int setup_session_ipv6(int mode);
 
     /// The overlay's services: `mode` 1 sets up, any other value tears down. 0; NM_ERR_BAD_TYPE;
     /// NM_ERR_BAD_IP for a gateway or address that is none; NM_ERR_NO_IFACE if the device side cannot be

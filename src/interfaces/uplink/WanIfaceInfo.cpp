@@ -26,6 +26,7 @@ std::string lower_case(std::string text) {
 
 WanIfaceInfo::WanIfaceInfo(std::string ifname, std::string path, Json::Value cfg)
     : UplinkIfaceInfo(nm::uplink_kind(KIND_WAN), std::move(ifname), std::move(path), std::move(cfg)) {
+    ip6_type = ip6_type.empty() ? "DISABLED" : ip6_type;
 }
 
 void WanIfaceInfo::register_uplink(bool comes) {
@@ -47,28 +48,6 @@ void WanIfaceInfo::register_uplink(bool comes) {
     info["tx_rate"] = static_cast<Json::UInt64>(device->get_tx_rate());
     info["iface_type"] = iface_type;
     (void)tell_health_manager("AddWan", request);
-}
-
-int WanIfaceInfo::setup_ipv6(uint32_t opt) {
-    NM_LOG(Trace) << "Interface : " << ifname << ", ip6_type: " << ip6_type << ", opt: " << opt;
-    if (ip6_type == "DISABLED" || ip6_type == "PPPOEV6") {
-        NM_LOG(Debug) << ip6_type << "; do nothing.";
-        return NM_OK;
-    }
-    NM_LOG(Error) << ifname << ": ip6_type " << ip6_type << " is not served.";
-    return NM_ERR_BAD_TYPE;
-}
-
-int WanIfaceInfo::disable_ipv6(int mode) {
-    if (ip6_type == "PPPOEV6") {
-        return setup_pppoe_service(0);
-    }
-    if (ip6_type == "DISABLED") {
-        NM_LOG(Debug) << ifname << " does not enable IPv6.";
-        return NM_OK;
-    }
-    NM_LOG(Debug) << "DHCP act: " << mode << "; " << ifname << " has no IPv6 to disable.";
-    return NM_OK;
 }
 
 int WanIfaceInfo::setup_tun6(int mode) {

@@ -12,6 +12,7 @@
 #include "kernel/link_state.h"
 #include "log.h"
 #include "result_codes.h"
+#include "services/leases/ipv6_record.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -64,9 +65,31 @@ available_address ip4_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
     return address;
 }
 
+/// What the record of the port's client says of the address in force: the length of the link, which the
+/// kernel does not know of a leased address, the gateway and the servers.
+bool take_record(BaseWanIfaceInfo& info, bool comprehensive, available_address& address) {
+    Json::Value record;
+    if (nm::read_ipv6_record(info.get_ifname(), record) != NM_OK) {
+        return false;
+    }
+    address.gw = nm::json_string_or(record, "curr_gateway", "");
+    if (!address.addr.empty() && nm::json_string_or(record, "curr_ip", "") == address.addr) {
+        address.prefix = atoi(nm::json_string_or(record, "curr_prefix_length", "128").c_str());
+    }
+    for (const Json::Value& server : nm::json_member(record, "dns")) {
+        if (comprehensive) {
+            address.dns.push_back(nm::json_scalar(server));
+        }
+    }
+    return true;
+}
+
 available_address ip6_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
     available_address address = address_in_force(info.get_ip6_type(), info.get_runtime_ip6(), 128);
     const bool is_static = address.type == "STATIC";
+    if (!is_static && take_record(info, comprehensive, address)) {
+        return address;
+    }
     DHCP6_INFO lease{};
     if (!is_static && !address.addr.empty()) {
         (void)info.get_dhcp6_info(lease);  // as above

@@ -58,7 +58,9 @@ int UplinkIfaceInfo::start_pppoe() {
 }
 
 int UplinkIfaceInfo::stop_pppoe() {
-    const int ret = end_session();
+    int ret = end_session();
+    const int without_ipv6 = setup_session_ipv6(0);
+    ret = ret != NM_OK ? ret : without_ipv6;
     if (ifindex == 0) {
         NM_LOG(Debug) << "Missing ifindex. Skip delete sourceroute.";
     } else if (nm::delete_session_routerule(run_ifname, ifindex, AF_INET) != NM_OK) {

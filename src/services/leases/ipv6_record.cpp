@@ -1,6 +1,7 @@
 // The record of an uplink's IPv6.
 #include "services/leases/ipv6_record.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -21,6 +22,26 @@ int find_path(const std::string& ifname, std::string& path) {
     }
     path = "/var/run/network/ipv6/" + ifname + ".json";
     return NM_OK;
+}
+
+int with_lock(const std::string& ifname, const std::function<int(const std::string& path)>& work) {
+    std::string path;
+    const int ret = find_path(ifname, path);
+    if (ret != NM_OK) {
+        return ret;
+    }
+    const nm::LockGuard lock(path);
+    return lock.handle() < 0 ? lock.handle() : work(path);
+}
+
+int replace(const std::string& path, const Json::Value& record) {
+    nm::GeneratedFile file(path);
+    return file ? file.replace(nm::write_compact_json(record)) : NM_ERR_OPEN;
+}
+
+/// What a record has never had, and what it has no more.
+bool is_absent(const Json::Value& value) {
+    return value.empty() || value == "";
 }
 
 }  // namespace
@@ -47,22 +68,50 @@ int read_ipv6_record(const std::string& ifname, Json::Value& record) {
 }
 
 int write_ipv6_record(const std::string& ifname, const Json::Value& record) {
-    std::string path;
-    const int ret = find_path(ifname, path);
-    return ret != NM_OK ? ret : replace_locked(path, write_compact_json(record));
+    return with_lock(ifname, [&](const std::string& path) { return replace(path, record); });
+}
+
+int change_ipv6_record(const std::string& ifname, const std::function<bool(Json::Value& record)>& change) {
+    return with_lock(ifname, [&](const std::string& path) {
+        Json::Value record;
+        const int ret = read_ipv6_record(ifname, record);
+        return ret == NM_OK && change(record) ? replace(path, record) : ret;
+    });
 }
 
 int remove_ipv6_record(const std::string& ifname) {
-    std::string path;
-    const int ret = find_path(ifname, path);
-    if (ret != NM_OK) {
-        return ret;
-    }
-    if (remove(path.c_str()) != 0 && errno != ENOENT) {
+    return with_lock(ifname, [](const std::string& path) {
+        if (remove(path.c_str()) == 0 || errno == ENOENT) {
+            return NM_OK;
+        }
         NM_LOG(Error) << path << " remove fail.";
         return NM_ERR_WRITE;
-    }
-    return NM_OK;
+    });
+}
+
+bool is_in_force(const Json::Value& record, const Ipv6RecordKeys& keys) {
+    const Json::Value& in_force = json_member(record, "in_force");
+    return std::all_of(keys.begin(), keys.end(), [&](const char* key) {
+        const Json::Value& is = json_member(record, key);
+        const Json::Value& was = json_member(in_force, key);
+        return is == was || (is_absent(is) && is_absent(was));
+    });
+}
+
+int mark_in_force(const std::string& ifname, const Json::Value& done, const Ipv6RecordKeys& keys) {
+    return change_ipv6_record(ifname, [&](Json::Value& record) {
+        if (!record["in_force"].isObject()) {
+            record["in_force"] = Json::objectValue;
+        }
+        for (const char* key : keys) {
+            record["in_force"][key] = json_member(done, key);
+        }
+        return true;
+    });
+}
+
+std::string address_in_force(const Json::Value& record) {
+    return json_string_or(json_member(record, "in_force"), "curr_ip", "");
 }
 
 Json::Value delegated_prefixes(const std::string& ifname) {

@@ -99,7 +99,8 @@ struct WanInfo : testing::Test {
             std::istringstream letters(
                 "A nm-hmgr.AddWan|R nm-hmgr.RemoveWan|+ VelanWmd.Add_monitor|- VelanWmd.Del_monitor|D "
                 "pppoe.dial|"
-                "S pppoe.stop|s systemctl <start> <nm-dh|k systemctl <stop> <nm-dh|T VelanWsd|M systemctl "
+                "S pppoe.stop|s systemctl <start> <nm-dhcl|k systemctl <stop> <nm-dhcl|T VelanWsd|M "
+                "systemctl "
                 "<stop> <nm-m");
             for (std::string row; std::getline(letters, row, '|');) {
                 text += call.rfind(row.substr(2), 0) == 0 ? row.substr(0, 1) : "";
@@ -159,7 +160,6 @@ TEST_F(WanInfo, TakesTheStoredStateDownFirst) {
         {ppp, ppp, OPT_IP6, 0, "D", ""},
         {ppp6, ppp, OPT_IP6, 0, "SD", ""},
         {ppp6, fixed, OPT_IP4 | OPT_LINK, 0, "S-R+", "'s PPPoE cfg is not existed; skip stop service."},
-        {fixed, "'IP6_TYPE':'SLAAC'", OPT_IP6, NM_ERR_BAD_TYPE, "", "swdev3: ip6_type SLAAC is not served."},
         {"'IP4_TYPE':'STATIC','IP6_TYPE':'SLAAC'", fixed, OPT_IP6, 0, "", "DHCP act: 2"}};
     for (const auto& [before, after, opt, code, made, words] : cases) {
         const LogTail log;
@@ -187,8 +187,10 @@ TEST_F(WanInfo, DialsAndStopsSessionsUnderTheLock) {
         fs::remove(env);
     }
     const Calls calls = FakeService::take_calls();
-    const Calls first{"pppoe.dial me 1 locked", "pppoe.stop swdev3 locked", "pppoe.del swdev3 locked"};
+    const Calls first{"pppoe.dial me 1 locked", "pppoe.stop swdev3 locked",
+                      "systemctl <stop> <nm-dhcpcd@ppp-swdev3.service>"};
     EXPECT_EQ((Calls{calls.begin() + 2, calls.begin() + 5}), first);
+    EXPECT_EQ(calls[9], "pppoe.del swdev3 locked") << "after what belonged to the session's IPv6";
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "pppoe.dial me 0 locked"), 2);
     EXPECT_NE(calls[0].find(R"("ifname":"ppp-swdev3")"), calls[0].npos);
     EXPECT_EQ(calls[1].rfind("nm-grpc-handler.DeviceLog {\"msg_id\":255,", 0), 0U) << calls[1];

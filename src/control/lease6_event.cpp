@@ -1,0 +1,124 @@
+// Events of the DHCPv6 and SLAAC client, from the environment of its hook to the device and the LANs behind
+// it.
+#include "control/lease6_event.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "config/port_names.h"
+#include "control/event_document.h"
+#include "control/setup_frame.h"
+#include "interfaces/uplink/WanIfaceInfo.h"
+#include "log.h"
+#include "result_codes.h"
+#include "services/dhcpcd/client_report.h"
+#include "services/leases/ipv6_record.h"
+#include "utils/handles.h"
+#include "utils/json_text.h"
+
+namespace {
+
+constexpr int kTries = 20;
+constexpr std::chrono::milliseconds kRest{500};
+constexpr int kHasWork = 1;
+
+std::string told(const std::string& name) {
+    const char* const value = getenv(name.c_str());
+    return value != nullptr ? value : "";
+}
+
+bool has_new_address(const Json::Value& record) {
+    return !nm::is_in_force(record, nm::kAddressKeys);
+}
+
+int note_report(const std::string& ifname) {
+    bool has_work = false;
+    const int ret = nm::change_ipv6_record(ifname, [&](Json::Value& record) {
+        const Json::Value before = record;
+        const bool is_about_us = nm::take_client_report(told, record);
+        has_work = is_about_us && has_new_address(record);
+        return record != before;
+    });
+    if (ret == NM_ERR_NOT_FOUND) {
+        NM_LOG(Debug) << ifname << " is not meant to have a client any more";
+        return NM_OK;
+    }
+    return ret == NM_OK && has_work ? kHasWork : ret;
+}
+
+int replace_address(const std::string& ifname, const Json::Value& record, nm::EventDocument& document) {
+    WanIfaceInfo* created = nullptr;
+    int ret = create_WAN_INFO(&created, ifname, document.path, document.root);
+    const std::unique_ptr<WanIfaceInfo> uplink(created);
+    if (ret != NM_OK) {
+        NM_LOG(Error) << "Create WanIfaceInfo instance failed, ret=" << ret;
+        return ret;
+    }
+    const bool has_address = !nm::json_string_or(record, "curr_ip", "").empty();
+    ret = uplink->dhcp6_source_route_cb(has_address ? "add" : "del");
+    if (ret != NM_OK) {
+        NM_LOG(Error) << ifname << " cannot take its IPv6 lease, ret=" << ret;
+    }
+    return ret;
+}
+
+/// One attempt under the lock of the port; nothing if another one may fare better.
+bool try_address(const std::string& ifname, int& ret) {
+    const nm::LockGuard lock(ifname);
+    if (!lock.held()) {
+        ret = NM_ERR_LOCK;
+        return false;
+    }
+    Json::Value record;
+    ret = nm::read_ipv6_record(ifname, record);
+    if (ret == NM_ERR_NOT_FOUND) {
+        ret = NM_OK;  // the client was ended meanwhile
+        return true;
+    }
+    if (ret != NM_OK || !has_new_address(record)) {
+        return true;
+    }
+    nm::EventDocument document;
+    ret = nm::find_event_document(ifname, "IP6_TYPE", nm::json_string_or(record, "type", ""),
+                                  nm::json_string_or(record, "path", ""), document);
+    if (ret != NM_OK) {
+        return false;
+    }
+    ret = replace_address(ifname, record, document);
+    return true;
+}
+
+int apply_address(const std::string& ifname) {
+    int ret = NM_OK;
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        if (try_address(ifname, ret)) {
+            return ret;
+        }
+        std::this_thread::sleep_for(kRest);
+    }
+    NM_LOG(Error) << ifname << " cannot take its IPv6 lease, ret=" << ret;
+    return ret;
+}
+
+int lease6_event(const char* ifname, const char* act) {
+    if (ifname == nullptr || *ifname == '\0' || act == nullptr) {
+        NM_LOG(Error) << "ifname is Null pointer.";
+        return NM_ERR_NULL_ARG;
+    }
+    const std::string what = act;
+    if (what != "report" && what != "apply") {
+        NM_LOG(Error) << "Unknown act: " << act;
+        return NM_ERR_BAD_ACT;
+    }
+    const std::string device = nm::device_of(ifname);
+    return what == "report" ? note_report(device) : apply_address(device);
+}
+
+}  // namespace
+
+int Lease6_event(char* ifname, char* act) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return lease6_event(ifname, act); });
+}
