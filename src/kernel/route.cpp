@@ -277,7 +277,6 @@ int count_device_routes(RT_ID table, unsigned char family, unsigned int ifindex,
     return NM_OK;
 }
 
-
 int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added) {
     added.assign(routes.size(), false);
     const auto is_valid = [](const NewRoute& route) {

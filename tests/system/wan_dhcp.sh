@@ -1,6 +1,6 @@
 #!/bin/bash
 # The events of a DHCP uplink: the server goes away, comes back with another address and without a router; and
-# what foreign servers, clients that were ended and a held lock do to an event.
+# what foreign servers, clients that were ended and a held lock do to an event. Then an uplink by DHCPv6.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 source "$support_dir/uplink_world.sh"
@@ -70,6 +70,68 @@ END
     same "a port of another type" -1008 "$(reason=BOUND nm_bin Lease_event swdev2 add | cut -d' ' -f1)"
 }
 
+# provider6 POOL: isp2 advertises itself, and a DHCPv6 server there gives an address and delegates a prefix of POOL.
+provider6() {
+    printf '%s\n' 'interface far { AdvSendAdvert on; AdvManagedFlag on; MinRtrAdvInterval 3; MaxRtrAdvInterval 4;' \
+        'prefix 2001:db8:2::/64 { AdvAutonomous off; }; };' >/etc/radvd.conf
+    printf '%s\n' 'default-lease-time 12; preferred-lifetime 8; option dhcp-renewal-time 4;' \
+        "subnet6 2001:db8:2::/64 { range6 2001:db8:2::7 2001:db8:2::7; prefix6 $1:: $1:: /56; }" >"$scratch/dhcpd6.conf"
+    : >"$scratch/dhcpd6.leases"
+    ip -n isp2 addr replace 2001:db8:2::1/64 dev far nodad
+    ip netns exec isp2 dhcpd -6 -f -q --no-pid -cf "$scratch/dhcpd6.conf" -lf "$scratch/dhcpd6.leases" far 2>/dev/null &
+    dhcpd=$!
+    daemons+=("$dhcpd")
+}
+
+# uplink6: what there is of the port's IPv6 in its record, the kernel, the sets and the names, a line each.
+uplink6() {
+    jq -r '"lease \(.curr_ip)/\(.curr_prefix_length) \(.curr_pd_prfx)/\(.curr_pd_prfx_len)"' \
+        /run/network/ipv6/swdev2.json 2>/dev/null || true
+    ip -6 rule | sed -n 's/^[0-9]*:\t\(.*\) lookup 268$/rule \1/p'
+    { ip -6 route show table 268 && ip -6 route show table 253; } 2>/dev/null | sed 's/fe80:[^ ]*/ROUTER/; s/ metric.*//; s/^/route /'
+    ipset save ip6_localip | sed -n 's/^add /set /p'
+    sed -n '/2001.*swdev2/s/ .*//p' /etc/hosts
+}
+
+is_settled6() {
+    [[ $(uplink6) == "$1" ]]
+}
+
+check_ipv6() {
+    local routed
+    routed=$(printf '%s\n' "rule from 2001:db8:2::7 fwmark 0/0xf" "rule from all fwmark 0/0xf oif swdev2" \
+        "rule from all fwmark 0x1002/0x100f" "rule from all fwmark 0x2002/0x200f" "route 2001:db8:2::/64 dev swdev2 proto static" \
+        "route default via ROUTER dev swdev2 proto static" "route default via ROUTER dev swdev2 proto static" \
+        "set ip6_localip 2001:db8:2::7" "2001:db8:2::7")
+    ipset create ip6_localip hash:ip family inet6
+    ip netns exec isp2 sysctl -qw net.ipv6.conf.all.forwarding=1
+    ip -n isp2 addr add 2001:db8:ffff::1/128 dev lo && ip -n isp2 link set lo up
+    provider6 2001:db8:100
+    ip netns exec isp2 radvd -n -p "$scratch/radvd.pid" 2>/dev/null &
+    daemons+=("$!")
+    document "$NEW" '.WAN_IFACE_INFO.swdev2 += {IP6_TYPE: "DHCPV6", IP6_DHCP_PD: "ENABLED"}'
+    cp "$NEW" "$DEVICE_INFO"
+    same "IPv6 is asked for" "0 NM_OK success" "$(run 1 2 2)"
+    check "a lease, a prefix and a router" eventually 30 is_settled6 "lease 2001:db8:2::7/64 2001:db8:100::/56
+$routed"
+    check "packets pass by it" ping -6 -c 1 -W 5 -I 2001:db8:2::7 2001:db8:ffff::1
+    ip -n isp2 link set far down
+    check "unplugged, nothing is routed" eventually 10 is_settled6 "lease / /"
+    kill "$dhcpd"
+    wait "$dhcpd" || true
+    ip -n isp2 link set far up
+    provider6 2001:db8:200
+    check "plugged in at another server, it has its prefix" eventually 40 is_settled6 "lease 2001:db8:2::7/64 2001:db8:200::/56
+$routed"
+    kill "$dhcpd"
+    wait "$dhcpd" || true
+    check "with the server gone, the lease ends" eventually 40 is_settled6 "lease / /"
+    same "it goes" "0 NM_OK success" "$(run 2 2 2)"
+    check "and leaves nothing" eventually 10 eval '! pgrep -f "nm_bin Lease6_event" >/dev/null'
+    same "no record, block or client is left" "" "$(uplink6; find /run/network/ipv6 /etc/networkmanagement -name '*swdev2*'
+        systemctl is-active nm-dhcpcd@swdev2 | grep -w active || true)"
+}
+
 make_uplinks
 document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1.IP4_TYPE = "DHCP"'
 cp "$DEVICE_INFO" "$NEW"
@@ -89,4 +151,5 @@ cp "$NEW" "$DEVICE_INFO"
 run 2 1 >/dev/null
 check_stop_under_lock
 check_reports
+check_ipv6
 finish

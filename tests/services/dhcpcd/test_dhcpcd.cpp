@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "kernel_world.h"
+#include "services/dhcpcd/client_report.h"
 #include "services/dhcpcd/dhcp6_variables.h"
 #include "services/dhcpcd/nm_dhcpcd.h"
 #include "stand_in.h"
@@ -189,6 +190,62 @@ TEST(DhcpcdVariables, BecomeJson) {
         ASSERT_TRUE(nm::parse_json(expected, wanted)) << expected;
         nm::read_dhcp6_variables(text, status);
         EXPECT_EQ(status, wanted) << text << status;
+    }
+}
+
+/// Reports one after the other on one record, and after each what is current: address/length by gateway, all
+/// prefixes with their lifetimes, name servers.
+TEST(DhcpcdReports, LeaveAddressesAndNumbersAlone) {
+    const std::string na = "new_dhcp6_ia_na1_ia_addr", pd = "new_dhcp6_ia_pd1_prefix", lives = "_pltime=8 ";
+    const std::string one =
+        pd + "1=2001:db8:1ff:1::5 " + pd + "1_length=56 " + pd + "1" + lives + pd + "1_vltime=12 ";
+    const std::string two =
+        pd + "2=2001:db8:2:: " + pd + "2_length=48 " + pd + "2" + lives + pd + "2_vltime=4294967295";
+    const std::string link =
+        "nd2_prefix_information1_flags=LA nd2_prefix_information1_prefix=2001:db8:1:: "
+        "nd2_prefix_information1_length=";
+    const std::string both = " 2001:db8:1ff::/56 8 12 2001:db8:2::/48 8 4294967295";
+    const std::pair<std::string, std::string> cases[] = {
+        {"reason=BOUND6 " + na + "1=2001:db8:1::7 " + one + two, "2001:db8:1::7/128 by " + both},
+        {"reason=ROUTERADVERT nd1_from=fe80::1 nd1_lifetime=0 nd2_from=fe80::2 nd2_lifetime=9 " + link + "64",
+         "2001:db8:1::7/64 by fe80::2" + both},
+        {"reason=ROUTERADVERT nd1_from=fe80::1;reboot nd1_lifetime=9 nd2_lifetime=9 " + link + "64;",
+         "2001:db8:1::7/128 by " + both},
+        {"reason=RENEW6 " + na + "1=fe80::7 " + na + "2=::1 " + na + "3=$(>/pwned) " + na +
+             "4=2001:db8::8/64 " + na + "5=2001:db8::9 new_dhcp6_name_servers=::g",
+         "2001:db8::9/128 by "},
+        {"reason=REBIND6 " + na + "1=2001:db8::9 " + na + "1_vltime=0", "/ by "},
+        {"reason=ROUTERADVERT nd1_addr1=2001:db8:5::5/64 nd1_addr2=2001:db8:6::6/64", "2001:db8:5::5/64 by "},
+        {"reason=ROUTERADVERT nd1_addr1=2001:db8:5::5 nd1_addr2=2001:db8:6::6/129", "/ by "},
+        {"reason=REBOOT6 " + pd + "1=2001:db8:: " + pd + "1_length=0 " + pd + "1" + lives + pd + "1_vltime=9",
+         "/ by "},
+        {"reason=REBOOT6 " + pd + "1=2001:db8:: " + pd + "1_length=56 " + pd + "1" + lives + pd +
+             "1_vltime=0",
+         "/ by "},
+        {"reason=REBOOT6 " + pd + "1=2001:db8:: " + pd + "1_length=5x " + pd + "1" + lives + pd +
+             "1_vltime=9",
+         "/ by "},
+        {"reason=REBOOT6 " + two + "6 " + one, "/ by  2001:db8:1ff::/56 8 12"},
+        {"reason=EXPIRE6 " + one, "/ by "},
+        {"reason=PREINIT", "not ours"}};
+    Json::Value record;
+    for (const auto& [report, expected] : cases) {
+        const std::string text = " " + report + " ";
+        const auto variable = [&](const std::string& name) {
+            const std::size_t start = text.find(" " + name + "=");
+            const std::size_t value = start + name.size() + 2;
+            return start == text.npos ? "" : text.substr(value, text.find(' ', value) - value);
+        };
+        std::string now = "not ours";
+        if (nm::take_client_report(variable, record)) {
+            now = record["curr_ip"].asString() + "/" + record["curr_prefix_length"].asString() + " by " +
+                  record["curr_gateway"].asString();
+        }
+        for (const Json::Value& prefix : now == "not ours" ? Json::Value() : record["pdInfo"]) {
+            now += " " + prefix["prefix"].asString() + "/" + prefix["length"].asString() + " " +
+                   prefix["pltime"].asString() + " " + prefix["vltime"].asString();
+        }
+        EXPECT_EQ(now, expected) << report;
     }
 }
 
