@@ -1,6 +1,7 @@
 // The migration of stored documents.
 #include "control/migrate_documents.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -73,17 +74,18 @@ std::string path_of(const Stored& row) {
     return std::string("/etc/networkmanagement/") + row.name + ".json";
 }
 
-/// What keeps a text from being a document of its format; empty for one that is, which `document` then holds
-/// in its current form.
-std::string fault_of(const Stored& row, const std::string& text, Json::Value& document) {
+/// What keeps a text from being a document of its format; empty for one that is, which then is `document`,
+/// and `current` its current form.
+std::string fault_of(const Stored& row, const std::string& text, Json::Value& document,
+                     Json::Value& current) {
     if (text.empty()) {
         return "the file is empty";
     }
     if (!nm::parse_json(text, document)) {
         return "it is not JSON";
     }
-    const int ret = row.migrate(document);
-    return ret == NM_OK ? "" : "it is not a document of its format";
+    current = document;
+    return row.migrate(current) == NM_OK ? "" : "it is not a document of its format";
 }
 
 /// What takes the place of a broken document, and where it comes from.
@@ -92,9 +94,10 @@ Json::Value replacement(const Stored& row, Json::Value& source) {
         std::string("/usr/lib/networkmanagement/etc/default_config/") + row.name + ".json";
     for (const std::string& path : {std::string(row.in_force != nullptr ? row.in_force : ""), shipped}) {
         Json::Value document;
-        if (fault_of(row, nm::read_file(path).value_or(""), document).empty()) {
+        Json::Value current;
+        if (fault_of(row, nm::read_file(path).value_or(""), document, current).empty()) {
             source = path;
-            return document;
+            return current;
         }
     }
     source = "template";
@@ -116,10 +119,19 @@ std::string name_beside(const std::string& path, const std::string& text) {
     return path + ".broken-" + digits;
 }
 
+/// Whether the names of a directory are on the disk: a cut of power must not take the new name back and leave
+/// the replacement.
+bool is_name_safe(const std::string& path) {
+    const std::string directory = path.substr(0, path.rfind('/'));
+    const auto names = nm::FileDescriptor::open(directory.c_str(), O_RDONLY | O_DIRECTORY);
+    return names && fsync(names.get()) == 0;
+}
+
 /// A second name for the file: nothing is copied, so nothing of it can be lost, and its access stays.
 int keep_beside(const std::string& path, const std::string& text, const std::string& kept) {
-    if (link(path.c_str(), kept.c_str()) == 0 ||
-        (errno == EEXIST && nm::read_file(kept).value_or("") == text)) {
+    const bool is_kept = link(path.c_str(), kept.c_str()) == 0 ||
+                         (errno == EEXIST && nm::read_file(kept).value_or("") == text);
+    if (is_kept && is_name_safe(kept)) {
         return NM_OK;
     }
     NM_LOG(Error) << "Cannot keep " << path << " as " << kept << ": " << strerror(errno);
@@ -137,14 +149,12 @@ struct Work {
 };
 
 void judge(Work& work) {
-    std::string fault = fault_of(work.row, work.text, work.after);
-    (void)nm::parse_json(work.text, work.before);
+    const std::string fault = fault_of(work.row, work.text, work.before, work.after);
     work.record["to"] = nm::format_version(work.row.name);
     if (!fault.empty()) {
         work.record["state"] = "repaired";
         work.record["reason"] = fault;
         work.record["kept"] = name_beside(work.path, work.text);
-        work.before = Json::nullValue;
         work.after = replacement(work.row, work.record["source"]);
         return;
     }
@@ -168,8 +178,8 @@ int store(Work& work) {
     if (ret != NM_OK) {
         return ret;
     }
-    NM_LOG(Info) << work.path << " is " << work.record["state"].asString() << ": "
-                 << nm::show_json(work.record["from"]) << " to " << work.record["to"].asString();
+    NM_LOG(Info) << work.path << ": " << nm::show_json(work.record["state"]) << ", version "
+                 << nm::format_version(work.row.name);
     std::string report;
     if (work.record.isMember("difference") &&
         store_difference_report(work.row.name, work.record["difference"], report) == NM_OK) {

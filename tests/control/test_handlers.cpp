@@ -7,13 +7,10 @@
 
 #include <atomic>
 #include <optional>
-#include <valijson/adapters/jsoncpp_adapter.hpp>
-#include <valijson/schema.hpp>
-#include <valijson/schema_parser.hpp>
-#include <valijson/validator.hpp>
 
 #include "bus_world.h"
 #include "config/nmconfig.h"
+#include "conforms.h"
 #include "control/handlers/vs_reply.h"
 #include "result_codes.h"
 #include "stand_in.h"
@@ -219,15 +216,6 @@ TEST_F(Handlers, ActOnTheirOwnKindOfPort) {
 }
 
 // ---- Reports.
-
-bool conforms(const std::string& schema_name, const Json::Value& data) {
-    Json::Value text;
-    EXPECT_TRUE(nm::parse_json(slurp("/usr/share/networkmanagement/schema/" + schema_name), text))
-        << schema_name;
-    valijson::Schema schema;
-    valijson::SchemaParser().populateSchema(valijson::adapters::JsonCppAdapter(text), schema);
-    return valijson::Validator().validate(schema, valijson::adapters::JsonCppAdapter(data), nullptr);
-}
 
 /// Whether the schema refuses the report once any of its records lacks a member that it requires or has one
 /// more.

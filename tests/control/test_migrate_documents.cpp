@@ -8,6 +8,7 @@
 
 #include "config/DictDiffer.h"
 #include "config/migration.h"
+#include "conforms.h"
 #include "control/migrate_documents.h"
 #include "sandbox_fixture.h"
 
@@ -35,6 +36,7 @@ struct StoredDocuments : Frugal {
     static Json::Value migrate(const std::string& name, bool dry_run = false) {
         Json::Value report;
         EXPECT_EQ(migrate_documents({name}, dry_run, report), 0) << name;
+        EXPECT_TRUE(conforms("migration.json", report)) << report;
         return report[0];
     }
 };
@@ -59,7 +61,10 @@ TEST_F(StoredDocuments, AreMigratedOnceAndKeepTheirAccess) {
     EXPECT_EQ(migrate("device_info")["state"], "current");
     struct stat again = {};
     EXPECT_TRUE(stat(path.c_str(), &again) == 0 && again.st_ino == access.st_ino && slurp(path) == once);
-    EXPECT_EQ(list_difference_reports("").size(), 1U);
+    const Json::Value reports = list_difference_reports("");
+    EXPECT_TRUE(reports.size() == 1 && conforms("difference.json", reports)) << reports;
+    EXPECT_TRUE(conforms("difference.json", done["difference"]) && !conforms("difference.json", done));
+    EXPECT_TRUE(conforms("servicePort.json", conftmpl_document("servicePort")));
     put(path, R"({"dbversion":"1.0.3"})");
     EXPECT_EQ(migrate("device_info")["state"], "newer");
     EXPECT_EQ(slurp(path), R"({"dbversion":"1.0.3"})");
@@ -117,6 +122,10 @@ TEST_F(StoredDocuments, SurviveAKill) {
     Json::Value migrated = json(old);
     ASSERT_EQ(migrate_device_info(migrated), 0);
     const std::string path = kStore + "device_info.json", broken = old.substr(0, 1 << 16);
+    put(path, old);
+    const auto begun = std::chrono::steady_clock::now();
+    migrate("device_info");
+    const auto whole = std::chrono::steady_clock::now() - begun;
     int kept_old = 0;
     int replaced = 0;
     for (int i = 0; i < 30; ++i) {
@@ -129,7 +138,7 @@ TEST_F(StoredDocuments, SurviveAKill) {
             Json::Value report;
             _exit(migrate_documents({"device_info"}, false, report) == 0 ? 0 : 1);
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(i * 700));
+        std::this_thread::sleep_for(whole * i / 24);
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
         const std::string left = slurp(path);

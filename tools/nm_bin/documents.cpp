@@ -27,8 +27,11 @@ std::string story_of(const Json::Value& record) {
     if (record.isMember("code")) {
         return std::string(describe_result(record["code"].asInt()).meaning);
     }
-    const std::string from = text_of(record, "from");
-    return from == text_of(record, "to") || from.empty() ? from : from + " -> " + text_of(record, "to");
+    if (text_of(record, "state") == "migrated") {
+        return text_of(record, "from") + " -> " + text_of(record, "to");
+    }
+    return record.isMember("from") ? text_of(record, text_of(record, "state") == "newer" ? "from" : "to")
+                                   : "";
 }
 
 void print_records(const Json::Value& records, bool with_difference) {
