@@ -1,0 +1,125 @@
+#!/bin/bash
+# Boots a site again and again, and cuts its power at random moments of stores, bring-ups and boots. Each boot has a
+# network, a /run and a systemd of its own; what is stored stays, as on a disk. Not part of scripts/test: a boot takes
+# seconds.
+#
+# usage: tests/soak/boots.sh [BOOTS [CUTS]]        (20 and 100)
+set -euo pipefail
+
+SOURCE_DIR=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd -P)
+readonly SOURCE_DIR BOOTS=${1:-20} CUTS=${2:-100}
+readonly DEVICE_INFO=/etc/networkmanagement/device_info.json STORES=/var/lib/site-stores
+[[ -e /run/network/.sandbox ]] || exec "$SOURCE_DIR/scripts/sandbox" "$(readlink -f "$0")" "$@"
+source "$SOURCE_DIR/scripts/lib/site"
+
+# ---- Within one boot.
+
+# What the journal has of the boot, in the order in which it must be.
+order() {
+    journalctl -q -o cat --no-pager _PID=1 | sed -nE 's/^(Finished|Starting|Reached target) (nm-base-rules|nm-bringup|nm-boot-finish|networkinterface)\..*/\1 \2/p' |
+        grep -v 'Starting nm-base' | paste -sd,
+}
+
+seconds_of() {
+    systemctl show -p "$2" --value "$1" | awk '{printf "%.2f", $1 / 1e6}'
+}
+
+works() {
+    local condition
+    for condition in swdev1 swdev2 swdev1_ncsi swdev2_ncsi; do "$SITE_LIB/stock-netfilter" raise "$condition"; done
+    [[ $(site_report | sed '1s/far[12]$/one of both/') == "far5 asks the internet: one of both
+far6 asks what is steered to uplink 2: far2
+far6 asks what is closed: nothing
+far1 asks the forward: far5
+far6 reaches the branch: 1" ]]
+}
+
+# A line on a boot that is done: its order, its failed units, whether the site works, how long it took.
+inspect() {
+    local order failed
+    order=$(order)
+    failed=$(systemctl list-units --failed --plain --no-legend | awk '{print $1}' | paste -sd,)
+    [[ $order == "Finished nm-base-rules,Starting nm-bringup,Finished nm-bringup,Starting nm-boot-finish,Finished nm-boot-finish,Reached target networkinterface" ]] ||
+        echo "wrong order: $order"
+    [[ -z $failed ]] || echo "failed: $failed"
+    works || { echo "the site does not work:" && site_report; }
+    echo "booted $(seconds_of nm-boot-finish ActiveEnterTimestampMonotonic) $(seconds_of systemd-journald.service ActiveEnterTimestampMonotonic)"
+}
+
+# Stores one of two documents after the other, and brings the device up, until the power goes.
+work_on() {
+    local n
+    for ((n = 0;; n++)); do
+        vsh ncaas.write_json "$(jq -nc --arg path "$DEVICE_INFO" --slurpfile data "$STORES/$((n % 2)).json" '{path: $path, data: $data[0]}')" >/dev/null
+        [[ $((n % 5)) != 4 ]] || systemctl restart nm-bringup || true
+    done
+}
+
+if [[ ${1:-} == inspect || ${1:-} == work_on ]]; then
+    "$1"
+    exit
+fi
+
+# ---- Around them.
+
+# powered COMMAND [ARG]...: a boot in a network of its own, in which the command runs when it is done.
+powered() {
+    unshare --net --mount --pid --fork --kill-child --propagation private bash -c '
+        "$1/scripts/lib/private-proc" /
+        source "$1/scripts/lib/site"
+        mount -t sysfs sysfs /sys
+        mount -t tmpfs -o mode=755 run /run && mkdir -p /run/network /run/lock && : >/run/network/.sandbox
+        ip link set lo up
+        site_plug && site_serve
+        exec "$1/scripts/lib/systemd-world" --whole "${@:2}"' - "$SOURCE_DIR" "$@"
+}
+
+furnish() {
+    site_store
+    mkdir -p "$STORES"
+    cp "$DEVICE_INFO" "$STORES/0.json"
+    jq '.WAN_PORT.PORT1.MTU = "1400"' "$DEVICE_INFO" >"$STORES/1.json"
+    "$SITE_LIB/stock-netfilter" install
+    /usr/bin/systemctl.machine --root=/ enable --quiet "${SITE_UNITS[@]}" nm-reboot nm-poweroff
+}
+
+# Which of the two documents is stored.
+stored() {
+    local n
+    for n in 0 1; do
+        ! cmp -s <(jq -cS . "$DEVICE_INFO") <(jq -cS . "$STORES/$n.json") || { echo "document $n" && return; }
+    done
+    echo "neither document ($(wc -c <"$DEVICE_INFO") bytes: $(diff <(jq -S . "$DEVICE_INFO" 2>&1) <(jq -S . "$STORES/0.json") | head -n 5 | xargs))"
+}
+
+# boots COUNT: whole boots, each inspected.
+boots() {
+    local n
+    for ((n = 1; n <= $1; n++)); do
+        echo "boot $n: $(powered "$(readlink -f "$0")" inspect 2>/tmp/boot.errors || echo "status $?: $(tail -n 1 /tmp/boot.errors)")"
+    done
+}
+
+# A boot that is killed, with all its processes at once, somewhere between its first moment and the fifteenth second.
+cut_power() {
+    local machine after=$((RANDOM % 15)).$((RANDOM % 10))
+    powered "$(readlink -f "$0")" work_on >/dev/null 2>&1 &
+    machine=$!
+    sleep "$after"
+    kill -KILL "$machine"
+    wait "$machine" 2>/dev/null || true
+    while pgrep -x ncaas >/dev/null; do sleep 0.02; done  # the last processes die after the first
+    echo "cut after $after s: $(stored) is stored"
+}
+
+cuts() {
+    local n
+    for ((n = 1; n <= CUTS; n++)); do
+        cut_power
+        ((n % 10 != 0)) || boots 1
+    done
+}
+
+furnish
+boots "$BOOTS"
+cuts
