@@ -7,9 +7,10 @@
 set -euo pipefail
 
 SOURCE_DIR=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd -P)
-readonly SOURCE_DIR BOOTS=${1:-20} CUTS=${2:-100}
+SELF=$(readlink -f "$0")
+readonly SOURCE_DIR SELF BOOTS=${1:-20} CUTS=${2:-100}
 readonly DEVICE_INFO=/etc/networkmanagement/device_info.json STORES=/var/lib/site-stores
-[[ -e /run/network/.sandbox ]] || exec "$SOURCE_DIR/scripts/sandbox" "$(readlink -f "$0")" "$@"
+[[ -e /run/network/.sandbox ]] || exec "$SOURCE_DIR/scripts/sandbox" "$SELF" "$@"
 source "$SOURCE_DIR/scripts/lib/site"
 
 # ---- Within one boot.
@@ -25,8 +26,7 @@ seconds_of() {
 }
 
 works() {
-    local condition
-    for condition in swdev1 swdev2 swdev1_ncsi swdev2_ncsi; do "$SITE_LIB/stock-netfilter" raise "$condition"; done
+    site_uplinks 1 2
     [[ $(site_report | sed '1s/far[12]$/one of both/') == "far5 asks the internet: one of both
 far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing
@@ -55,33 +55,12 @@ work_on() {
     done
 }
 
-if [[ ${1:-} == inspect || ${1:-} == work_on ]]; then
-    "$1"
-    exit
-fi
-
 # ---- Around them.
 
-# powered COMMAND [ARG]...: a boot in a network of its own, in which the command runs when it is done.
-powered() {
-    unshare --net --mount --pid --fork --kill-child --propagation private bash -c '
-        "$1/scripts/lib/private-proc" /
-        source "$1/scripts/lib/site"
-        mount -t sysfs sysfs /sys
-        mount -t tmpfs -o mode=755 run /run && mkdir -p /run/network /run/lock && : >/run/network/.sandbox
-        ip link set lo up
-        site_plug && site_serve
-        exec "$1/scripts/lib/systemd-world" --whole "${@:2}"' - "$SOURCE_DIR" "$@"
-}
-
-furnish() {
-    site_store
-    mkdir -p "$STORES"
-    cp "$DEVICE_INFO" "$STORES/0.json"
-    jq '.WAN_PORT.PORT1.MTU = "1400"' "$DEVICE_INFO" >"$STORES/1.json"
-    "$SITE_LIB/stock-netfilter" install
-    /usr/bin/systemctl.machine --root=/ enable --quiet "${SITE_UNITS[@]}" nm-reboot nm-poweroff
-}
+case ${1:-} in
+    inspect | work_on) "$1" && exit ;;
+    power) site_power "${@:2}" ;;
+esac
 
 # Which of the two documents is stored.
 stored() {
@@ -96,14 +75,14 @@ stored() {
 boots() {
     local n
     for ((n = 1; n <= $1; n++)); do
-        echo "boot $n: $(powered "$(readlink -f "$0")" inspect 2>/tmp/boot.errors || echo "status $?: $(tail -n 1 /tmp/boot.errors)")"
+        echo "boot $n: $("$SELF" power "$SELF" inspect 2>/srv/boot.errors || echo "status $?: $(tail -n 1 /srv/boot.errors)")"
     done
 }
 
 # A boot that is killed, with all its processes at once, somewhere between its first moment and the fifteenth second.
 cut_power() {
     local machine after=$((RANDOM % 15)).$((RANDOM % 10))
-    powered "$(readlink -f "$0")" work_on >/dev/null 2>&1 &
+    "$SELF" power "$SELF" work_on >/dev/null 2>&1 &
     machine=$!
     sleep "$after"
     kill -KILL "$machine"
@@ -120,6 +99,9 @@ cuts() {
     done
 }
 
-furnish
+site_furnish
+mkdir -p "$STORES"
+cp "$DEVICE_INFO" "$STORES/0.json"
+jq '.WAN_PORT.PORT1.MTU = "1400"' "$DEVICE_INFO" >"$STORES/1.json"
 boots "$BOOTS"
 cuts

@@ -82,7 +82,7 @@ Failed to start nm-bringup.service
 Starting nm-boot-finish.service
 Finished nm-boot-finish.service
 Reached target networkinterface.target" "$(sed -n '/Starting nm-bringup/,$p' <<<"$order")"
-for condition in swdev1 swdev2 swdev1_ncsi swdev2_ncsi; do "$SITE_LIB/stock-netfilter" raise "$condition"; done
+site_uplinks 1 2
 same "the site works" "far5 asks the internet: one of both
 far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing

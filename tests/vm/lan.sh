@@ -95,6 +95,25 @@ apply Setup_vlanbr 2 7 10 11 12
 same "nothing is left but the trunk" "swdev2" \
     "$(ip -br link | grep -E '^(br_v|swdev)' | cut -d ' ' -f 1 | cut -d @ -f 1 | xargs)"
 
+# All of it at once, from nothing and once more.
+brought_up() {
+    nm_bin --json setup_all_iface_by_config 2>/dev/null |
+        jq -r 'select(.key // "" | test("^(1|PORT|br_)")) | "\(.step) \(.key) \(.code)"' | paste -sd,
+}
+lan_state() {
+    ip -j link show | jq -c '.[] | [.ifname, .ifindex, .mtu, .master, .address]'
+    ip -j -4 addr show | jq -c '.[].addr_info' && bridge vlan && ip rule && ip route && ipset save && iptables-save | grep -v '^[#:]'
+}
+cp "$NEW" "$DEVICE_INFO"
+order="setup_vlanbr 10 0,setup_vlanbr 11 0,setup_vlanbr 12 0,setup_lanif PORT2 0,setup_laninfo br_v10 0,setup_laninfo br_v11 0,setup_laninfo br_v12 0"
+same "bring-up makes the segments, the port, then the addresses" "$order" "$(brought_up)"
+check "clients reach each other" eventually 20 reaches c12 10.0.10.2
+before=$(lan_state)
+same "a further one works the same" "$order" "$(brought_up)"
+same "and changes nothing" "$before" "$(lan_state)"
+apply Setup_lanif 2 63 PORT2
+apply Setup_vlanbr 2 7 10 11 12
+
 # A virtual machine: the port is a VLAN device that has the interface's name; a change of VLAN makes another one.
 echo model=VM >/etc/networkmanagement/ncaas.conf
 ip link set swdev2 down
