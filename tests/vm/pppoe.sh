@@ -15,7 +15,7 @@ ip netns add isp
 ip link add swdev1 type veth peer name acc0 netns isp
 ip -n isp link set acc0 up
 printf '"us er@isp" * "%s \\"q\\\\" *\n' "$SECRET" >/etc/ppp/chap-secrets
-printf '%s\n' require-chap 'ms-dns 198.51.100.53' >/etc/ppp/pppoe-server-options
+printf '%s\n' require-chap 'ms-dns 198.51.100.53' +ipv6 >/etc/ppp/pppoe-server-options
 ip netns exec isp pppoe-server -I acc0 -L 198.51.100.1 -R 198.51.100.100 -F >/dev/null 2>&1 &
 daemons+=("$!")
 
@@ -66,18 +66,28 @@ sites() {
 }
 check "no event is left of before" eventually 60 is_quiet
 start_services
-document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", USERNAME: "us er@isp",
+ipset create ip6_localip hash:ip family inet6
+printf '%s\n' 'interface ppp0 { IgnoreIfMissing on; AdvSendAdvert on; MinRtrAdvInterval 3; MaxRtrAdvInterval 4;' \
+    'prefix 2001:db8:9::/64 { }; };' >/etc/radvd.conf
+ip netns exec isp sysctl -qw net.ipv6.conf.all.forwarding=1
+document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", IP6_TYPE: "PPPOEV6", USERNAME: "us er@isp",
     PASSWORD: "'"$SECRET"' \"q\\"}'
 cp "$DEVICE_INFO" "$NEW"
 same "a WAN port dials" "0 NM_OK success" "$(run 1 15)"
 check "its session is up, and its event worked" eventually 90 eval 'ipset save | grep -q ppp-swdev1 && is_quiet'
 kernel=$(ip -j addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
+ip netns exec isp radvd -n -p "$scratch/radvd.pid" 2>/dev/null &
+daemons+=("$!")
+check "its IPv6 has an address of the provider's prefix" eventually 90 eval 'ip -6 rule | grep -q "from 2001:db8:9:"'
+own=$(ip -6 rule | sed -n 's/.*from \(2001:db8:9:[^ ]*\) .*/\1/p')
+check "which leads to the provider as well" grep -q "via fe80.*dev ppp-swdev1" <(ip -6 route get 2001:db8:ffff::1 from "$own")
 check "its rules and routes lead to the provider" grep -q via <(ip route get 192.0.2.9 from "$kernel")
 same "the overlay knows its address" "add $kernel" "$(sites)"
 document "$NEW"
 same "it becomes a static one" "0 NM_OK success" "$(run 3 5)"
 check "the end of the session is worked" eventually 60 is_quiet
-same "nothing of the session is left" "" "$(ipset save | grep ppp-; ls -d /sys/class/net/ppp-* 2>/dev/null; ip rule | grep "$kernel" || true)"
+same "nothing of the session is left" "" "$(ipset save | grep ppp-; ls -d /sys/class/net/ppp-* 2>/dev/null; ip rule | grep "$kernel" || true
+    ip -6 rule | grep 2001; ipset save ip6_localip | grep add; ls /run/network/ipv6; ls /etc/networkmanagement/*.dhcpcd.conf 2>/dev/null || true)"
 same "the overlay knows the static address last" "del null add 10.1.0.2" "$(sites)"
 same "the password is in no log" "" "$(grep -rlF "$SECRET" /var/log/network 2>/dev/null)"
 finish

@@ -21,6 +21,10 @@ constexpr int kMembers = 8;
 
 constexpr int kBits = 128;
 
+std::string text_of(const Json::Value& part, const char* key) {
+    return nm::json_string_or(part, key, "");
+}
+
 /// Seconds and lengths are what they are up to 32 bits; anything else is no number.
 std::string number(const std::string& text, uint64_t limit = UINT32_MAX) {
     const bool is_number =
@@ -67,15 +71,15 @@ Json::Value delegation(const Variable& variable, const std::string& name) {
 /// What a DHCPv6 server has given: the first address, all prefixes, name servers.
 Json::Value read_lease(const Variable& variable) {
     Json::Value lease;
-    lease["address"] = "";
+    std::string address;
     lease["prefixes"] = lease["dns"] = Json::arrayValue;
     for_each_name("new_dhcp6_ia_na", [&](const std::string& association) {
         for_each_name(association + "_ia_addr", [&](const std::string& name) {
-            const bool is_first = lease["address"] == "" && variable(name + "_vltime") != "0";
-            lease["address"] =
-                is_first && nm::is_device_address6(variable(name)) ? variable(name) : lease["address"];
+            const bool is_first = address.empty() && variable(name + "_vltime") != "0";
+            address = is_first && nm::is_device_address6(variable(name)) ? variable(name) : address;
         });
     });
+    lease["address"] = address;
     for_each_name("new_dhcp6_ia_pd", [&](const std::string& association) {
         for_each_name(association + "_prefix", [&](const std::string& name) {
             const Json::Value prefix = delegation(variable, name);
@@ -94,7 +98,8 @@ void take_own_address(const Variable& variable, const std::string& router, Json:
         const std::string text = variable(name);
         const std::size_t slash = text.find('/');
         const std::string length = slash != std::string::npos ? number(text.substr(slash + 1), kBits) : "";
-        if (ra["address"] == "" && !length.empty() && nm::is_device_address6(text.substr(0, slash))) {
+        if (text_of(ra, "address").empty() && !length.empty() &&
+            nm::is_device_address6(text.substr(0, slash))) {
             ra["address"] = text.substr(0, slash);
             ra["length"] = length;
         }
@@ -118,28 +123,26 @@ void take_links(const Variable& variable, const std::string& router, Json::Value
 /// What the routers of the link advertise (RFC 4861, RFC 8106). One with the lifetime 0 is no default router.
 Json::Value read_advertisements(const Variable& variable) {
     Json::Value ra;
-    ra["gateway"] = ra["address"] = ra["length"] = "";
+    std::string gateway;
+    ra["address"] = ra["length"] = "";
     ra["links"] = ra["dns"] = Json::arrayValue;
     for_each_name("nd", [&](const std::string& router) {
         const std::string from = variable(router + "_from");
         const std::string lifetime = number(variable(router + "_lifetime"));
         const bool leads_on = !lifetime.empty() && lifetime != "0" && is_valid_ip6(from.c_str());
-        ra["gateway"] = ra["gateway"] == "" && leads_on ? from : ra["gateway"];
+        gateway = gateway.empty() && leads_on ? from : gateway;
         take_own_address(variable, router, ra);
         take_links(variable, router, ra);
         for_each_name(router + "_rdnss", [&](const std::string& name) {
             append_servers(variable(name + "_servers"), ra["dns"]);
         });
     });
+    ra["gateway"] = gateway;
     return ra;
 }
 
 Json::Value nothing(const Variable&) {
     return Json::objectValue;
-}
-
-std::string text_of(const Json::Value& part, const char* key) {
-    return nm::json_string_or(part, key, "");
 }
 
 /// The length of the link that the address lies on: of several the longest. None: the whole address.

@@ -41,7 +41,7 @@ int replace(const std::string& path, const Json::Value& record) {
 
 /// What a record has never had, and what it has no more.
 bool is_absent(const Json::Value& value) {
-    return value.empty() || value == "";
+    return value.isString() ? value.asString().empty() : value.empty();
 }
 
 }  // namespace
