@@ -28,6 +28,7 @@ TEST(Migration, LeadsFromEveryVersionToTheCurrentOne) {
          "{'dbversion':'1.0.2','dev':{'device_type':'dummy','MAC':'a','ifname':'','vswitch_name':''},"
          "'u':{'device_type':'none'}}"},
         {"device_info", "{'dbversion':'1.0.2','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
+        {"device_info", "{'dbversion':'1.0.2.0','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
         {"device_info", "{'dbversion':'1.0.10','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
         {"device_info", "{'dbversion':7,'META':{'VERSION':'9'}}",
          "{'dbversion':'1.0.2','META':{'VERSION':'9'}}"},
