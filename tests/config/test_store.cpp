@@ -3,6 +3,7 @@
 #include <limits>
 #include <unordered_map>
 
+#include "config/document_scope.h"
 #include "fake_service.h"
 #include "sandbox_fixture.h"
 #include "utils/handles.h"
@@ -88,6 +89,35 @@ TEST(IniFile, LineIsSplitAtItsFirstSignAndNothingIsTrimmed) {
     pairs["key"] = "value\nforged=1";
     EXPECT_EQ(ini_conf_write(file.path, pairs), NM_ERR_BAD_VALUE);
     EXPECT_TRUE(ini_conf_read(file.path, pairs) == 0 && read == pairs) << "the file stays as it was";
+}
+
+TEST(DocumentScope, ParsesEachStateOfADocumentOnce) {
+    const Scratch dir;
+    const std::string path = dir / "doc.json";
+    const nm::DocumentScope documents;
+    const auto reading = [&] {
+        const LogTail log;
+        Json::Value document;
+        const int ret = json_file_to_mem(path, document);
+        const std::string text = ret == 0 ? document["from"].asString() : std::to_string(ret);
+        return text + (log.has("Loading " + path) ? " parsed" : "");
+    };
+    const auto twice = [&] {
+        const std::string first = reading();
+        return first + " " + reading();
+    };
+    EXPECT_EQ(reading(), "-1020");
+    put(path, R"({"from":"a"})");
+    EXPECT_EQ(twice(), "a parsed a");
+    put(path, R"({"from":"bb"})");
+    EXPECT_EQ(twice(), "bb parsed bb") << "written in place";
+    Json::Value stored = json(R"({"from":"c"})");
+    EXPECT_EQ(json_mem_to_file(path, stored, true), 0);
+    EXPECT_EQ(twice(), "c parsed c");
+    put(path, "no JSON");
+    EXPECT_EQ(twice(), "-1032 parsed -1032 parsed");
+    fs::remove(path);
+    EXPECT_EQ(reading(), "-1020");
 }
 
 TEST(RotateConfig, KeepsTheNewestTenOfOneFamily) {
