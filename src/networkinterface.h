@@ -69,6 +69,7 @@
 #include "policy/firewall/policy.h"
 #include "policy/firewall/segment.h"
 #include "policy/routes/static_route.h"
+#include "result_advice.h"
 #include "result_codes.h"
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_defaults.h"
@@ -90,4 +91,5 @@
 #include "services/sections/Services.h"
 #include "services/sections/Topology.h"
 #include "utils/Utils.h"
+#include "utils/call_watch.h"
 #include "utils/secrets.h"

@@ -7,6 +7,7 @@
 #include "peers/bus/request_waits.h"
 #include "peers/logs/logging.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -119,12 +120,12 @@ int run_request(const char* json, const RequestFamily& family) {
     for (auto member = root.begin(); member != root.end(); ++member) {
         Request request;
         ret = read_request(*member, member.name(), request);
-        if (ret != NM_OK) {
-            continue;
+        if (ret == NM_OK) {
+            ret = family.target(member.name(), request.act, request.ops, path, document);
+            all_ops |= request.ops;
+            set_of_ports_changed = set_of_ports_changed || request.act != ACT_ALT;
         }
-        ret = family.target(member.name(), request.act, request.ops, path, document);
-        all_ops |= request.ops;
-        set_of_ports_changed = set_of_ports_changed || request.act != ACT_ALT;
+        note_target(member.name(), ret);
     }
     if ((all_ops & OPT_RATE) == 0 && !set_of_ports_changed) {
         return ret;
@@ -147,6 +148,7 @@ int run_section_request(const char* json, SectionTarget target) {
         if (ret == NM_OK) {
             ret = target(member.name, member.act, member.ops, member.path);
         }
+        note_target(member.name, ret);
     }
     return ret;
 }

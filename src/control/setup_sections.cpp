@@ -8,6 +8,7 @@
 #include "services/sections/Misc.h"
 #include "services/sections/Services.h"
 #include "services/sections/Topology.h"
+#include "utils/call_notes.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ int setup_topology(const char* json) {
         }
         const int setup_ret =
             nm::shielded([&] { return __setup_topology(member.name, member.path, member.ops, member.act); });
+        nm::note_target(member.name, setup_ret);
         if (setup_ret != NM_OK) {
             NM_LOG(Error) << "Setup " << member.name << " failed, ret: " << setup_ret;
             ++failures;

@@ -5,6 +5,7 @@
 
 #include "log.h"
 #include "utils/Utils.h"
+#include "utils/call_notes.h"
 
 std::string get_pure_ifname(std::string ifname) {
     const size_t start = ifname.find("swdev");
@@ -27,6 +28,7 @@ int is_iface_up(std::string ifname) {
 int wait_for_iface_up(std::string ifname) {
     constexpr useconds_t kInterval = 500000;
     constexpr useconds_t kLimit = 20000000;
+    const nm::WaitNote note("the link of " + ifname, kLimit / 1000000);
     for (useconds_t elapsed = 0; elapsed <= kLimit; elapsed += kInterval) {
         if (is_iface_up(ifname) == 1) {
             return 0;

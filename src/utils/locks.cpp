@@ -7,10 +7,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/handles.h"
 
 namespace {
@@ -40,6 +42,7 @@ int lock_failure() {
 
 int take(const std::string& name, int kind, OutOfRecords out_of_records) {
     const std::string path = lock_file(name);
+    std::optional<nm::WaitNote> note;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // A failed open is met again as a failed flock, and may be over on the next attempt.
         // A link in its place would make a reader, which deletes its lock file, delete another file.
@@ -56,6 +59,9 @@ int take(const std::string& name, int kind, OutOfRecords out_of_records) {
             return NM_ERR_LOCK_MEM;
         }
         (void)file.close();
+        if (!note) {
+            note.emplace("the lock of " + name, kAttempts, path.c_str());
+        }
         sleep(1);
     }
     NM_LOG(Error) << "Get LOCK failed: " << name << ", pid: " << getpid();

@@ -8,6 +8,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/files.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
@@ -55,6 +56,7 @@ int control(const Verb& verb, const char* service, const char* instance, const c
     if (result != NM_OK) {
         return result;
     }
+    const nm::WaitNote note("systemctl " + (verb.word + (" " + unit)));
     return run(std::string("/usr/bin/systemctl ") + verb.word + " " + *word + " >/dev/null 2>&1",
                verb.attempts);
 }

@@ -16,7 +16,7 @@ jq -n --arg evil "$EVIL" '{DEV_TYPE: "virtio", INTERFACE: $evil, PRIO: "1", TX_R
 # harmless ENTRY ARGUMENT...: it comes back, and of all programs that were started none was named by a value.
 harmless() {
     local programs
-    strace -f -qq -e trace=execve -e signal=none -o "$scratch/trace" nm_bin "$@" >"$scratch/line" 2>&1 || true
+    strace -f -qq -e trace=execve -e signal=none -o "$scratch/trace" nm_bin "$@" >"$scratch/line" 2>>"$scratch/stderr" || true
     programs=$(sed -n 's/.*execve("\([^"]*\)".* = 0$/\1/p' "$scratch/trace" | sort -u | xargs)
     check "$1: it was watched (${programs//\/usr/})" grep -q . <<<"$programs"
     same "$1: a result, no program, no file" "1 0 0" \

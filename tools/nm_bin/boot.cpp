@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 
 namespace nm_bin {
 
@@ -131,12 +132,12 @@ int finish() {
 
 }  // namespace
 
-int boot(const Arguments& words, bool as_json) {
-    if (words.size() != 1 || (words[0] != "begin" && words[0] != "finish")) {
+int boot(const Arguments& words, const Options& options) {
+    if (words[0] != "begin" && words[0] != "finish") {
         return usage_error("boot takes begin|finish");
     }
     INITIALIZE_LOG("MAIN");
-    return print_result(words[0] == "begin" ? begin() : finish(), as_json);
+    return print_result(words[0] == "begin" ? begin() : finish(), options);
 }
 
 }  // namespace nm_bin

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 
 namespace nm_bin {
 
@@ -89,16 +90,13 @@ void show_failures(const Progress& progress) {
 
 }  // namespace
 
-int bring_up(const Arguments& words, bool as_json) {
-    if (!words.empty()) {
-        return usage_error("setup_all_iface_by_config takes nothing");
-    }
-    Progress progress{as_json};
+int bring_up(const Arguments& /*words*/, const Options& options) {
+    Progress progress{options.json};
     const int code = setup_all_iface_by_config(0, note_step, &progress);
-    if (!as_json) {
+    if (!options.json) {
         show_failures(progress);
     }
-    return print_result(code, as_json);
+    return print_result(code, options);
 }
 
 }  // namespace nm_bin

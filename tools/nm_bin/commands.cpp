@@ -1,29 +1,52 @@
-// The table of commands, and what they say alike.
+// The table of the commands for people.
 #include "nm_bin/commands.h"
 
-#include <networkinterface.h>
-
 #include <algorithm>
-#include <iostream>
+#include <array>
+
+#include "nm_bin/explain.h"
 
 namespace nm_bin {
 
+namespace {
+
+constexpr size_t kAny = 1000;
+
+int codes(const Arguments& words, const Options& options) {
+    return show_codes(words.empty() ? "" : words[0], options);
+}
+
+constexpr std::array kCommands{
+    Command{"list", "", 0, 0, list, "the ports, VLANs and LANs, as they are stored and as they run"},
+    Command{"show", "[TARGET]", 0, 1, show, "what is stored of a port, an interface or a VLAN"},
+    Command{"set", "TARGET MEMBER VALUE...", 3, kAny, set, "change stored members and apply them"},
+    Command{"add", "KIND TARGET [MEMBER VALUE]...", 2, kAny, add,
+            "add an entry of the kind wan, private, rglink, lan, vlan or dhcp, and apply it"},
+    Command{"delete", "[KIND] TARGET", 1, 2, remove, "take an entry down and out of the documents"},
+    Command{"undo", "", 0, 0, undo, "take the last change back; a second undo makes it again"},
+    Command{
+        "diff", "[OLD [NEW]]", 0, 2, diff,
+        "what differs between two documents: the stored ones and the running ones, or those of the files"},
+    Command{"migrate", "[DOCUMENT]...", 0, kAny, migrate,
+            "bring stored documents to the current format, and repair broken ones"},
+    Command{"changes", "[DOCUMENT]", 0, 1, show_changes, "what migrations have changed in stored documents"},
+    Command{"log", "[TARGET]", 0, 1, log, "the last lines of the log, those that name the target"},
+    Command{"setup_all_iface_by_config", "", 0, 0, bring_up,
+            "bring the device up: add all that the stored documents hold"},
+    Command{"boot", "begin|finish", 1, 1, boot,
+            "what a boot does before the bring-up (the stored packet policy) and after it (routes, forwards, "
+            "names)"},
+    Command{"service", "list|uses|find PORTS [PROTOCOL]|add|change NAME PROTOCOL PORTS [REMARK]|delete NAME",
+            1, kAny, manage_services,
+            "show or edit the names of service ports that rules may use, or show where they do"},
+    Command{"codes", "[CODE]", 0, 1, codes, "what a result code means, and what to try"},
+    Command{"complete", "WORD...", 0, kAny, complete, "what the last word could be, for the shell"},
+};
+
+}  // namespace
+
 const std::vector<Command>& commands() {
-    static const std::vector<Command> all{
-        {"setup_all_iface_by_config", "", bring_up,
-         "bring the device up: add all that the stored documents hold"},
-        {"boot", "begin|finish", boot,
-         "what a boot does before the bring-up (the stored packet policy) and after it (routes, forwards, "
-         "names)"},
-        {"migrate", "[--dry-run] [DOCUMENT]...", migrate,
-         "bring stored documents to the current format, and repair broken ones; --dry-run only says what it "
-         "would do"},
-        {"changes", "[DOCUMENT]", show_changes, "show what migrations have changed in stored documents"},
-        {"service", "list|uses|find PORTS [PROTOCOL]|add|change NAME PROTOCOL PORTS [REMARK]|delete NAME",
-         manage_services,
-         "show or edit the names of service ports that rules may use, or show where they do"},
-        {"diff", "OLD NEW", show_diff, "show what differs between two documents"},
-    };
+    static const std::vector<Command> all(kCommands.begin(), kCommands.end());
     return all;
 }
 
@@ -31,22 +54,6 @@ const Command* find_command(const std::string& name) {
     const auto found = std::find_if(commands().begin(), commands().end(),
                                     [&name](const Command& row) { return row.name == name; });
     return found == commands().end() ? nullptr : &*found;
-}
-
-int usage_error(const std::string& message) {
-    std::cerr << "nm_bin: " << message << "\nTry 'nm_bin --help'.\n";
-    return kExitUsage;
-}
-
-int print_result(int code, bool as_json) {
-    const ResultCode result = describe_result(code);
-    if (as_json) {
-        std::cout << "{\"code\":" << code << ",\"name\":\"" << result.name << "\",\"meaning\":\""
-                  << result.meaning << "\"}\n";
-    } else {
-        std::cout << code << " " << result.name << " " << result.meaning << "\n";
-    }
-    return code >= 0 ? kExitOk : kExitFailed;
 }
 
 }  // namespace nm_bin

@@ -1,27 +1,22 @@
-// What nm_bin does besides running single entries: commands for people, each with its own words and output.
+// The commands that work on stored documents and logs for people, beside the library's entries.
 #pragma once
-
-#include <json/value.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "nm_bin/console.h"
 #include "nm_bin/entries.h"
 
 namespace nm_bin {
 
-/// The exit statuses of all commands.
-constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
-
-/// A command and the words behind its name as the usage shows them. It prints its answer, as JSON if asked
-/// for, and returns the exit status.
+/// A command: its name, its arguments as the usage shows them and how many there may be, its work.
 struct Command {
     std::string_view name;
     std::string_view arguments;
-    int (*run)(const Arguments& words, bool as_json);
+    size_t least;
+    size_t most;
+    int (*run)(const Arguments& words, const Options& options);
     std::string_view help;
 };
 
@@ -30,22 +25,31 @@ const std::vector<Command>& commands();
 /// The command of this name, null if there is none.
 const Command* find_command(const std::string& name);
 
-/// Says what is wrong with the words of a call on standard error; kExitUsage.
-int usage_error(const std::string& message);
+/// Changes of stored documents, made in the running system first. Exit statuses.
+int set(const Arguments& words, const Options& options);
+int add(const Arguments& words, const Options& options);
+int remove(const Arguments& words, const Options& options);
+int undo(const Arguments& words, const Options& options);
 
-/// Prints the result code of an entry, as a line or as a JSON object; the exit status that goes with it.
-int print_result(int code, bool as_json);
+/// Views.
+int show(const Arguments& words, const Options& options);
+int diff(const Arguments& words, const Options& options);
+int list(const Arguments& words, const Options& options);
+int log(const Arguments& words, const Options& options);
+
+/// Documents, their migrations and their differences.
+int migrate(const Arguments& words, const Options& options);
+int show_changes(const Arguments& words, const Options& options);
+int manage_services(const Arguments& words, const Options& options);
 
 /// Brings the device up. Each step is shown as it ends, on standard error if that is a terminal, as JSON on
 /// standard output; failures are shown in any case.
-int bring_up(const Arguments& words, bool as_json);
+int bring_up(const Arguments& words, const Options& options);
 
 /// The steps of a boot before ("begin") and after ("finish") the bring-up.
-int boot(const Arguments& words, bool as_json);
+int boot(const Arguments& words, const Options& options);
 
-int migrate(const Arguments& words, bool as_json);
-int show_changes(const Arguments& words, bool as_json);
-int manage_services(const Arguments& words, bool as_json);
-int show_diff(const Arguments& words, bool as_json);
+/// What the last of the words could be, one a line, for the shell.
+int complete(const Arguments& words, const Options& options);
 
 }  // namespace nm_bin

@@ -14,6 +14,9 @@ namespace nm_bin {
 
 namespace {
 
+/// What was in force after the last start and the changes since.
+constexpr const char* kRunningPath = "/var/run/network/device_info.curr";
+
 std::string text_of(const Json::Value& record, const char* key) {
     return record.get(key, "").asString();
 }
@@ -58,11 +61,7 @@ bool read_document(const std::string& path, Json::Value& document) {
 
 }  // namespace
 
-int migrate(const Arguments& words, bool as_json) {
-    Arguments names = words;
-    const auto options = std::remove(names.begin(), names.end(), "--dry-run");
-    const bool dry_run = options != names.end();
-    names.erase(options, names.end());
+int migrate(const Arguments& names, const Options& options) {
     const std::vector<std::string> known = migrated_documents();
     for (const std::string& name : names) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
@@ -71,18 +70,15 @@ int migrate(const Arguments& words, bool as_json) {
     }
     INITIALIZE_LOG("MAIN");
     Json::Value records;
-    const int code = migrate_documents(names, dry_run, records);
-    as_json ? print_json(records) : print_records(records, dry_run);
+    const int code = migrate_documents(names, options.dry_run, records);
+    options.json ? print_json(records) : print_records(records, options.dry_run);
     return code < 0 ? kExitFailed : kExitOk;
 }
 
-int show_changes(const Arguments& words, bool as_json) {
-    if (words.size() > 1) {
-        return usage_error("changes takes [DOCUMENT]");
-    }
+int show_changes(const Arguments& words, const Options& options) {
     INITIALIZE_LOG("MAIN");
     const Json::Value reports = list_difference_reports(words.empty() ? "" : words[0]);
-    if (as_json) {
+    if (options.json) {
         print_json(reports);
         return kExitOk;
     }
@@ -93,18 +89,18 @@ int show_changes(const Arguments& words, bool as_json) {
     return kExitOk;
 }
 
-int show_diff(const Arguments& words, bool as_json) {
-    if (words.size() != 2) {
-        return usage_error("diff takes OLD NEW");
+int diff(const Arguments& words, const Options& options) {
+    const std::string old_path = words.size() == 2 ? words[0]
+                                 : words.empty()   ? kRunningPath
+                                                   : kDeviceInfoPath;
+    const std::string new_path = words.empty() ? kDeviceInfoPath : words.back();
+    Json::Value old_document;
+    Json::Value new_document;
+    if (!read_document(old_path, old_document) || !read_document(new_path, new_document)) {
+        return usage_error("cannot read " + old_path + " and " + new_path);
     }
-    Json::Value documents[2];
-    for (int i = 0; i < 2; ++i) {
-        if (!read_document(words[static_cast<size_t>(i)], documents[i])) {
-            return usage_error("cannot read " + words[static_cast<size_t>(i)]);
-        }
-    }
-    const DictDiffer differ(documents[0], documents[1]);
-    as_json ? print_json(differ.report()) : void(std::cout << show_difference(differ.report()));
+    const DictDiffer differ(old_document, new_document);
+    options.json ? print_json(differ.report()) : void(std::cout << show_difference(differ.report()));
     return differ.differences().empty() ? kExitOk : kExitFailed;
 }
 

@@ -24,8 +24,7 @@ const std::vector<Entry>& entries();
 const Entry* find_entry(const std::string& name);
 
 /// Checks the words against the entry's arguments and puts the text of a request in the place of what names
-/// it
-/// (@FILE, -). Empty, or what is wrong.
+/// it: a file, standard input. Empty, or what is wrong.
 std::string take_arguments(const Entry& entry, Arguments& words);
 
 /// Applies the document at the first path in place of the one at the second, where it then lies with what the

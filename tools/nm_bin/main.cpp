@@ -1,65 +1,164 @@
-// nm_bin: the library's exported entries as commands of an operator's shell.
+// nm_bin: the network configuration in an operator's shell, by commands for people and by the library's
+// entries.
 #include <fcntl.h>
-#include <getopt.h>
 #include <networkinterface.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/console.h"
+#include "nm_bin/entries.h"
+#include "nm_bin/request.h"
 
 namespace {
 
 using nm_bin::Arguments;
 using nm_bin::Command;
-using nm_bin::commands;
-using nm_bin::entries;
 using nm_bin::Entry;
-using nm_bin::kExitOk;
-using nm_bin::usage_error;
+using nm_bin::Options;
 
-void print_usage(std::ostream& out) {
-    out << "usage: nm_bin [--json] COMMAND ARGUMENT...\n"
+/// The command line: options anywhere, so that words which look like one (a code, a request) are told apart
+/// by the command that takes them.
+struct Line {
+    Options options;
+    Arguments words;
+    bool help = false;
+    bool version = false;
+    std::string complaint;
+};
+
+template <class Row>
+void print_rows(const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+        std::cout << "  " << row.name << (row.arguments.empty() ? "" : " ") << row.arguments << "\n      "
+                  << row.help << "\n";
+    }
+}
+
+void print_usage() {
+    std::cout
+        << "usage: nm_bin [OPTION]... COMMAND ARGUMENT...\n"
            "       nm_bin --help | --version\n"
            "\n"
-           "Runs one entry of the network configuration library. The request is given as text, as the name "
-           "of a\n"
-           "file (@FILE) or on standard input (-), and looks like\n"
+           "Commands in small letters work on what is stored and what runs; the others run one entry of the\n"
+           "library each. A REQUEST is given as text, as the name of a file (@FILE) or on standard input "
+           "(-),\n"
+           "and looks like\n"
            "\n"
            "  {\"PORT1\": {\"ops\": 4, \"act\": 3, \"path\": \"/etc/networkmanagement/device_info.json\"}}\n"
            "\n"
            "act 1 adds, 2 deletes, 3 alters; ops is the mask of what changed; path holds the new state.\n"
-           "The result is one line: number, name, meaning. Exit status: 0 success, 1 failure, 2 usage.\n"
+           "The result is one line: number, name, meaning; with several targets one more for each. What "
+           "failed\n"
+           "is explained on standard error. Exit status: 0 success, 1 failure, 2 usage; 69 a service is "
+           "down,\n"
+           "72 a directory is missing, 75 a lock is held, 77 not root.\n"
            "\n"
            "commands:\n";
-    for (const Command& command : commands()) {
-        out << "  " << command.name << " " << command.arguments << "\n      " << command.help << "\n";
-    }
-    for (const Entry& command : entries()) {
-        out << "  " << command.name << " " << command.arguments << "\n      " << command.help << "\n";
-    }
-    out << "\noptions:\n"
-           "  --json     print the result as a JSON object\n"
-           "  --help     this text\n"
-           "  --version  the version\n";
+    print_rows(nm_bin::commands());
+    print_rows(nm_bin::entries());
+    std::cout
+        << "\noptions:\n"
+           "  --json       print results as JSON, which tables are anyway where the output is no terminal\n"
+           "  --text       print tables as text even there\n"
+           "  --dry-run    of set, add, delete, undo and migrate: show the change, and make none\n"
+           "  -f, --follow       of log: go on with what is logged from now on\n"
+           "  -n, --lines COUNT  of log: so many lines (20)\n"
+           "  --help       this text\n"
+           "  --version    the version\n";
 }
 
-int run_command(const std::string& name, Arguments words, bool as_json) {
-    const Command* const command = nm_bin::find_command(name);
-    if (command != nullptr) {
-        return command->run(words, as_json);
+/// An option without a value, and what it sets. Those `of_commands` are words like others behind an entry.
+struct Flag {
+    std::string_view letter;
+    std::string_view name;
+    bool of_commands;
+    void (*set)(Line& line);
+};
+
+constexpr std::array kFlags{
+    Flag{"-j", "--json", false, [](Line& line) { line.options.json = true; }},
+    Flag{"-h", "--help", false, [](Line& line) { line.help = true; }},
+    Flag{"-V", "--version", false, [](Line& line) { line.version = true; }},
+    Flag{"-v", "--version", false, [](Line& line) { line.version = true; }},
+    Flag{"", "--text", true, [](Line& line) { line.options.text = true; }},
+    Flag{"", "--dry-run", true, [](Line& line) { line.options.dry_run = true; }},
+    Flag{"-f", "--follow", true, [](Line& line) { line.options.follow = true; }},
+};
+
+bool take_flag(const std::string& word, Line& line) {
+    const bool has_command = !line.words.empty();
+    const bool is_entry = has_command && nm_bin::find_command(line.words[0]) == nullptr;
+    for (const Flag& flag : kFlags) {
+        const bool is_letter = word == flag.letter && (!has_command || flag.of_commands);
+        if ((word == flag.name || is_letter) && !(is_entry && flag.of_commands)) {
+            flag.set(line);
+            return true;
+        }
     }
-    const Entry* const entry = nm_bin::find_entry(name);
-    if (entry == nullptr) {
-        return usage_error("unknown command: " + name);
+    return false;
+}
+
+bool take_count(const std::string& word, Line& line) {
+    constexpr size_t kMostDigits = 6;
+    const bool is_number = !word.empty() && word.size() <= kMostDigits &&
+                           word.find_first_not_of("0123456789") == std::string::npos;
+    if (is_number) {
+        line.options.lines = std::stoul(word);
     }
-    const std::string failure = nm_bin::take_arguments(*entry, words);
-    if (!failure.empty()) {
-        return usage_error(failure);
+    return is_number;
+}
+
+bool is_log(const Line& line) {
+    return !line.words.empty() && line.words[0] == "log";
+}
+
+Line read_line(const Arguments& given) {
+    Line line;
+    bool takes_options = true;
+    for (size_t i = 0; i < given.size() && line.complaint.empty(); ++i) {
+        const std::string& word = given[i];
+        // What is to be completed may be an option.
+        takes_options = takes_options && !(!line.words.empty() && line.words[0] == "complete");
+        if (takes_options && word == "--") {
+            takes_options = false;
+        } else if (takes_options && is_log(line) && (word == "-n" || word == "--lines")) {
+            ++i;
+            line.complaint = i < given.size() && take_count(given[i], line) ? "" : word + " takes a number";
+        } else if (takes_options && take_flag(word, line)) {
+            continue;
+        } else if (takes_options && line.words.empty() && word.rfind('-', 0) == 0) {
+            line.complaint = "unknown option: " + word;
+        } else {
+            line.words.push_back(word);
+        }
     }
-    return nm_bin::print_result(entry->run(words), as_json);
+    return line;
+}
+
+int run_command(const Command& command, const Arguments& words, const Options& options) {
+    if (words.size() < command.least || words.size() > command.most) {
+        return nm_bin::usage_error(std::string(command.name) + " takes " +
+                                   (command.arguments.empty() ? "nothing" : std::string(command.arguments)));
+    }
+    return command.run(words, options);
+}
+
+int run(const Line& line) {
+    const std::string& name = line.words[0];
+    const Arguments words(line.words.begin() + 1, line.words.end());
+    if (const Command* const command = nm_bin::find_command(name)) {
+        return run_command(*command, words, line.options);
+    }
+    if (const Entry* const entry = nm_bin::find_entry(name)) {
+        return nm_bin::run_entry(*entry, words, line.options);
+    }
+    return nm_bin::usage_error("unknown command: " + name);
 }
 
 /// The library's lock of a port is a descriptor that has to be above 0, and children of the library write to
@@ -78,31 +177,17 @@ void open_standard_descriptors() {
 
 int main(int argc, char** argv) {
     open_standard_descriptors();
-    static const std::array<option, 4> options{
-        option{"json", no_argument, nullptr, 'j'},
-        option{"help", no_argument, nullptr, 'h'},
-        option{"version", no_argument, nullptr, 'v'},
-        option{nullptr, 0, nullptr, 0},
-    };
-    bool as_json = false;
-    opterr = 0;
-    for (int choice = 0; (choice = getopt_long(argc, argv, "+jhv", options.data(), nullptr)) != -1;) {
-        switch (choice) {
-            case 'j':
-                as_json = true;
-                break;
-            case 'h':
-                print_usage(std::cout);
-                return kExitOk;
-            case 'v':
-                std::cout << "nm_bin " << NM_VERSION << "\n";
-                return kExitOk;
-            default:
-                return usage_error("unknown option: " + std::string(argv[optind - 1]));
-        }
+    const Line line = read_line(Arguments(argv + 1, argv + argc));
+    if (!line.complaint.empty()) {
+        return nm_bin::usage_error(line.complaint);
     }
-    if (optind == argc) {
-        return usage_error("no command given");
+    if (line.help) {
+        print_usage();
+        return nm_bin::kExitOk;
     }
-    return run_command(argv[optind], Arguments(argv + optind + 1, argv + argc), as_json);
+    if (line.version) {
+        std::cout << "nm_bin " << NM_VERSION << "\n";
+        return nm_bin::kExitOk;
+    }
+    return line.words.empty() ? nm_bin::usage_error("no command given") : run(line);
 }

@@ -8,12 +8,19 @@
 #include <iostream>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 
 namespace nm_bin {
 
 namespace {
 
 using Faults = std::vector<std::string>;
+
+int print_result(int code, bool as_json) {
+    Options options;
+    options.json = as_json;
+    return nm_bin::print_result(code, options);
+}
 
 /// Prints all that is wrong, and the result.
 int conclude(int code, const Faults& faults, bool as_json) {
@@ -126,7 +133,7 @@ constexpr std::array kVerbs{Verb{"list", 0, 0, list},     Verb{"find", 1, 2, fin
 
 }  // namespace
 
-int manage_services(const Arguments& words, bool as_json) {
+int manage_services(const Arguments& words, const Options& options) {
     const auto* const verb = std::find_if(kVerbs.begin(), kVerbs.end(), [&words](const Verb& row) {
         return !words.empty() && row.name == words[0] && words.size() > row.least &&
                words.size() <= row.most + 1;
@@ -135,7 +142,7 @@ int manage_services(const Arguments& words, bool as_json) {
         return usage_error("service takes list, find, uses, add, change or delete, and their words");
     }
     INITIALIZE_LOG("MAIN");
-    return verb->run(words, as_json);
+    return verb->run(words, options.json);
 }
 
 }  // namespace nm_bin

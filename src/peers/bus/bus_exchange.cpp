@@ -9,6 +9,7 @@
 #include "log.h"
 #include "peers/bus/request_waits.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -48,6 +49,7 @@ int call_within_request(const std::string& service, const std::string& method, v
                         << " is not called.";
         return NM_ERR_BUS_CALL;
     }
+    const nm::WaitNote note("an answer of " + service, limit);
     const auto start = nm::RequestWaits::Clock::now();
     const bool answered = vs_call(service.c_str(), method.c_str(), io, limit, kFlags) == 0;
     nm::RequestWaits::enter_call(service, limit, start, answered);

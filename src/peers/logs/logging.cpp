@@ -27,6 +27,7 @@
 
 #include "log.h"
 #include "utils/Utils.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/handles.h"
 #include "utils/shell_text.h"
@@ -558,12 +559,16 @@ LogStatement::LogStatement(LogLevel level, const char* file, int line, const cha
 
 LogStatement::~LogStatement() {
     const int caller_errno = errno;
-    if (loaded_log.is_ready()) {
-        try {
-            write_statement(level_, file_, line_, function_, text_.str());
-        } catch (...) {
-            // Logging never fails the caller, and a destructor has nobody to tell.
+    try {
+        const std::string text = text_.str();
+        if (level_ == LogLevel::Error) {
+            note_error(text);
         }
+        if (loaded_log.is_ready()) {
+            write_statement(level_, file_, line_, function_, text);
+        }
+    } catch (...) {
+        // Logging never fails the caller, and a destructor has nobody to tell.
     }
     errno = caller_errno;
 }

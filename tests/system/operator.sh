@@ -1,0 +1,183 @@
+#!/bin/bash
+# nm_bin in the hands of people: failures that are explained by their cause, changes of stored documents that are
+# made whole or not at all, and what is shown of them.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+
+readonly SECRET=geheim-7 UNDO=/etc/networkmanagement/nm_bin.undo LOCKS=/var/lock/network
+
+make_world() {
+    local n
+    : >/run/network/.boot_fin
+    nm-base-rules
+    printf 'model=VM\ndevid=1\n' >/etc/networkmanagement/ncaas.conf
+    for n in 1 2; do
+        ip link add "swdev$n" type veth peer name "far$n"
+        ip link set "swdev$n" up
+        ip link set "far$n" up
+    done
+    jq -n --arg secret "$SECRET" '{
+        WAN_PORT: {PORT1: {DEV_TYPE: "virtio", INTERFACE: "swdev1", MTU: "1500"},
+                   PORT3: {DEV_TYPE: "virtio", INTERFACE: $secret, MTU: "1500"}},
+        WAN_IFACE_INFO: {swdev1: {IP4_TYPE: "DISABLED", IP6_TYPE: "DISABLED", USERNAME: "me", PASSWORD: $secret}},
+        LAN_PORT: {PORT4: {DEV_TYPE: "virtio", INTERFACE: "lan0"}}}' >"$DEVICE_INFO"
+}
+
+# says NAME STATUS PATTERN COMMAND [ARG]...: the exit status and, among all that is printed, a line like this; of the
+# secret nothing.
+says() {
+    local status=0 output
+    output=$("${@:4}" 2>&1) || status=$?
+    same "$1: exit status" "$2" "$status"
+    check "$1: what is said" grep -qE -- "$3" <<<"$output"
+    [[ $output != *"$SECRET"* ]] || failed "$1: a secret is printed" "$output"
+}
+
+# of PORT OPS ACT: a member of a request.
+of() {
+    echo "\"$1\":{\"ops\":$2,\"act\":$3,\"path\":\"$DEVICE_INFO\"}"
+}
+
+# without DIRECTORY COMMAND [ARG]...: the command while the directory is missing.
+without() {
+    local status=0
+    mv -T "$1" "$scratch/away"
+    "${@:2}" || status=$?
+    rm -rf "$1"
+    mv -T "$scratch/away" "$1"
+    return "$status"
+}
+
+check_causes() {
+    local unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+    says "no permission" 77 '^try: only root' "${unprivileged[@]}" nm_bin Setup_wanif "{$(of PORT1 4 3)}"
+    says "no permission to edit" 77 '^try: only root' "${unprivileged[@]}" nm_bin set PORT1 mtu 1400
+    says "no directory of locks" 72 '^try: the directory /var/lock/network is missing' \
+        without /run/lock/network nm_bin Setup_wanif "{$(of PORT1 4 3)}"
+    says "another directory" 72 '^try: the directory /etc/networkmanagement is missing' \
+        without /etc/networkmanagement nm_bin Setup_wanif "{$(of PORT1 4 3)}"
+    says "a service that is down" 69 '^try: the service ncaas does not run' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
+    says "an error of the log, the secret masked" 1 '^error: \*\*\* does not exist' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
+    says "and its code" 1 '^failed: -1002 NM_ERR_NO_IFACE' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
+    says "each target's result" 1 '^  PORT1 0 NM_OK' nm_bin Setup_wanif "{$(of PORT1 4 3),$(of PORT3 4 1)}"
+    says "the first target's failure" 1 '^failed: PORT1: -1001' nm_bin Setup_wanif "{$(of PORT1 4 9),$(of PORT3 4 1)}"
+    says "one result a target for machines" 1 '"target":"PORT3"' nm_bin Setup_wanif "{$(of PORT1 4 3),$(of PORT3 4 1)}" --json
+    says "no ops" 0 '^warning: PORT1 has no ops' nm_bin Setup_wanif "{\"PORT1\":{\"act\":3,\"path\":\"$DEVICE_INFO\"}}"
+    says "a target that names nothing" 1 '^warning: PORT9 names nothing' nm_bin Setup_wanif "{$(of PORT9 4 3)}"
+    says "no target" 1 '^warning: the request names no target' nm_bin Setup_wanif '{}'
+    says "a code" 0 '^  try: +wait until' nm_bin codes -1015 --text
+    says "an unknown code" 2 'no such code' nm_bin codes -1
+}
+
+# A terminal, without which nobody watches.
+on_terminal() {
+    TERM=xterm script -qec "$1" /dev/null
+}
+
+check_wait() {
+    flock "$LOCKS/swdev1.lck" sleep 2.5 &
+    eventually 5 bash -c "! flock --nonblock $LOCKS/swdev1.lck true"
+    says "a wait is shown" 0 'waiting for the lock of swdev1, held by flock \(process [0-9]+\): [12] s of at most 10' \
+        on_terminal "nm_bin Setup_wanif '{$(of PORT1 4 3)}'"
+}
+
+stored() {
+    jq -r "$1" "$DEVICE_INFO"
+}
+
+# state: the MTU in force and the whole stored document.
+state() {
+    echo "$(cat /sys/class/net/swdev1/mtu) $(sha256sum <"$DEVICE_INFO")"
+}
+
+check_edits() {
+    local before pid pids=()
+    serve ncaas ncaas
+    says "set" 0 '^0 NM_OK' nm_bin set PORT1 mtu 1400
+    same "is in force and stored" "1400 1400" "$(cat /sys/class/net/swdev1/mtu) $(stored .WAN_PORT.PORT1.MTU)"
+    before=$(state)
+    says "undo" 0 '^0 NM_OK' nm_bin undo
+    same "takes both back" "1500 1500" "$(cat /sys/class/net/swdev1/mtu) $(stored .WAN_PORT.PORT1.MTU)"
+    nm_bin undo >/dev/null
+    same "undone itself" "$before" "$(state)"
+    while IFS='|' read -r status pattern words; do
+        read -ra words <<<"$words"
+        says "set ${words[*]}" "$status" "$pattern" nm_bin set "${words[@]}"
+        same "set ${words[*]}: nothing has changed" "$before" "$(state)"
+    done <<'END'
+2|mtu is 68..65535, not 10|PORT1 mtu 10
+2|no member mtux; there are .*mtu|PORT1 mtux 10
+2|PORT9 is not in the stored documents; there are PORT1|PORT9 mtu 1400
+2|is given when the entry is added|PORT1 interface swdev2
+2|ipv4 STATIC needs address|PORT1 ipv4 static
+2|gateway 192.0.3.1 is not in the network|PORT1 ipv4 static address 192.0.2.2/24 gateway 192.0.3.1
+2|password has no value|PORT1 mtu 1400 password
+0|Nothing to change|PORT1 mtu 1400
+1|^failed: .*-1009|PORT1 mtu 1300 ipv4 static address 224.0.0.1/24
+END
+    nm_bin set PORT1 password - <<<"other-$SECRET" >/dev/null
+    same "a password comes from the input" "other-$SECRET" "$(stored .WAN_IFACE_INFO.swdev1.PASSWORD)"
+    says "a rehearsal masks" 0 '\*\*\*' nm_bin set PORT1 password "new-$SECRET" --dry-run
+    same "only root reads what undoes it" 600 "$(stat -c %a "$UNDO")"
+    for pid in prio:7 line-rate:1G mtu:1450; do
+        nm_bin set PORT1 "${pid%:*}" "${pid#*:}" >/dev/null &
+        pids+=($!)
+    done
+    wait "${pids[@]}"
+    same "editors at the same time lose nothing" "7 1000000000 1450" \
+        "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW) \(.MTU)"')"
+    jq '.WAN_PORT.PORT1.MTU = "1499"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    says "undo of what another has changed" 2 'has been changed since' nm_bin undo
+    nm_bin add wan PORT2 interface swdev2 mtu 1480 ipv4 static address 192.0.2.2/24 >/dev/null 2>&1
+    same "an added uplink is in force" "1480 192.0.2.2" \
+        "$(cat /sys/class/net/swdev2/mtu) $(ip -4 -j addr show swdev2 | jq -r '.[0].addr_info[0].local')"
+    nm_bin delete PORT2 >/dev/null 2>&1
+    same "and a deleted one is gone" "null null " "$(stored '.WAN_PORT.PORT2, .WAN_IFACE_INFO.swdev2' | xargs) $(
+        ip -4 -br addr show swdev2 | awk '{print $3}')"
+    nm_bin undo >/dev/null 2>&1
+    same "until that is undone" "192.0.2.2/24" "$(ip -4 -br addr show swdev2 | awk '{print $3}')"
+    says "an entry is added once" 2 'PORT2 is there already' nm_bin add wan PORT2
+    nm_bin add dhcp lan0 dhcp-start 10.9.0.2 dhcp-end 10.9.0.9 --dry-run >"$scratch/dhcp"
+    same "a DHCP service has a document of its own" '"10.9.0.2"' "$(jq '.[] | select(.key == "START_IP").after' "$scratch/dhcp")"
+}
+
+check_views() {
+    same "a list for machines" '["PORT1","wan","swdev1","up"]' \
+        "$(nm_bin list | jq -c '.[0] | [.name, .kind, .interface, .link]')"
+    check "a list for people" grep -qE '^PORT1 +wan +swdev1 +up +1450' <<<"$(nm_bin list --text)"
+    check "colours on a terminal" grep -q $'\033\[2m.*name' <<<"$(on_terminal 'nm_bin list')"
+    check "none where NO_COLOR asks for none" grep -qv $'\033' <<<"$(NO_COLOR=1 on_terminal 'nm_bin list')"
+    says "what is stored, masked" 0 '^swdev1 +password +\*\*\*' nm_bin show PORT1 --text
+    check "the log of a port" grep -q 'swdev1' <<<"$(nm_bin log -n 5 PORT1)"
+    same "and of no other" "" "$(nm_bin log -n 100 PORT1 | grep -vE 'PORT1|swdev1' || true)"
+    timeout 3 nm_bin log -f -n 0 swdev9 >"$scratch/followed" || true &
+    sleep 0.5
+    echo "ERROR about swdev9" >>"$MAIN_LOG"
+    check "the log is followed" eventually 2 grep -q 'about swdev9' "$scratch/followed"
+}
+
+# completes EXPECTED WORD...: what the last word is completed to.
+completes() {
+    local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    _nm_bin
+    same "completion of ${*:2}" "$1" "${COMPREPLY[*]}"
+}
+
+check_completion() {
+    # shellcheck source=/dev/null
+    source /usr/share/bash-completion/completions/nm_bin
+    completes "PORT1 PORT2 PORT3 PORT4" set PORT
+    completes "mtu" set PORT1 mt
+    completes "DHCP DISABLED PPPOE STATIC" set PORT1 ipv4 ""
+    completes "dhcp lan private rglink vlan wan" add ""
+    completes "-1051 -1052 -1053" codes -105
+    completes "undo" un
+}
+
+make_world
+check_causes
+check_wait
+check_edits
+check_views
+check_completion
+finish

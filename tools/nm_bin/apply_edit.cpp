@@ -1,0 +1,336 @@
+// Making changes: request, store, keep what undoes them.
+#include "nm_bin/apply_edit.h"
+
+#include <fcntl.h>
+#include <json/writer.h>
+#include <networkinterface.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "nm_bin/explain.h"
+#include "nm_bin/secrets.h"
+#include "nm_bin/watch.h"
+
+namespace nm_bin {
+
+namespace {
+
+constexpr const char* kLockName = "nm_bin.edit";
+constexpr const char* kUndoPath = "/etc/networkmanagement/nm_bin.undo";
+constexpr const char* kRunningPath = "/var/run/network/device_info.curr";
+
+/// The lock that keeps editors apart for the whole of an edit, not just for a write.
+class EditLock {
+public:
+    EditLock() : handle_(lock_ex(kLockName)) {}
+    EditLock(const EditLock&) = delete;
+    EditLock& operator=(const EditLock&) = delete;
+    ~EditLock() {
+        if (handle_ >= 0) {
+            (void)unlock_ex(handle_, kLockName, false);
+        }
+    }
+    int code() const { return std::min(handle_, 0); }
+
+private:
+    int handle_;
+};
+
+/// The library builds the old state from the stored document, so the new one lies elsewhere until it is in
+/// force.
+std::string staged_path(const std::string& path) {
+    return "/var/run/network/" + path.substr(path.rfind('/') + 1) + ".edit";
+}
+
+unsigned act_of(const Change& change) {
+    if (change.before.isNull()) {
+        return ACT_ADD;
+    }
+    return change.after.isNull() ? ACT_DEL : ACT_ALT;
+}
+
+bool holds(const std::string& path, const Json::Value& document) {
+    const std::optional<Json::Value> written = read_document(path);
+    return written && Json::FastWriter().write(*written) == Json::FastWriter().write(document);
+}
+
+/// A document in a file of root's alone, since it may hold passwords. The library's write keeps the mode, and
+/// tells nothing of a failure, so what was written is read again.
+int write_privately(const std::string& path, Json::Value document) {
+    (void)unlink(path.c_str());  // it need not be there
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd < 0) {
+        return NM_ERR_WRITE;
+    }
+    (void)close(fd);
+    const int code = json_mem_to_file(path, document, true);
+    return code != NM_OK || holds(path, document) ? code : NM_ERR_WRITE;
+}
+
+/// The document without its stored form's loss: one that cannot be read is never replaced.
+int load(const std::string& path, Json::Value& document) {
+    struct stat file {};
+    if (stat(path.c_str(), &file) != 0 || file.st_size == 0) {
+        document = Json::Value(Json::objectValue);
+        return NM_OK;
+    }
+    const int code = json_file_to_mem(path, document);
+    if (code < 0) {
+        return code;
+    }
+    learn_secrets(document);
+    return document.isObject() ? NM_OK : NM_ERR_BAD_FORMAT;
+}
+
+int load_all(Documents& documents) {
+    for (const Family& family : families()) {
+        const std::string path(family.document);
+        const int code = documents.count(path) != 0 ? NM_OK : load(path, documents[path]);
+        if (code < 0) {
+            return code;
+        }
+    }
+    return NM_OK;
+}
+
+/// Deletions first, what lies on devices before these; then the rest, devices first.
+void put_in_order(std::vector<Change>& changes) {
+    const auto rank = [](const Change& change) {
+        const int place = static_cast<int>(change.place.family->id);
+        return change.after.isNull() ? -1 - place : 1 + place;
+    };
+    std::stable_sort(changes.begin(), changes.end(),
+                     [rank](const Change& a, const Change& b) { return rank(a) < rank(b); });
+}
+
+std::vector<std::string> documents_of(const std::vector<Change>& changes) {
+    std::vector<std::string> paths;
+    for (const Change& change : changes) {
+        const std::string path(change.place.family->document);
+        if (std::find(paths.begin(), paths.end(), path) == paths.end()) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
+}
+
+int stage(const Documents& documents, const std::vector<Change>& changes) {
+    for (const std::string& path : documents_of(changes)) {
+        Json::Value document = documents.at(path);
+        apply_changes(changes, path, document);
+        const int code = write_privately(staged_path(path), document);
+        if (code < 0) {
+            return code;
+        }
+    }
+    return NM_OK;
+}
+
+int request(const Change& change, unsigned act, const std::string& path) {
+    Json::Value request;
+    Json::Value& member = request[change.place.key];
+    member["act"] = act;
+    member["ops"] = change.ops;
+    member["path"] = path;
+    Arguments words{Json::FastWriter().write(request)};
+    return find_entry(std::string(change.place.family->entry))->run(words);
+}
+
+/// Requests one change after the other until one fails; `done` counts those that have been tried.
+int request_all(const std::vector<Change>& changes, size_t& done) {
+    for (const Change& change : changes) {
+        ++done;
+        const int code =
+            request(change, act_of(change), staged_path(std::string(change.place.family->document)));
+        if (code < 0) {
+            return code;
+        }
+    }
+    return NM_OK;
+}
+
+/// Alters back what has been altered, the failed one too, since nothing says how far it came. Not watched:
+/// the results that count are those of the edit.
+void put_back(const std::vector<Change>& changes, size_t done) {
+    nm_watch_calls(nullptr);
+    for (size_t i = done; i-- > 0;) {
+        const Place& place = changes[i].place;
+        const bool is_altered = act_of(changes[i]) == ACT_ALT;
+        if (is_altered && request(changes[i], ACT_ALT, std::string(place.family->document)) < 0) {
+            std::cerr << "nm_bin: the old state of " << place.key << " could not be put back\n";
+        }
+    }
+}
+
+int store_in(const std::string& path, const std::vector<Change>& changes) {
+    Json::Value document;
+    const int code = load(path, document);  // anew: others than editors may have written meanwhile
+    if (code < 0) {
+        return code;
+    }
+    apply_changes(changes, path, document);
+    const int written = json_mem_to_file(path, document, false);
+    return written != NM_OK || holds(path, document) ? written : NM_ERR_WRITE;
+}
+
+/// The copy of what is in force follows, where there is one.
+void note_running(const std::vector<Change>& changes) {
+    std::optional<Json::Value> running = read_document(kRunningPath);
+    if (running && !running->empty()) {
+        apply_changes(changes, kDeviceInfoPath, *running);
+        (void)json_mem_to_file(kRunningPath, *running, true);  // logged; the change itself is made
+    }
+}
+
+int store(const std::vector<Change>& changes) {
+    for (const std::string& path : documents_of(changes)) {
+        const int code = store_in(path, changes);
+        if (code < 0) {
+            return code;
+        }
+    }
+    note_running(changes);
+    return NM_OK;
+}
+
+void keep_for_undo(const std::vector<Change>& changes) {
+    Json::Value record;
+    Json::Value& rows = record["changes"] = Json::Value(Json::arrayValue);
+    for (const Change& change : changes) {
+        Json::Value& row = rows.append(Json::objectValue);
+        row["entry"] = std::string(change.place.family->entry);
+        row["key"] = change.place.key;
+        row["ops"] = change.ops;
+        row["before"] = change.before;
+        row["after"] = change.after;
+    }
+    if (write_privately(kUndoPath, record) != NM_OK) {
+        std::cerr << "nm_bin: " << kUndoPath << " could not be written: this change cannot be undone\n";
+    }
+}
+
+/// The new state comes into force, then into the documents.
+int carry_out(const Documents& documents, const std::vector<Change>& changes) {
+    int code = stage(documents, changes);
+    if (code < 0) {
+        return code;
+    }
+    size_t done = 0;
+    code = request_all(changes, done);
+    code = code < 0 ? code : store(changes);
+    const bool is_untouched = code == NM_ERR_LOCK && done == 1;
+    if (code < 0 && !is_untouched) {
+        put_back(changes, done);
+    }
+    if (code < 0) {
+        return code;
+    }
+    keep_for_undo(changes);
+    return NM_OK;
+}
+
+void remove_staged(const std::vector<Change>& changes) {
+    for (const std::string& path : documents_of(changes)) {
+        (void)unlink(staged_path(path).c_str());  // it may never have been written
+    }
+}
+
+int finish(const Outcome& outcome, const std::vector<Change>& changes, const Options& options) {
+    if (!options.json && !changes.empty() && !outcome.has_failed()) {
+        print_changes(changes, options);
+    }
+    print_result(outcome, options);
+    const int status = explain(outcome);
+    if (status != kExitOk) {
+        std::cerr << "The stored documents are as they were.\n";
+    }
+    return status;
+}
+
+std::string with_mask(const std::string& key, const Json::Value& value) {
+    std::string text =
+        value.isConvertibleTo(Json::stringValue) ? value.asString() : Json::FastWriter().write(value);
+    text.erase(text.find_last_not_of('\n') + 1);
+    return is_secret_key(key) && !text.empty() ? kMask : text;
+}
+
+void add_rows(const Change& change, Table& table) {
+    std::vector<std::string> keys =
+        change.before.isNull() ? change.after.getMemberNames() : change.before.getMemberNames();
+    for (const std::string& key : change.after.isNull() ? keys : change.after.getMemberNames()) {
+        if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+            keys.push_back(key);
+        }
+    }
+    for (const std::string& key : keys) {
+        const Json::Value before = change.before.isObject() ? change.before[key] : Json::Value();
+        const Json::Value after = change.after.isObject() ? change.after[key] : Json::Value();
+        if (before != after) {
+            table.add({std::string(change.place.family->section), change.place.key, key,
+                       with_mask(key, before), with_mask(key, after)});
+        }
+    }
+}
+
+}  // namespace
+
+void print_changes(const std::vector<Change>& changes, const Options& options) {
+    Table table({"section", "target", "key", "before", "after"});
+    for (const Change& change : changes) {
+        add_rows(change, table);
+    }
+    table.print(options);
+}
+
+int edit_documents(const Plan& plan, const Options& options) {
+    if (const std::optional<Cause> obstacle = find_obstacle()) {
+        return explain_obstacle(*obstacle);
+    }
+    INITIALIZE_LOG("MAIN");
+    std::string complaint;
+    std::vector<Change> changes;
+    bool is_requested = false;
+    const Outcome outcome = watch_call([&] {
+        const EditLock lock;
+        Documents documents;
+        const int code = lock.code() < 0 ? lock.code() : load_all(documents);
+        complaint = code < 0 ? "" : plan(documents, changes);
+        is_requested = code == NM_OK && complaint.empty() && !changes.empty() && !options.dry_run;
+        if (!is_requested) {
+            return code;
+        }
+        put_in_order(changes);
+        const int result = carry_out(documents, changes);
+        remove_staged(changes);
+        return result;
+    });
+    if (!complaint.empty()) {
+        return usage_error(complaint);
+    }
+    if (options.dry_run && !outcome.has_failed()) {
+        print_changes(changes, options);
+        return kExitOk;
+    }
+    if (!is_requested && !outcome.has_failed()) {
+        std::cerr << "Nothing to change.\n";
+    }
+    return finish(outcome, changes, options);
+}
+
+std::string plan_undo(const Documents& documents, std::vector<Change>& changes) {
+    const Json::Value record = read_document(kUndoPath).value_or(Json::Value(Json::objectValue));
+    for (const Json::Value& row : record["changes"]) {
+        const Family* const family = family_of_entry(row["entry"].asString());
+        const Place place{family, row["key"].asString()};
+        if (family == nullptr || entry_at(documents, place) != row["after"]) {
+            return place.key + " has been changed since: there is nothing to undo";
+        }
+        changes.push_back({place, row["after"], row["before"], row["ops"].asUInt()});
+    }
+    return changes.empty() ? "there is nothing to undo" : "";
+}
+
+}  // namespace nm_bin

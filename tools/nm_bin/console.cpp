@@ -1,0 +1,102 @@
+// Tables, colours and JSON.
+#include "nm_bin/console.h"
+
+#include <json/value.h>
+#include <json/writer.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+
+namespace nm_bin {
+
+namespace {
+
+bool is_set(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr && *value != '\0';
+}
+
+/// By the convention of no-color.org.
+bool has_colour(int fd) {
+    const char* const terminal = std::getenv("TERM");
+    const bool is_dumb = terminal == nullptr || std::string(terminal) == "dumb";
+    return isatty(fd) == 1 && !is_dumb && !is_set("NO_COLOR");
+}
+
+const char* code_of(Tint colour) {
+    switch (colour) {
+        case Tint::Good:
+            return "32";
+        case Tint::Bad:
+            return "31";
+        case Tint::Warning:
+            return "33";
+        case Tint::Faint:
+            return "2";
+    }
+    return "0";
+}
+
+}  // namespace
+
+bool wants_json(const Options& options) {
+    return options.json || (!options.text && isatty(STDOUT_FILENO) != 1);
+}
+
+std::string tint(Tint colour, const std::string& text, int fd) {
+    return has_colour(fd) && !text.empty() ? std::string("\033[") + code_of(colour) + "m" + text + "\033[0m"
+                                           : text;
+}
+
+size_t Table::width(size_t column) const {
+    size_t widest = header_[column].size();
+    for (const std::vector<std::string>& row : rows_) {
+        widest = std::max(widest, row[column].size());
+    }
+    return widest;
+}
+
+/// The last column is not filled up: no line ends in blanks.
+void Table::print_row(const std::vector<std::string>& row, bool is_header) const {
+    std::string line;
+    for (size_t column = 0; column < row.size(); ++column) {
+        line += row[column];
+        if (column + 1 < row.size()) {
+            line.append(width(column) + 2 - row[column].size(), ' ');
+        }
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    std::cout << (is_header ? tint(Tint::Faint, line, STDOUT_FILENO) : line) << "\n";
+}
+
+void Table::print(const Options& options) const {
+    if (!wants_json(options)) {
+        print_row(header_, true);
+        for (const std::vector<std::string>& row : rows_) {
+            print_row(row, false);
+        }
+        return;
+    }
+    Json::Value list(Json::arrayValue);
+    for (const std::vector<std::string>& row : rows_) {
+        Json::Value& entry = list.append(Json::objectValue);
+        for (size_t column = 0; column < row.size(); ++column) {
+            entry[header_[column]] = row[column];
+        }
+    }
+    std::cout << Json::FastWriter().write(list);
+}
+
+int usage_error(const std::string& message) {
+    std::cerr << "nm_bin: " << message << "\nTry 'nm_bin --help'.\n";
+    return kExitUsage;
+}
+
+int failure(const std::string& message) {
+    std::cerr << "nm_bin: " << message << "\n";
+    return kExitFailed;
+}
+
+}  // namespace nm_bin

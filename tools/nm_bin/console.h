@@ -1,0 +1,53 @@
+// How results reach people and programs: tables and colours on a terminal, JSON elsewhere.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace nm_bin {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+/// What the command line says about a command's output and ways.
+struct Options {
+    bool json = false;
+    bool text = false;
+    bool dry_run = false;
+    bool follow = false;
+    size_t lines = 20;
+};
+
+/// Whether the output is for a program: --json, or no terminal and no --text.
+bool wants_json(const Options& options);
+
+enum class Tint { Good, Bad, Warning, Faint };
+
+/// `text` in a colour, as it is where descriptor `fd` is not a terminal or NO_COLOR or TERM ask for none.
+std::string tint(Tint colour, const std::string& text, int fd);
+
+/// Rows under a header; as JSON a list of objects whose keys are the header's words.
+class Table {
+public:
+    explicit Table(std::vector<std::string> header) : header_(std::move(header)) {}
+    void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+    bool empty() const { return rows_.empty(); }
+    void print(const Options& options) const;
+
+private:
+    void print_row(const std::vector<std::string>& row, bool is_header) const;
+    size_t width(size_t column) const;
+
+    std::vector<std::string> header_;
+    std::vector<std::vector<std::string>> rows_;
+};
+
+/// Complains on standard error; kExitUsage.
+int usage_error(const std::string& message);
+
+/// The same for what is not the usage's fault; kExitFailed.
+int failure(const std::string& message);
+
+}  // namespace nm_bin

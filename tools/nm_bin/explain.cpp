@@ -1,0 +1,257 @@
+// Causes of failures, and their words.
+#include "nm_bin/explain.h"
+
+#include <json/value.h>
+#include <json/writer.h>
+#include <networkinterface.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <set>
+#include <sstream>
+
+#include "nm_bin/secrets.h"
+
+namespace nm_bin {
+
+namespace {
+
+constexpr const char* kLockDirectory = "/var/lock/network";
+constexpr const char* kBootDirectories = "/usr/lib/tmpfiles.d/networkinterface.conf";
+constexpr const char* kMakeDirectories = "make it: systemd-tmpfiles --create networkinterface.conf";
+
+/// The directories that are made at boot, as systemd-tmpfiles is told of them.
+std::vector<std::string> boot_directories() {
+    std::vector<std::string> directories;
+    std::ifstream file(kBootDirectories);
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string kind;
+        std::string path;
+        words >> kind >> path;
+        if (kind == "d") {
+            directories.push_back(path);
+        }
+    }
+    return directories;
+}
+
+/// Whether an error names something in the directory, by /run or by /var/run.
+bool is_named(const std::string& directory, const Outcome& outcome) {
+    const std::string path = directory.rfind("/run/", 0) == 0 ? directory.substr(4) : directory;
+    return std::any_of(outcome.errors.begin(), outcome.errors.end(), [&path](const std::string& line) {
+        return line.find(path + "/") != std::string::npos;
+    });
+}
+
+std::optional<Cause> find_missing_directory(const Outcome& outcome, int /*code*/) {
+    for (const std::string& directory : boot_directories()) {
+        if (!is_dir_exists(directory) && is_named(directory, outcome)) {
+            return Cause{EX_OSFILE, "the directory " + directory + " is missing; " + kMakeDirectories};
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<Cause> find_missing_permission(const Outcome& /*outcome*/, int /*code*/) {
+    if (geteuid() == 0) {
+        return std::nullopt;
+    }
+    return Cause{EX_NOPERM, "only root changes the network: run it by sudo"};
+}
+
+std::optional<Cause> find_held_lock(const Outcome& outcome, int code) {
+    const bool has_waited =
+        std::any_of(outcome.errors.begin(), outcome.errors.end(),
+                    [](const std::string& line) { return line.rfind("Get LOCK failed: ", 0) == 0; });
+    if ((code != NM_ERR_LOCK && !has_waited) || outcome.holder.empty()) {
+        return std::nullopt;
+    }
+    return Cause{EX_TEMPFAIL, "the lock " + outcome.lock + " is held by " + outcome.holder +
+                                  "; repeat the command when that has ended"};
+}
+
+std::optional<Cause> find_stopped_service(const Outcome& outcome, int code) {
+    if (code != NM_ERR_BUS_CALL || outcome.service.empty()) {
+        return std::nullopt;
+    }
+    const std::string& service = outcome.service;
+    const bool is_there = access(("/var/run/vservice/" + service + ".sock").c_str(), F_OK) == 0;
+    return Cause{EX_UNAVAILABLE, is_there
+                                     ? "the service " + service + " runs but did not answer; see its journal"
+                                     : "the service " + service + " does not run; start it"};
+}
+
+std::string advice_of(int code) {
+    const std::string_view advice = advise_result(code);
+    return advice.empty() ? "read the log, which names what was refused: nm_bin log" : std::string(advice);
+}
+
+Cause find_cause(const Outcome& outcome, int code) {
+    constexpr std::array kFinders{find_missing_permission, find_missing_directory, find_held_lock,
+                                  find_stopped_service};
+    for (const auto find : kFinders) {
+        if (const std::optional<Cause> cause = find(outcome, code)) {
+            return *cause;
+        }
+    }
+    return {kExitFailed, advice_of(code)};
+}
+
+/// The codes that failed, each once, the call's own first.
+std::vector<int> failed_codes(const Outcome& outcome) {
+    std::vector<int> codes;
+    const auto add = [&codes](int code) {
+        if (code < 0 && std::find(codes.begin(), codes.end(), code) == codes.end()) {
+            codes.push_back(code);
+        }
+    };
+    add(outcome.code);
+    for (const TargetResult& result : outcome.targets) {
+        add(result.code);
+    }
+    return codes;
+}
+
+std::string targets_of(const Outcome& outcome, int code) {
+    std::string names;
+    for (const TargetResult& result : outcome.targets) {
+        if (result.code == code) {
+            names += (names.empty() ? "" : ", ") + result.target;
+        }
+    }
+    return names.empty() ? "" : names + ": ";
+}
+
+std::string failed_line(const std::string& targets, int code) {
+    const ResultCode row = describe_result(code);
+    return targets + std::to_string(code) + " " + std::string(row.name) + ", " + std::string(row.meaning);
+}
+
+void print_cause(const std::string& targets, int code, const Cause& cause) {
+    std::cerr << tint(Tint::Bad, "failed:", STDERR_FILENO) << " " << failed_line(targets, code) << "\n"
+              << "try: " << cause.advice << " (nm_bin codes " << code << " tells more)\n";
+}
+
+Json::Value result_object(int code) {
+    const ResultCode row = describe_result(code);
+    Json::Value object;
+    object["code"] = code;
+    object["name"] = std::string(row.name);
+    object["meaning"] = std::string(row.meaning);
+    return object;
+}
+
+void print_json(const Outcome& outcome) {
+    const ResultCode row = describe_result(outcome.code);
+    Json::Value targets(Json::arrayValue);
+    for (const TargetResult& result : outcome.targets) {
+        Json::Value object = result_object(result.code);
+        object["target"] = result.target;
+        targets.append(object);
+    }
+    std::string list = Json::FastWriter().write(targets);
+    list.pop_back();
+    std::cout << "{\"code\":" << outcome.code << ",\"name\":\"" << row.name << "\",\"meaning\":\""
+              << row.meaning << "\"" << (targets.empty() ? "" : ",\"targets\":" + list) << "}\n";
+}
+
+void print_code(int code) {
+    const ResultCode row = describe_result(code);
+    std::cout << code << " " << row.name << "\n  means: " << row.meaning << "\n";
+    if (code < 0) {
+        std::cout << "  try:   " << advice_of(code) << "\n";
+    }
+}
+
+}  // namespace
+
+std::optional<Cause> find_obstacle() {
+    if (access(kLockDirectory, W_OK | X_OK) == 0) {
+        return std::nullopt;
+    }
+    if (errno == EACCES || errno == EPERM) {
+        return Cause{EX_NOPERM, "only root changes the network: run it by sudo"};
+    }
+    return Cause{EX_OSFILE,
+                 std::string("the directory ") + kLockDirectory + " is missing; " + kMakeDirectories};
+}
+
+void print_result(const Outcome& outcome, const Options& options) {
+    if (options.json) {
+        print_json(outcome);
+    } else {
+        const ResultCode row = describe_result(outcome.code);
+        std::cout << outcome.code << " " << row.name << " " << row.meaning << "\n";
+        for (const TargetResult& result : outcome.targets) {
+            const ResultCode own = describe_result(result.code);
+            if (outcome.targets.size() > 1) {
+                std::cout << "  " << result.target << " " << result.code << " " << own.name << " "
+                          << own.meaning << "\n";
+            }
+        }
+    }
+    std::cout << std::flush;  // before what is said about it on standard error
+}
+
+int print_result(int code, const Options& options) {
+    Outcome outcome;
+    outcome.code = code;
+    print_result(outcome, options);
+    return code >= 0 ? kExitOk : kExitFailed;
+}
+
+int explain(const Outcome& outcome) {
+    const std::vector<int> codes = failed_codes(outcome);
+    if (codes.empty()) {
+        return kExitOk;
+    }
+    for (const std::string& error : outcome.errors) {
+        std::cerr << tint(Tint::Bad, "error:", STDERR_FILENO) << " " << mask_text(error) << "\n";
+    }
+    std::set<int> statuses;
+    for (const int code : codes) {
+        const Cause cause = find_cause(outcome, code);
+        print_cause(outcome.targets.size() > 1 ? targets_of(outcome, code) : "", code, cause);
+        statuses.insert(cause.status);
+    }
+    return statuses.size() == 1 ? *statuses.begin() : kExitFailed;
+}
+
+int explain_obstacle(const Cause& cause) {
+    print_cause("", NM_ERR_LOCK, cause);
+    return cause.status;
+}
+
+int show_codes(const std::string& code, const Options& options) {
+    if (code.empty()) {
+        Table table({"code", "name", "meaning"});
+        for (const ResultCode& row : kResultCodes) {
+            table.add({std::to_string(row.code), std::string(row.name), std::string(row.meaning)});
+        }
+        table.print(options);
+        return kExitOk;
+    }
+    const auto* const row = std::find_if(
+        kResultCodes.begin(), kResultCodes.end(),
+        [&code](const ResultCode& each) { return std::to_string(each.code) == code || each.name == code; });
+    if (row == kResultCodes.end()) {
+        return usage_error("no such code: " + code);
+    }
+    if (!wants_json(options)) {
+        print_code(row->code);
+        return kExitOk;
+    }
+    Json::Value object = result_object(row->code);
+    object["try"] = row->code < 0 ? advice_of(row->code) : "";
+    std::cout << Json::FastWriter().write(object);
+    return kExitOk;
+}
+
+}  // namespace nm_bin

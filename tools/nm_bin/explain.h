@@ -1,0 +1,38 @@
+// Results in words: what failed, why, and what to try.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "nm_bin/console.h"
+#include "nm_bin/watch.h"
+
+namespace nm_bin {
+
+/// Why a call failed, as far as that shows from outside of the library: an exit status of sysexits(3), and
+/// what to try.
+struct Cause {
+    int status;
+    std::string advice;
+};
+
+/// What would make every call fail; nothing if a call can be made.
+std::optional<Cause> find_obstacle();
+
+/// The results of the call and its targets on standard output.
+void print_result(const Outcome& outcome, const Options& options);
+
+/// The result of what is no call of an entry, as print_result() prints it; kExitOk or kExitFailed.
+int print_result(int code, const Options& options);
+
+/// What failed, why, and what to try, on standard error; the exit status. For an outcome without a failure
+/// kExitOk.
+int explain(const Outcome& outcome);
+
+/// Explains an obstacle like a call that failed for it.
+int explain_obstacle(const Cause& cause);
+
+/// The table of the result codes, or one of them.
+int show_codes(const std::string& code, const Options& options);
+
+}  // namespace nm_bin

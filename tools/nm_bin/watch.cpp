@@ -1,0 +1,239 @@
+// Watching a call: the library's notes, and the line on the terminal.
+#include "nm_bin/watch.h"
+
+#include <networkinterface.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+namespace nm_bin {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The line on the terminal while a wait lasts, by a thread of its own, since the one that waits cannot write
+/// it.
+class WaitLine {
+public:
+    WaitLine() : thread_([this] { run(); }) {}
+    WaitLine(const WaitLine&) = delete;
+    WaitLine& operator=(const WaitLine&) = delete;
+    ~WaitLine() {
+        {
+            const std::lock_guard guard(mutex_);
+            is_over_ = true;
+        }
+        changed_.notify_one();
+        thread_.join();
+    }
+
+    void begin(const std::string& what, const std::string& lock_file, int limit) {
+        const std::lock_guard guard(mutex_);
+        what_ = what;
+        lock_file_ = lock_file;
+        limit_ = limit;
+        start_ = Clock::now();
+    }
+
+    void end() {
+        const std::lock_guard guard(mutex_);
+        what_.clear();
+        wipe();
+    }
+
+private:
+    static constexpr std::chrono::milliseconds kInterval{250};
+
+    void run() {
+        std::unique_lock guard(mutex_);
+        while (!changed_.wait_for(guard, kInterval, [this] { return is_over_; })) {
+            const auto waited =
+                std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start_).count();
+            if (!what_.empty() && waited >= 1) {
+                draw(waited);
+            }
+        }
+        wipe();
+    }
+
+    void draw(long seconds) {
+        const std::string holder = lock_file_.empty() ? "" : lock_holder(lock_file_);
+        std::ostringstream line;
+        line << "waiting for " << what_ << (holder.empty() ? "" : ", held by " + holder) << ": " << seconds
+             << " s";
+        if (limit_ > 0) {
+            line << " of at most " << limit_;
+        }
+        std::cerr << "\r\033[K" << line.str() << std::flush;
+        is_drawn_ = true;
+    }
+
+    void wipe() {
+        if (is_drawn_) {
+            std::cerr << "\r\033[K" << std::flush;
+            is_drawn_ = false;
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool is_over_ = false;
+    bool is_drawn_ = false;
+    std::string what_;
+    std::string lock_file_;
+    int limit_ = 0;
+    Clock::time_point start_;
+    std::thread thread_;  // last: it uses all of the above
+};
+
+// The library's notes carry no pointer of the watcher's.
+Outcome* outcome = nullptr;
+WaitLine* wait_line = nullptr;
+
+void note_holder() {
+    const std::string holder = outcome->lock.empty() ? "" : lock_holder(outcome->lock);
+    if (!holder.empty()) {
+        outcome->holder = holder;
+    }
+}
+
+void note_wait(const char* what, const char* lock_file, int limit) {
+    constexpr std::string_view kService = "an answer of ";
+    outcome->lock = lock_file == nullptr ? "" : lock_file;
+    outcome->holder.clear();
+    if (std::string_view(what).substr(0, kService.size()) == kService) {
+        outcome->service = what + kService.size();
+    }
+    note_holder();
+    if (wait_line != nullptr) {
+        wait_line->begin(what, outcome->lock, limit);
+    }
+}
+
+/// Who has the lock at last is why the call fails.
+void note_wait_end() {
+    note_holder();
+    if (wait_line != nullptr) {
+        wait_line->end();
+    }
+}
+
+/// The last errors since the last target was done.
+std::vector<std::string> recent;
+
+void note_error(const char* text) {
+    constexpr size_t kKept = 5;
+    std::string line = text;
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    line.erase(0, line.find_first_not_of(' '));
+    if (line.empty() || (!recent.empty() && recent.back() == line)) {
+        return;
+    }
+    recent.push_back(line);
+    if (recent.size() > kKept) {
+        recent.erase(recent.begin());
+    }
+}
+
+/// What a target that succeeded logged on its way is not why the call fails, nor is what comes after them
+/// all.
+void note_target(const char* target, int code) {
+    outcome->targets.push_back({target, code});
+    if (code < 0) {
+        outcome->errors.insert(outcome->errors.end(), recent.begin(), recent.end());
+    }
+    recent.clear();
+}
+
+/// The watch of this process, for the length of a call.
+class Watch {
+public:
+    explicit Watch(Outcome& result) {
+        static constexpr nm_call_watch kNotes{note_wait, note_wait_end, note_error, note_target};
+        outcome = &result;
+        if (isatty(STDERR_FILENO) == 1) {
+            line_ = std::make_unique<WaitLine>();
+        }
+        wait_line = line_.get();
+        nm_watch_calls(&kNotes);
+    }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    ~Watch() {
+        nm_watch_calls(nullptr);
+        wait_line = nullptr;
+        outcome = nullptr;
+    }
+
+private:
+    std::unique_ptr<WaitLine> line_;
+};
+
+std::string process_name(const std::string& pid) {
+    std::ifstream file("/proc/" + pid + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return name.empty() ? "a process that has ended" : name;
+}
+
+/// The file as proc(5) names it in /proc/locks.
+std::string name_in_proc_locks(const struct stat& file) {
+    char name[64];
+    (void)snprintf(name, sizeof(name), "%02x:%02x:%lu", major(file.st_dev), minor(file.st_dev),
+                   static_cast<unsigned long>(file.st_ino));
+    return name;
+}
+
+}  // namespace
+
+bool Outcome::has_failed() const {
+    return code < 0 || std::any_of(targets.begin(), targets.end(),
+                                   [](const TargetResult& result) { return result.code < 0; });
+}
+
+Outcome watch_call(const std::function<int()>& call) {
+    Outcome result;
+    const Watch watch(result);
+    recent.clear();
+    result.code = call();
+    if (result.errors.empty()) {
+        result.errors = recent;
+    }
+    return result;
+}
+
+std::string lock_holder(const std::string& lock_file) {
+    struct stat file {};
+    if (stat(lock_file.c_str(), &file) != 0) {
+        return "";
+    }
+    const std::string wanted = name_in_proc_locks(file);
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream fields(line);
+        std::string number;
+        std::string kind;
+        std::string mode;
+        std::string access;
+        std::string pid;
+        std::string place;
+        fields >> number >> kind >> mode >> access >> pid >> place;
+        if (kind == "FLOCK" && place == wanted && pid != std::to_string(getpid())) {
+            return process_name(pid) + " (process " + pid + ")";
+        }
+    }
+    return "";
+}
+
+}  // namespace nm_bin
