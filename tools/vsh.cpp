@@ -21,7 +21,7 @@ constexpr int kExitUsage = 2;
 constexpr int kDefaultTimeout = 60;
 constexpr char kSocketDirectory[] = "/var/run/vservice/";
 constexpr char kUsage[] =
-    "usage: vsh [--timeout SECONDS] SERVICE.METHOD [JSON|@FILE|-]\n"
+    "usage: vsh [--json] [--timeout SECONDS] SERVICE.METHOD [JSON|@FILE|-]\n"
     "       vsh --help | --version\n";
 constexpr char kHelp[] =
     "Calls one method of a service on the bus and prints the reply.\n"
@@ -29,6 +29,7 @@ constexpr char kHelp[] =
     "  JSON               the request text; without it the request is empty\n"
     "  @FILE              take the request from FILE\n"
     "  -                  take the request from standard input\n"
+    "  --json             print the reply as it came, also on a terminal\n"
     "  --timeout SECONDS  give up after SECONDS (60)\n"
     "\n"
     "Exit status: 0 success, 1 a failed call or an error reply, 2 usage.\n";
@@ -38,6 +39,7 @@ struct Call {
     std::string method;
     std::string body;
     int timeout = kDefaultTimeout;
+    bool as_it_came = false;
 };
 
 int fail(const std::string& text, int status = kExitFailure) {
@@ -99,30 +101,37 @@ std::optional<int> parse_timeout(const std::string& text) {
     return seconds > 0 ? std::optional(seconds) : std::nullopt;
 }
 
-// The call succeeded only if the reply says so itself: an object whose `error` is absent or 0.
-bool is_success(const std::string& reply) {
+// The reply as an object; a null value if it is none.
+Json::Value parse_reply(const std::string& reply) {
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     Json::Value value;
     try {
-        if (!reader->parse(reply.data(), reply.data() + reply.size(), &value, nullptr) || !value.isObject()) {
-            return false;
-        }
+        const bool is_json = reader->parse(reply.data(), reply.data() + reply.size(), &value, nullptr);
+        return is_json && value.isObject() ? value : Json::Value();
     } catch (const Json::Exception&) {
-        return false;
+        return {};
     }
-    const Json::Value error = value.get("error", 0);
+}
+
+// The call succeeded only if the reply says so itself: an object whose `error` is absent or 0.
+bool is_success(const Json::Value& reply) {
+    const Json::Value error = reply.isObject() ? reply.get("error", 0) : Json::Value();
     return error.isIntegral() && error == 0;
 }
 
-int print_reply(const std::string& reply) {
-    std::cout << reply;
-    if (reply.empty() || reply.back() != '\n') {
+// People get the reply indented; programs as it came.
+int print_reply(const std::string& reply, bool as_it_came) {
+    const Json::Value value = parse_reply(reply);
+    const bool is_for_people = !as_it_came && isatty(STDOUT_FILENO) == 1 && value.isObject();
+    const std::string text = is_for_people ? Json::StyledWriter().write(value) : reply;
+    std::cout << text;
+    if (text.empty() || text.back() != '\n') {
         std::cout << '\n';
     }
     if (!std::cout.flush()) {
         return fail("cannot write the reply");
     }
-    return is_success(reply) ? 0 : kExitFailure;
+    return is_success(value) ? 0 : kExitFailure;
 }
 
 int run(const Call& call) {
@@ -136,7 +145,7 @@ int run(const Call& call) {
     }
     char* text = nullptr;
     const std::size_t length = vs_io_read(io.get(), &text);
-    return print_reply(text == nullptr ? std::string() : std::string(text, length));
+    return print_reply(text == nullptr ? std::string() : std::string(text, length), call.as_it_came);
 }
 
 int run_arguments(Call& call, int argc, char** argv) {
@@ -157,19 +166,24 @@ int run_arguments(Call& call, int argc, char** argv) {
 int main(int argc, char** argv) {
     const option options[] = {{"help", no_argument, nullptr, 'h'},
                               {"version", no_argument, nullptr, 'V'},
+                              {"json", no_argument, nullptr, 'j'},
                               {"timeout", required_argument, nullptr, 't'},
                               {nullptr, 0, nullptr, 0}};
     Call call;
     opterr = 0;
     // "+": a request text that begins with a dash is an argument, not an option.
-    for (int letter; (letter = getopt_long(argc, argv, "+hVt:", options, nullptr)) != -1;) {
+    for (int letter; (letter = getopt_long(argc, argv, "+hvVjt:", options, nullptr)) != -1;) {
         if (letter == 'h') {
             std::cout << kUsage << '\n' << kHelp;
             return 0;
         }
-        if (letter == 'V') {
+        if (letter == 'V' || letter == 'v') {
             std::cout << "vsh " NM_VERSION "\n";
             return 0;
+        }
+        if (letter == 'j') {
+            call.as_it_came = true;
+            continue;
         }
         const std::optional<int> seconds = letter == 't' ? parse_timeout(optarg) : std::nullopt;
         if (!seconds) {

@@ -174,10 +174,48 @@ check_completion() {
     completes "undo" un
 }
 
+rendered() {
+    MANWIDTH=200 man -l "$1" | col -b
+}
+
+# missing FILE: the words of standard input, extended expressions, that the text lacks.
+missing() {
+    local word
+    while read -r word; do
+        grep -qE -- "(^|[^A-Za-z0-9_-])$word" "$1" || echo "$word"
+    done
+}
+
+# Every program that is installed has a page, and the pages name what the program's own tables hold.
+check_pages() {
+    local program page pages=(/usr/share/man/man7/networkinterface.7)
+    if ! command -v man >/dev/null; then
+        skip "manual pages" "man is not installed"
+        return 0
+    fi
+    while read -r program; do
+        page=$(find /usr/share/man/man[18] -name "${program##*/}.[18]")
+        check "${program##*/} has a page" test -n "$page"
+        pages+=("$page")
+    done < <(sed -n 's|^\(/usr/s\?bin/.*\)|\1|p' "${NM_BUILD_DIR:-build}/install_manifest.txt")
+    for page in "${pages[@]}"; do
+        same "${page##*/} renders without warnings" "" "$(MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null)"
+    done
+    rendered /usr/share/man/man8/nm_bin.8 >"$scratch/commands"
+    rendered /usr/share/man/man7/networkinterface.7 >"$scratch/format"
+    same "nm_bin(8) names every command" "" \
+        "$(nm_bin --help | sed -n '/^commands:/,/^$/s/^  \([A-Za-z]\w*\).*/\1/p' | missing "$scratch/commands")"
+    same "networkinterface(7) has every code" "" \
+        "$(nm_bin codes | jq -r '.[] | "\(.code) +\(.name)"' | missing "$scratch/format")"
+    same "and every member" "" "$(for page in PORT1 swdev1 PORT4; do nm_bin show "$page"; done |
+        jq -r '.[].member | "[A-Z0-9_]+ \\(\(.)\\)"' | sort -u | missing "$scratch/format")"
+}
+
 make_world
 check_causes
 check_wait
 check_edits
 check_views
 check_completion
+check_pages
 finish
