@@ -37,7 +37,7 @@ call -2 get_pppoe_status swdev1
 
 password=$CREDENTIALS/right call 0 nm_add_pppoe_and_run swdev1 "us er@isp"
 check "a password of quotes and backslashes is let in" eventually 60 is_up
-kernel=$(ip -j addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
+kernel=$(ip -j -4 addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
 call $'0\nppp-swdev1\n'"$kernel"$'\n198.51.100.1\n198.51.100.53\n198.51.100.53' get_pppoe_status swdev1
 same "no default route" "" "$(ip route show default)"
 check "packets pass" ping -c 1 -W 5 198.51.100.1
@@ -75,7 +75,7 @@ document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", IP6_TYPE:
 cp "$DEVICE_INFO" "$NEW"
 same "a WAN port dials" "0 NM_OK success" "$(run 1 15)"
 check "its session is up, and its event worked" eventually 90 eval 'ipset save | grep -q ppp-swdev1 && is_quiet'
-kernel=$(ip -j addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
+kernel=$(ip -j -4 addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
 ip netns exec isp radvd -n -p "$scratch/radvd.pid" 2>/dev/null &
 daemons+=("$!")
 check "its IPv6 has an address of the provider's prefix" eventually 90 eval 'ip -6 rule | grep -q "from 2001:db8:9:"'
