@@ -78,15 +78,12 @@ void make_as_private(const Configuration& configuration) {
 }
 
 /// Stores again what is in force. After a boot there may be nothing yet; the document stays then.
-void put_back(const Configuration& configuration, Json::Value in_force, Json::Value& document) {
+void put_back(const Configuration& configuration, Json::Value in_force) {
     if (in_force.isNull()) {
         NM_LOG(Error) << "Nothing was in force before, keep " << configuration.path;
     } else {
         // Logged; the failure that led here is answered.
         (void)write_document(configuration.path, in_force, kFileAlone);
-    }
-    if (configuration.undo != nullptr) {
-        configuration.undo(in_force, document);
     }
 }
 
@@ -98,7 +95,11 @@ int apply(const Configuration& configuration, Json::Value& document, std::string
         ret = configuration.apply(old_config, document, error);
     }
     if (ret != NM_OK) {
-        put_back(configuration, in_force, document);
+        put_back(configuration, in_force);
+        if (configuration.undo != nullptr) {
+            old_config = in_force;
+            configuration.undo(old_config, document);
+        }
         return ret;
     }
     ret = configuration.complete != nullptr ? configuration.complete(old_config, document, error) : NM_OK;
@@ -125,6 +126,8 @@ nm::Answer set_up(const Configuration& configuration) {
     int ret = read_document(configuration.path, document);
     if (ret >= 0) {
         ret = apply(configuration, document, error);
+    } else if (ret == NM_ERR_PARSE) {
+        put_back(configuration, read_in_force(configuration.current));
     }
     return {ret, error};
 }

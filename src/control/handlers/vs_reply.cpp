@@ -47,15 +47,16 @@ Json::Value envelope(int error, const std::string& version) {
 }
 
 /// One reply, whatever becomes of it: a caller that is gone gets none, one whose answer is too long for the
-/// bus or for the memory learns that much.
-void send_reply(Request& request, const Json::Value& reply) {
+/// bus or for the memory learns that much. The code that was answered.
+int send_reply(Request& request, const Json::Value& reply) {
+    const int error = reply["error"].asInt();
     const int ret = nm::shielded([&] { return request.reply(reply) ? NM_OK : NM_ERR_BUFFER; });
     if (ret == NM_OK) {
-        return;
+        return error;
     }
     NM_LOG(Error) << "vs_reply failed.";
     const std::string version = reply["meta"]["version"].asString();
-    (void)nm::shielded([&] { return request.reply(envelope(ret, version)) ? NM_OK : ret; });
+    return nm::shielded([&] { return request.reply(envelope(ret, version)) ? ret : error; });
 }
 
 nm::Answer answer_request(const Request& request, const nm::Method& method) {
@@ -83,8 +84,7 @@ int answer_and_reply(Request& request, const nm::Method& method) {
     if (*method.facts.reply != '\0') {
         reply["data"] = std::move(answer.data);
     }
-    send_reply(request, reply);
-    return answer.error;
+    return send_reply(request, reply);
 }
 
 }  // namespace
@@ -93,7 +93,7 @@ void vs_reply_free(vs_io* io, int socket, int error, const Json::Value& data, st
     Request request(io, socket);
     Json::Value reply = envelope(error, version);
     reply["data"] = data;
-    send_reply(request, reply);
+    (void)send_reply(request, reply);
 }
 
 namespace nm {
