@@ -19,6 +19,7 @@
 #include "control/edge_entries.h"
 #include "control/handlers/reports.h"
 #include "control/handlers/vs_api.h"
+#include "control/lan_ipv6.h"
 #include "control/lease6_event.h"
 #include "control/lease_event.h"
 #include "control/migrate_documents.h"

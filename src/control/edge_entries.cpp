@@ -6,6 +6,7 @@
 #include <string>
 
 #include "config/nmconfig.h"
+#include "control/lan_ipv6.h"
 #include "control/setup_frame.h"
 #include "interfaces/uplink/RGLinkIfaceInfo.h"
 #include "log.h"
@@ -60,6 +61,14 @@ int reload_routes(const char* args) {
     return family == "6" ? reload_static_route6(path) : __reload_static_route(path);
 }
 
+int reload_lans(const char* args) {
+    Json::Value root;
+    const int ret = read_arguments(args, root);
+    return ret != NM_OK ? ret
+                        : reload_lan_ipv6(nm::json_string_or(root, "path", kDeviceInfoPath),
+                                          nm::json_string_or(root, "uplink", ""));
+}
+
 }  // namespace
 
 int Add_hosts(char* ip, char* ifname) {
@@ -85,4 +94,8 @@ int Update_rglink_info(char* args) {
 
 int Reload_static_route(char* args) {
     return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload_routes(args); });
+}
+
+int Reload_lan_ipv6(char* args) {
+    return nm::run_entry(__PRETTY_FUNCTION__, [=] { return reload_lans(args); });
 }

@@ -1,5 +1,6 @@
 // Entries of the small reloads: host names, the TCP MSS of the uplinks, port forwards, what the health
-// manager knows of RGLinks, and static routes. They set up the log, and no exception leaves them.
+// manager knows of RGLinks, static routes, and what LANs have from the IPv6 of their uplinks. They set up the
+// log, and no exception leaves them.
 #pragma once
 
 #pragma GCC visibility push(default)
@@ -26,5 +27,10 @@ extern "C" int Update_rglink_info(char* args);
 /// family (`family`, "4" or "6"); any other family stands for both. 0 or the codes of
 /// policy/routes/static_route.h; NM_ERR_NULL_ARG; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
 extern "C" int Reload_static_route(char* args);
+
+/// reload_lan_ipv6() for the device document (`path`) and one port (`uplink`, "PORT1") of the JSON object,
+/// all LANs if that is left out. Bring-up calls it once /var/run/network/.boot_fin is there. 0 or its codes;
+/// NM_ERR_NULL_ARG; NM_ERR_PARSE; NM_ERR_BAD_FORMAT.
+extern "C" int Reload_lan_ipv6(char* args);
 
 #pragma GCC visibility pop

@@ -10,6 +10,7 @@
 #include "interfaces/lan/LanInterface.h"
 #include "interfaces/lan/VlanBrif.h"
 #include "peers/bus/service_bus.h"
+#include "services/radv/radvd.h"
 
 namespace {
 
@@ -80,8 +81,12 @@ int setup_lanif(char* json) {
     return nm::run_request(json, {_setup_lanif, {}});
 }
 
+/// The LANs of one request share one start of the advertisements.
 int setup_laninfo(char* json) {
-    return nm::run_request(json, {_setup_laninfo, {}});
+    nm::RadvdHold advertisements;
+    const int ret = nm::run_request(json, {_setup_laninfo, {}});
+    const int advertised = advertisements.release();
+    return ret != NM_OK ? ret : advertised;
 }
 
 int Setup_vlanbr(char* json) {

@@ -126,18 +126,26 @@ inline bool is_lock_free(const std::string& name) {
     return is_free;
 }
 
-/// What the library has logged since the object was made.
+/// What the library has logged since the object was made, in the files of the boot and of the time after it.
 class LogTail {
 public:
     LogTail() {
         INITIALIZE_LOG("MAIN");
-        start_ = slurp(kFile).size();
+        for (size_t i = 0; i < kFiles.size(); ++i) {
+            starts_[i] = slurp(kFiles[i]).size();
+        }
     }
-    bool has(const std::string& words) const { return slurp(kFile).find(words, start_) != std::string::npos; }
+    bool has(const std::string& words) const {
+        bool found = false;
+        for (size_t i = 0; i < kFiles.size(); ++i) {
+            found = found || slurp(kFiles[i]).find(words, starts_[i]) != std::string::npos;
+        }
+        return found;
+    }
 
 private:
-    static constexpr const char* kFile = "/var/log/network/bootup.log";
-    std::size_t start_;
+    static constexpr std::array kFiles{"/var/log/network/bootup.log", "/var/log/network/main.log"};
+    std::array<std::size_t, kFiles.size()> starts_{};
 };
 
 /// Its tests leave no descriptor behind; leaks of memory are told by the address sanitizer at the end.

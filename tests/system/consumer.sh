@@ -11,8 +11,8 @@ readonly CONSUMER=$source_dir/tests/system/consumer
 LIBDIR=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:.*=//p' "$BUILD/CMakeCache.txt")
 readonly LIBDIR LIBRARY=$BUILD/lib/libnetworkinterface.so.1
 # What callers find by name, besides the handlers of the bus.
-readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease6_event Lease_event Reload_dnat Reload_static_route Reload_tcpmss
-    Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
+readonly ENTRIES=(Add_hosts Del_hosts Get_dhcp_client_table Lease6_event Lease_event Reload_dnat Reload_lan_ipv6
+    Reload_static_route Reload_tcpmss Setup_dhcpservice Setup_lanif Setup_laninfo Setup_privateif Setup_privateinfo Setup_rglinkif Setup_rglinkinfo
     Setup_misc Setup_services Setup_topology Setup_vlanbr Setup_wanif Setup_waninfo Update_rglink_info
     setup_all_iface_by_config)
 # What nm_bin applies from a new and an old document by functions of the library.

@@ -56,6 +56,6 @@ same "it goes" "0 no yes" \
     "$(lan6 leave 1) $(active nm-dhcpd6@lan1 || echo no) $(active nm-dhcpd6@lan0 && echo yes)"
 same "the file has the other LAN only" "interface lan0" "$(grep interface /etc/radvd.conf)"
 same "the last one leaves nothing, and the unit alone" "0  0 yes" \
-    "$(lan6 leave 0) $(find /etc/networkmanagement/dhcp6 /var/lib/dhcpd6 /run/network/ipv6 -type f) $(
+    "$(lan6 leave 0) $(find /etc/networkmanagement/dhcp6 /var/lib/dhcpd6 /run/network/ipv6 -type f ! -name '*.withdrawn') $(
         stat -c %s /etc/radvd.conf) $(active nm-radvd && echo yes)"
 finish

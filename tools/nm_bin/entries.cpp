@@ -88,6 +88,8 @@ constexpr std::array kEntries{
           "clamp the TCP segment size on the WAN links ({\"path\": ...} or {})"},
     Entry{"Reload_dnat", "REQUEST", run_with_text<Reload_dnat>,
           "write the stored port forwards anew ({\"path\": ...} or {})"},
+    Entry{"Reload_lan_ipv6", "REQUEST", run_with_text<Reload_lan_ipv6>,
+          "renew what LANs have from their uplink's IPv6 ({\"uplink\": \"PORT1\", \"path\": ...} or {})"},
     Entry{"Reload_static_route", "REQUEST", run_with_text<Reload_static_route>,
           "write the stored static routes anew ({\"family\": \"4\" or \"6\", \"path\": ...} or {})"},
 };

@@ -77,6 +77,9 @@ Json::Value lan_record(const std::string& ifname, const Json::Value& entry, bool
     record["UP"] = is_iface_up(ifname) == 1;
     add_addresses(entry, "IP4", ip4, 32, record);
     add_addresses(entry, "IP6", ip6, 128, record);
+    record["IP6_SERVICE_TYPE"] = nm::json_string_or(entry, "IP6_SERVICE_TYPE", "DISABLED");
+    record["IP6_UPLINK"] = nm::json_string_or(entry, "IP6_UPLINK", "");
+    record["IP6_PD_PREFIX"] = nm::json_string_or(entry, "IP6_PD_PREFIX", "");
     if (comprehensive) {
         record["MEMBERS"] = bridge_members(ifname);
     }

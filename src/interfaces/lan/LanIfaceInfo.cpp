@@ -1,4 +1,4 @@
-// The addressing side of LAN interfaces.
+// The addressing side of LAN interfaces: their life cycle and IPv4 (IPv6: lan_ipv6.cpp).
 #include "interfaces/lan/LanIfaceInfo.h"
 
 #include <arpa/inet.h>
@@ -21,6 +21,7 @@
 #include "services/dns/hosts.h"
 #include "services/dns/lan_dnsmasq.h"
 #include "services/leases/dhcp_client.h"
+#include "services/radv/radvd.h"
 #include "utils/ip_text.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
@@ -59,13 +60,6 @@ std::unique_ptr<DhcpService> dhcp_service_of(const std::string& ifname) {
     DhcpService* service = nullptr;
     (void)create_DHCP_SERVICE(&service, ifname, kDhcpServicePath);  // logged there; null says it here
     return std::unique_ptr<DhcpService>(service);
-}
-
-/// What is only logged: `text` says what was tried, with its value.
-void tell_failure(int ret, const std::string& text) {
-    if (ret != NM_OK) {
-        NM_LOG(Error) << text << " failed.";
-    }
 }
 
 int append_guest_rule(const std::string& command) {
@@ -120,12 +114,10 @@ int LanIfaceInfo::get_config_from_json() {
     ip4_type = nm::json_text(entry, "IP4_TYPE");
     ip4_addr = nm::json_text(entry, "IP4_ADDR");
     ip4_prefix = atoi(nm::json_text(entry, "IP4_PREFIX", "24").c_str());
-    ip6_type = nm::json_text(entry, "IP6_TYPE", "DISABLED");
-    ip6_addr = nm::json_text(entry, "IP6_ADDR");
-    ip6_prefix = atoi(nm::json_text(entry, "IP6_PREFIX", "64").c_str());
     access_to_local = nm::json_text(entry, "ACCESS_TO_LOCAL", "TRUE") == "TRUE";
     ifindex = get_iface_index(ifname.c_str());
     network = network_of(ip4_addr, ip4_prefix);
+    read_ipv6(entry);
     return NM_OK;
 }
 
@@ -196,6 +188,7 @@ int LanIfaceInfo::alt_info(uint32_t opt) {
         return NM_EXIT(ret);
     }
     // Told where they fail: what is left of the old state must not keep the new one from coming.
+    nm::RadvdHold advertisements;
     if ((opt & OPT_IP6) != 0) {
         (void)stored->disable_ipv6();
     }
@@ -205,7 +198,9 @@ int LanIfaceInfo::alt_info(uint32_t opt) {
     if ((opt & (OPT_IP4 | OPT_IP6)) == 0 && (opt & OPT_IP6_SERVICE) != 0) {
         (void)stored->setup_ipv6_service(0);
     }
-    return NM_EXIT(setup_info(opt));
+    const int setup_ret = setup_info(opt);
+    const int advertised = advertisements.release();
+    return NM_EXIT(setup_ret != NM_OK ? setup_ret : advertised);
 }
 
 int LanIfaceInfo::setup_ipv4(uint32_t) {
@@ -393,33 +388,15 @@ int LanIfaceInfo::edit_guest_rules(const char* action, int (*run)(const std::str
     return ret;
 }
 
-int LanIfaceInfo::setup_ipv6(uint32_t) {
-    NM_LOG(Debug) << "Enter";
-    if (ip6_type == "DISABLED") {
-        NM_LOG(Debug) << ip6_type << "; do nothing.";
-        return NM_EXIT(NM_OK);
-    }
-    NM_LOG(Error) << ip6_type << " is not supported now!";
-    return NM_EXIT(NM_ERR_BAD_TYPE);
-}
-
-int LanIfaceInfo::setup_ipv6_service(int on) {
-    if (on != 1 || ip6_type == "DISABLED") {
-        NM_LOG(Debug) << "Skip setup ipv6 service.";
-        return NM_OK;
-    }
-    NM_LOG(Error) << ip6_type << " is not supported now!";
-    return NM_ERR_BAD_TYPE;
-}
-
-int LanIfaceInfo::disable_ipv6() {
-    NM_LOG(Debug) << ifname << " does not enable IPv6.";
-    return NM_OK;
-}
-
 int create_LAN_INFO(LanIfaceInfo** info, std::string ifname, std::string path, Json::Value cfg) {
     NM_LOG(Debug) << "Enter";
     return NM_EXIT(nm::build(info, "info", ifname, path, std::move(cfg)));
+}
+
+void LanIfaceInfo::tell_failure(int ret, const std::string& text) {
+    if (ret != NM_OK) {
+        NM_LOG(Error) << text << " failed.";
+    }
 }
 
 std::unique_ptr<LanIfaceInfo> nm::lan_info_of(const std::string& ifname, const std::string& path,

@@ -1,5 +1,6 @@
-// The addressing side of a LAN interface: its address or DHCP client and what hangs on that, the isolation of
-// guests, and the management alias of the port that technicians plug into.
+// The addressing side of a LAN interface: its addresses or DHCP client and what hangs on them, how its
+// clients are numbered by IPv6, the isolation of guests, and the management alias of the port that
+// technicians plug into.
 #pragma once
 
 #include <json/value.h>
@@ -7,8 +8,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "interfaces/common/BaseIfaceInfo.h"
+#include "utils/ip6_prefix.h"
+
+struct dhcpd6_iface;
+struct radvd_iface;
+struct available_base_wan_status;
 
 #pragma GCC visibility push(default)
 
@@ -16,7 +23,10 @@
 /// OPT_NO_DHCP_REFRESH are read, and OPT_LINK as "access to the other LANs changed".
 ///
 /// What follows an address (sets, name service, hosts) is tried whatever fails, and only logged: a LAN has to
-/// stay usable. Of IPv6 this release knows "DISABLED" alone.
+/// stay usable.
+///
+/// A LAN has IPv6 of its own ("STATIC"), with an address that its clients' prefix follows from, or that of an
+/// uplink ("RELAY"), whose provider numbers the clients. docs/ipv6.md tells how the two come together.
 class LanIfaceInfo : public BaseIfaceInfo {
 public:
     /// Reads the entry of `ifname` from `cfg`, or from the document at `path` if `cfg` is empty. Throws
@@ -58,20 +68,73 @@ public:
     virtual int disable_access_to_local();
     virtual int enable_access_to_local();
 
-    /// NM_ERR_BAD_TYPE for a type other than "DISABLED", which has nothing to set up.
+    /// Sets up what `IP6_TYPE` names. 0; NM_ERR_BAD_TYPE for another type; the codes of the functions below.
     virtual int setup_ipv6(uint32_t opt);
-    /// The address service apart from the address: NM_ERR_BAD_TYPE to start it (`on` 1) beneath any other
-    /// type; there is none to stop.
-    virtual int setup_ipv6_service(int on);
-    /// Always 0: nothing of IPv6 was ever set up.
+    /// Removes all that setup_ipv6() does. The result is that of removing the addresses, or of the relay.
     virtual int disable_ipv6();
+    /// Replaces the addresses of universe scope by the configured one, brings the interface up, and tells
+    /// sets, hosts and name service. 0; NM_ERR_BAD_IP also for a bad prefix; NM_ERR_NO_IFACE; the codes of
+    /// flush_ipv6_addr() and set_ipv6_addr().
+    virtual int setup_ipv6_static();
+    /// Starts (`on` 1) or stops the relay of router advertisements and DHCPv6 between the uplink and the LAN.
+    /// 0; NM_ERR_EMPTY without `IP6_UPLINK`; NM_ERR_NO_IFACE for an uplink without a device; the codes of
+    /// service_start() and service_stop().
+    virtual int setup_ipv6_relay(int on);
+    /// Starts (`on` 1) or withdraws what numbers the clients of a LAN with an address of its own: router
+    /// advertisements, and with `IP6_SERVICE_TYPE` "STATEFUL" a DHCPv6 server. Other types have none: 0.
+    /// While the appliance boots (there is no /var/run/network/.boot_fin), the files are written and the
+    /// server is started; advertisements and source routing wait for resume_ipv6(). A start that fails leaves
+    /// nothing behind. 0; NM_ERR_BAD_FORMAT for a number that is none; the codes of dhcpd6.h and radvd.h, of
+    /// setup_radvd_routerule().
+    virtual int setup_ipv6_service(int on);
+    /// Makes what the clients send leave by the uplink that their prefix comes from (`on` 1): by NDP proxying
+    /// if the LAN shares the uplink's prefix, else by rules and a table of the LAN's own. An uplink that is
+    /// not ready, or whose lock cannot be had within ten seconds, is skipped: 0. `on` 0 takes both away. The
+    /// codes of service_start(), service_stop() and set_ip6_routerule_by_oifindex().
+    virtual int setup_radvd_routerule(int on);
+    /// Does anew what follows from the uplink of a LAN that numbers its clients: source routing and
+    /// advertisements. For a LAN that was set up during boot or before its uplink; until the boot is over
+    /// there is nothing to do. `opt` is not read. 0; the codes of setup_radvd_routerule() and
+    /// radvd_service_start().
+    int resume_ipv6(uint32_t opt);
 
 protected:
     bool access_to_local = true;
     /// The LAN's network as "address/prefix", empty unless address and prefix are good.
     std::string network;
 
+    std::string ip6_uplink;        // port of the uplink ("PORT1"), empty for none
+    std::string ip6_service_type;  // "STATEFUL", "SLAAC_RDNSS" or "DISABLED"
+    std::string ip6_range_start;   // addresses that the DHCPv6 server hands out
+    std::string ip6_range_end;
+    std::string ip6_lifetime;    // of the router, in seconds
+    std::string ip6_lease_time;  // of the DHCPv6 server, in seconds
+    std::vector<std::string> ip6_dns_servers;
+    /// The address lies in the delegated prefix `ip6_pd_prefix`, and `ip6_obj` are its parts.
+    bool ip6_dhcp_pd = false;
+    std::string ip6_pd_prefix;
+    IP6_ADDR_OBJ ip6_obj;
+
 private:
+    /// What is only logged: `text` says what was tried, with its value.
+    static void tell_failure(int ret, const std::string& text);
+
+    void read_ipv6(const Json::Value& entry);
+    bool serves_ipv6() const;
+    std::string ip6_network() const;
+    int set_ip6_address();
+    void announce_ipv6();
+    void withdraw_ipv6();
+    int read_service(radvd_iface& advertised, dhcpd6_iface& server);
+    void take_lifetimes(radvd_iface& advertised);
+    int start_ipv6_service();
+    int advertise();
+    int stop_ipv6_service();
+    int start_dhcpd6(const dhcpd6_iface& server);
+    bool find_uplink(available_base_wan_status& uplink);
+    int tie_to_uplink(const available_base_wan_status& uplink);
+    int start_relay(const std::string& device, const char* mode);
+
     int add_static_address();
     void refresh_dhcp_service();
     void stop_dhcp_service();

@@ -5,11 +5,15 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "log.h"
 #include "result_codes.h"
 #include "services/files/generated_file.h"
 #include "services/radv/radv_files.h"
+#include "services/radv/withdrawn.h"
 #include "utils/directories.h"
+#include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/process.h"
 #include "utils/units.h"
@@ -19,6 +23,10 @@ namespace {
 constexpr const char* kUnit = "nm-radvd";
 constexpr const char* kDirectory = "/var/run/network/ipv6/";
 constexpr const char* kSuffix = ".radvd.conf";
+
+/// Of this thread: a daemon works several requests at a time.
+thread_local int holds = 0;
+thread_local bool is_refresh_due = false;
 
 std::string block_path(const std::string& ifname) {
     return kDirectory + ifname + kSuffix;
@@ -36,10 +44,14 @@ std::string lifetime_line(const char* name, uint32_t seconds) {
     return seconds != 0 ? std::string("    ") + name + " " + std::to_string(seconds) + ";\n" : "";
 }
 
+std::string prefix_name(const radvd_iface& iface) {
+    return iface.prefix + "/" + std::to_string(iface.prefix_len);
+}
+
 std::string prefix_text(const radvd_iface& iface) {
-    return "  prefix " + iface.prefix + "/" + std::to_string(iface.prefix_len) +
-           "\n  {\n    AdvOnLink on;\n    AdvAutonomous " + on_off(!iface.managed) +
-           ";\n    AdvRouterAddr off;\n" + lifetime_line("AdvPreferredLifetime", iface.preferred_lifetime) +
+    return "  prefix " + prefix_name(iface) + "\n  {\n    AdvOnLink on;\n    AdvAutonomous " +
+           on_off(!iface.managed) + ";\n    AdvRouterAddr off;\n" +
+           lifetime_line("AdvPreferredLifetime", iface.preferred_lifetime) +
            lifetime_line("AdvValidLifetime", iface.valid_lifetime) + "  };\n";
 }
 
@@ -56,7 +68,7 @@ std::string block_text(const radvd_iface& iface) {
            on_off(iface.managed) + ";\n  AdvOtherConfigFlag " + on_off(iface.other) +
            ";\n  MaxRtrAdvInterval 30;\n  MinRtrAdvInterval 10;\n  AdvDefaultLifetime " +
            std::to_string(iface.router_lifetime) + ";\n  AdvDefaultPreference high;\n  AdvLinkMTU 1500;\n" +
-           prefix_text(iface) + dns_text(iface) + "};\n\n";
+           prefix_text(iface) + nm::withdrawn_text(iface.ifname) + dns_text(iface) + "};\n\n";
 }
 
 /// Runs a command that rewrites the daemon's file while nobody else does. Its exit code.
@@ -84,7 +96,12 @@ int radvd_iface_set(const radvd_iface* iface) {
     if (ret == NM_OK) {
         ret = nm::check_values({iface->dns, iface->prefix});
     }
-    return NM_EXIT(ret == NM_OK ? nm::replace_locked(block_path(iface->ifname), block_text(*iface)) : ret);
+    if (ret != NM_OK) {
+        return NM_EXIT(ret);
+    }
+    const std::string path = block_path(iface->ifname);
+    nm::keep_withdrawn(iface->ifname, nm::read_file(path).value_or(""), prefix_name(*iface));
+    return NM_EXIT(nm::replace_locked(path, block_text(*iface)));
 }
 
 int radvd_iface_unset(std::string ifname) {
@@ -95,11 +112,13 @@ int radvd_iface_unset(std::string ifname) {
     }
     const std::string path = block_path(ifname);
     NM_LOG(Info) << "Unset file: " << path;
+    const std::string block = nm::read_file(path).value_or("");
     if (unlink(path.c_str()) != 0) {
         const int reason = errno;
         NM_LOG(Error) << path << ": " << strerror(reason);
         return NM_EXIT(NM_OK);
     }
+    nm::keep_withdrawn(ifname, block, "");
     return NM_EXIT(has_blocks() ? radvd_cfg_generate() : radvd_cfg_reset());
 }
 
@@ -129,3 +148,30 @@ int radvd_service_start() {
 int radvd_service_stop() {
     return service_stop(kUnit, nullptr, nullptr);
 }
+
+namespace nm {
+
+int refresh_radvd() {
+    if (holds > 0) {
+        is_refresh_due = true;
+        return NM_OK;
+    }
+    return has_blocks() ? radvd_service_start() : radvd_service_stop();
+}
+
+RadvdHold::RadvdHold() {
+    ++holds;
+}
+
+RadvdHold::~RadvdHold() {
+    (void)release();  // logged there
+}
+
+int RadvdHold::release() {
+    if (!std::exchange(is_held_, false) || --holds > 0) {
+        return NM_OK;
+    }
+    return std::exchange(is_refresh_due, false) ? refresh_radvd() : NM_OK;
+}
+
+}  // namespace nm

@@ -4,6 +4,9 @@
 //     /var/run/network/ipv6/<ifname>.radvd.conf    an interface's block (radvd.conf(5))
 //     /etc/radvd.conf                              all blocks, what the daemon reads
 //
+// A prefix that an interface has advertised before stays in its block with both lifetimes 0, until its
+// clients cannot hold it any more (withdrawn.h).
+//
 // A block is replaced in one step, so that a failure leaves the old one whole. Values are data: one that
 // could end a statement of the daemon's file is refused. The assembled file is written under flock(1) on
 // itself: it holds all blocks that exist when it is rebuilt last.
@@ -49,3 +52,28 @@ int radvd_service_start();
 int radvd_service_stop();
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// Has the daemon read the blocks: starts it anew, or stops it if there is none. While a hold stands in this
+/// thread, that is left to the end of the hold: 0. Otherwise the codes of radvd_service_start() and
+/// radvd_service_stop().
+int refresh_radvd();
+
+/// Keeps refresh_radvd() until the last hold of the thread ends. Each start of the daemon takes the default
+/// route away from the clients of all LANs for a moment, so whoever changes several blocks holds it.
+class RadvdHold {
+public:
+    RadvdHold();
+    ~RadvdHold();
+    RadvdHold(const RadvdHold&) = delete;
+    RadvdHold& operator=(const RadvdHold&) = delete;
+
+    /// Ends the hold now. 0, or the code of the refresh that was due.
+    int release();
+
+private:
+    bool is_held_ = true;
+};
+
+}  // namespace nm

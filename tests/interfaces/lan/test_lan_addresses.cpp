@@ -81,7 +81,7 @@ TEST_F(LanAddress, IsRefusedWithItsCode) {
         {"br_v12", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1','IP4_PREFIX':'33'", -1009, "Bad prefix."},
         {"none", "'IP4_TYPE':'STATIC','IP4_ADDR':'10.0.0.1'", -1002, "Get ifindex failed. Interface: none"},
         {"br_v12", "'IP4_ADDR':'10.0.0.1'", -1008, "No such ip4_type: "},
-        {"br_v12", "'IP4_TYPE':'DISABLED','IP6_TYPE':'STATIC'", -1008, "STATIC is not supported now!"}};
+        {"br_v12", "'IP4_TYPE':'DISABLED','IP6_TYPE':'SLAAC'", -1008, "SLAAC is not supported now!"}};
     for (const auto& [ifname, entry, code, words] : cases) {
         const LogTail log;
         EXPECT_EQ(info(entry, ifname).add_info(3), code) << entry;

@@ -201,6 +201,69 @@ TEST_F(Radvd, BlockIsWhatTheDaemonTakesOrStaysAsItWas) {
     EXPECT_FALSE(fs::exists("/tmp/broken"));
 }
 
+/// What the block advertises: "<prefix> <A flag>", with a minus before what is withdrawn.
+std::string prefixes() {
+    return exec(
+        "awk '/^  prefix/{p=$2} /Autonomous/{a=$2} /Valid.* 0;/{p=\"-\" p} /^  };/{if (p) print p, a; "
+        "p=\"\"}' "
+        "/run/network/ipv6/lan0.radvd.conf | xargs");
+}
+
+TEST_F(Radvd, PrefixIsWithdrawnAsLongAsItsClientsMayHoldIt) {
+    const StandIn systemctl(kSystemctl);
+    const std::string list = "/run/network/ipv6/lan0.withdrawn";
+    const auto set = [this](const std::string& prefix, bool managed = false) {
+        Rec record = plain;
+        record.prefix = prefix;
+        record.managed = managed;
+        EXPECT_EQ(radvd_iface_set(&record), NM_OK);
+        return prefixes();
+    };
+    EXPECT_EQ(set("2001:db8:1::") + set("2001:db8:1::"), "2001:db8:1::/64 on;\n2001:db8:1::/64 on;\n");
+    EXPECT_FALSE(fs::exists(list));
+    EXPECT_EQ(set("2001:db8:2::", true), "2001:db8:2::/64 off; -2001:db8:1::/64 on;\n") << "flags are kept";
+    EXPECT_TRUE(accepts("radvd -c -C /run/network/ipv6/lan0.radvd.conf"));
+    EXPECT_EQ(radvd_iface_unset("lan0"), NM_OK);
+    EXPECT_EQ(set("2001:db8:3::"), "2001:db8:3::/64 on; -2001:db8:1::/64 on; -2001:db8:2::/64 off;\n");
+    EXPECT_EQ(set("2001:db8:1::"), "2001:db8:1::/64 on; -2001:db8:2::/64 off; -2001:db8:3::/64 on;\n");
+    // The advertised lifetime counts, radvd's own without one, and an endless one is bounded.
+    const std::pair<uint32_t, uint64_t> lifetimes[] = {{900, 900}, {0, 86400}, {4294967295U, 2592000}};
+    for (const auto& [valid, lasts] : lifetimes) {
+        fs::remove(list);
+        Rec record = plain;
+        record.valid_lifetime = valid;
+        EXPECT_EQ(radvd_iface_set(&record) + radvd_iface_unset("lan0"), 0);
+        const std::string left = exec(
+            "awk -v now=$(cut -d. -f1 /proc/uptime) '{print $3 - now}' /run/network/ipv6/lan0.withdrawn");
+        EXPECT_NEAR(std::stod(left), static_cast<double>(lasts), 5) << valid;
+    }
+    std::string many = "2001:db8:99::/64 on; 1\n";
+    for (int i = 10; i < 20; ++i) {
+        many += "2001:db8:" + std::to_string(i) + "::/64 on 99999999999\n";
+    }
+    put(list, many);
+    EXPECT_EQ(std::count(many.begin(), many.end(), '\n'), 11);
+    const std::string kept = set("2001:db8:7::");
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), '-'), 8) << "the latest, and none that is over";
+}
+
+TEST_F(Radvd, ChangesOfOneCallerShareOneStartOfTheDaemon) {
+    const StandIn systemctl(kSystemctl, 3);
+    ASSERT_EQ(radvd_iface_set(&plain), NM_OK);
+    nm::RadvdHold outer;
+    {
+        nm::RadvdHold inner;
+        EXPECT_EQ(nm::refresh_radvd() + nm::refresh_radvd() + inner.release() + inner.release(), 0);
+    }
+    EXPECT_EQ(StandIn::take(), "");
+    EXPECT_EQ(outer.release(), 3);
+    EXPECT_EQ(StandIn::take(), "systemctl <restart> <nm-radvd.service>\n");
+    { const nm::RadvdHold idle; }
+    ASSERT_EQ(radvd_iface_unset("lan0"), NM_OK);
+    EXPECT_EQ(nm::refresh_radvd(), 3) << "without any LAN the daemon ends";
+    EXPECT_EQ(StandIn::take(), "systemctl <stop> <nm-radvd.service>\n");
+}
+
 TEST_F(Radvd, FailedWriteLeavesTheOldBlockAndNoLock) {
     run("mount -t tmpfs -o size=8k none /run/network/ipv6");
     put(kBlock, "old");
