@@ -1,0 +1,146 @@
+// LANs that follow their uplink: which are renumbered, what of their entries moves, in which order device,
+// daemons and document change, and what a LAN or an uplink that is in use means.
+
+#include <chrono>
+#include <thread>
+
+#include "control/edge_entries.h"
+#include "control/lan_ipv6.h"
+#include "control/setup_lan.h"
+#include "fake_service.h"
+#include "stand_in.h"
+#include "utils/handles.h"
+
+using namespace fixture;
+
+namespace {
+
+const std::string kUplinks =
+    "'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'},'PORT2':{'INTERFACE':'swdev2'}},'WAN_IFACE_INFO':{"
+    "'swdev1':{'IP4_TYPE':'DISABLED','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:f::1','IP6_GW':'2001:db8:f::2'}"
+    ","
+    "'swdev2':{'IP4_TYPE':'DISABLED','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:e::1','IP6_GW':'2001:db8:e::2'}"
+    "},";
+const std::string kOfPort1 = "'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT1','IP6_DHCP_PD':'ENABLED',";
+const std::string kSlaac = ",'IP6_SERVICE_TYPE':'SLAAC_RDNSS'}";
+
+/// br_v1 is numbered from /48, br_v2 from no prefix yet, br_v3 has an uplink of its own, br_v4 no device.
+const std::string kLans =
+    "'LAN_IFACE_INFO':{'br_v1':{" + kOfPort1 +
+    "'IP6_ADDR':'2001:db8:1:7::1','IP6_PD_PREFIX':'2001:db8:1::/48','IP6_SERVICE_TYPE':'STATEFUL',"
+    "'IP6_RANGE_START':'2001:db8:1:7::10','IP6_RANGE_END':'2001:db8:1:7::ff',"
+    "'IP6_DNS_SERVERS':['2001:db8:1:7::1','2001:db8:53::1']},'br_v2':{" +
+    kOfPort1 + "'IP6_ADDR':'::2:0:0:0:1'" + kSlaac +
+    ",'br_v3':{'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT2','IP6_DHCP_PD':'ENABLED','IP6_ADDR':'2001:db8:1:9::1',"
+    "'IP6_PD_PREFIX':'2001:db8:1::/48'" +
+    kSlaac + ",'br_v5':{'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT1','IP6_ADDR':'2001:db8:1:8::1'}," +
+    "'br_v6':'x','br_v7':{" + kOfPort1 + "'IP6_ADDR':'2001:db8:2::1','IP6_PD_PREFIX':'2001:db8:1::/48'}," +
+    "'br_v8':{" + kOfPort1 + "'IP6_ADDR':'2001:db8:1:1234::1','IP6_PD_PREFIX':'2001:db8:1::/48'}}";
+
+struct LanRenumbering : testing::Test {
+    LanRenumbering() {
+        for (const char* device : {"swdev1", "swdev2", "br_v1", "br_v2", "br_v3"}) {
+            run(std::string("ip link add ") + device + " type veth peer name p" + device +
+                " && ip link set " + device + " up addrgenmode none");
+        }
+        run("ip addr add 2001:db8:f::1/64 dev swdev1 nodad; ip addr add 2001:db8:e::1/64 dev swdev2 nodad; "
+            "rm -f /run/network/ipv6/*; mkdir -p /etc/networkmanagement/dhcp6 /var/lib/dhcpd6");
+        put("/etc/hosts", "127.0.0.1  localhost\n");
+        for (const char* lan : {"br_v1", "br_v2", "br_v3"}) {
+            EXPECT_EQ(_setup_laninfo(lan, ACT_ADD, OPT_IP6, kDeviceInfoPath, Json::Value()), 0);
+        }
+        (void)FakeService::take_calls();
+    }
+    ~LanRenumbering() override {
+        run("for d in swdev1 swdev2 br_v1 br_v2 br_v3; do ip link del $d; done; "
+            "ip -6 rule flush; ip -6 rule add prio 32766 lookup main");
+    }
+
+    static Json::Value lans() { return json(slurp(kDeviceInfoPath))["LAN_IFACE_INFO"]; }
+    static std::string address(const std::string& lan) {
+        return exec(("ip -6 -o addr show dev " + lan + " scope global | awk '{print $4}' | xargs").c_str());
+    }
+    static std::string units() {
+        std::string units;
+        for (const std::string& call : FakeService::take_calls()) {
+            units += call.rfind("systemctl", 0) == 0 ? call.substr(10) + "; " : "";
+        }
+        return units;
+    }
+
+    const File booted{"/run/network/.boot_fin"},
+        device{kDeviceInfoPath, quoted("{" + kUplinks + kLans + "}}")};
+    const FakeService names{
+        "DnsmasqMgr",
+        {{"Add_addr", R"({"error":0})"}, {"Del_addr", R"({"error":0})"}, {"Restart", R"({"error":0})"}}};
+    const StandIn sets{"/usr/sbin/firewall.sh"}, systemctl{"/usr/bin/systemctl"};
+};
+
+TEST_F(LanRenumbering, MovesTheLansOfTheUplinkAndStoresItLast) {
+    const std::string others = address("br_v3") + slurp("/run/network/ipv6/br_v3.radvd.conf");
+    Json::Value expected = lans();
+    EXPECT_EQ(reconfig_pd_downlinks("swdev1", "2001:db8:9:ff00::/56"), NM_ERR_BAD_PREFIX)
+        << "br_v7 lies outside of its own delegation, br_v8 has no place in the new one";
+    EXPECT_EQ(address("br_v1") + address("br_v2"), "2001:db8:9:ff07::1/64\n2001:db8:9:ff02::1/64\n");
+    EXPECT_EQ(units(),
+              "<stop> <nm-dhcpd6@br_v1.service>; <stop> <nm-6relayd@br_v1.service>; <start> "
+              "<nm-dhcpd6@br_v1.service>; <stop> <nm-6relayd@br_v2.service>; <restart> <nm-radvd.service>; ")
+        << "one start of the daemon for all LANs";
+    EXPECT_EQ(address("br_v3") + slurp("/run/network/ipv6/br_v3.radvd.conf"), others);
+
+    Json::Value& first = expected["br_v1"];
+    first["IP6_ADDR"] = first["IP6_DNS_SERVERS"][0] = "2001:db8:9:ff07::1";
+    first["IP6_RANGE_START"] = "2001:db8:9:ff07::10";
+    first["IP6_RANGE_END"] = "2001:db8:9:ff07::ff";
+    expected["br_v2"]["IP6_ADDR"] = "2001:db8:9:ff02::1";
+    first["IP6_PD_PREFIX"] = expected["br_v2"]["IP6_PD_PREFIX"] = "2001:db8:9:ff00::/56";
+    EXPECT_EQ(lans(), expected);
+    EXPECT_NE(slurp("/run/network/ipv6/br_v1.radvd.conf").find("prefix 2001:db8:1:7::/64\n"),
+              std::string::npos)
+        << "withdrawn by advertisement";
+    EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:7::"), "0\n");
+
+    EXPECT_EQ(reconfig_pd_downlinks("ppp-swdev1", "2001:db8:9:ffff::/56"), NM_ERR_BAD_PREFIX);
+    EXPECT_EQ(units(), "") << "the same prefix again";
+    const std::tuple<const char*, const char*, int> refused[] = {
+        {"swdev9", "2001:db8::/48", NM_ERR_NO_IFACE},
+        {"swdev1", "2001:db8::\n/48", NM_ERR_BAD_IP},
+        {"swdev1", "", NM_ERR_BAD_IP},
+        {"swdev1", "2001:db8::/129", NM_ERR_BAD_PREFIX}};
+    for (const auto& [uplink, prefix, code] : refused) {
+        EXPECT_EQ(reconfig_pd_downlinks(uplink, prefix), code) << prefix;
+        EXPECT_EQ(lans(), expected);
+    }
+}
+
+/// Both waits of ten seconds at once.
+TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
+    const LogTail log;
+    const auto began = std::chrono::steady_clock::now();
+    {
+        const nm::LockGuard lan("br_v1");
+        const nm::LockGuard uplink("swdev2");
+        char request[] = R"({"uplink":"PORT2"})";
+        int reloaded = 1;
+        std::thread reload([&] { reloaded = Reload_lan_ipv6(request); });
+        EXPECT_EQ(reconfig_pd_downlinks("swdev1", "2001:db8:9::/48"), NM_ERR_BAD_PREFIX);
+        reload.join();
+        EXPECT_EQ(reloaded, 0);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(20));
+    EXPECT_TRUE(log.has("br_v1 is in use; skip. It keeps its prefix until the next event."));
+    EXPECT_TRUE(log.has("Failed to get lock of the uplink interface swdev2; skip."));
+    EXPECT_EQ(lans()["br_v1"]["IP6_ADDR"], "2001:db8:1:7::1") << "what is stored is what is in force";
+    EXPECT_EQ(address("br_v1") + address("br_v2"), "2001:db8:1:7::1/64\n2001:db8:9:2::1/64\n");
+    EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "0\n");
+
+    char all[] = "{}";
+    EXPECT_EQ(reconfig_pd_downlinks("swdev1", "2001:db8:9::/48"), NM_ERR_BAD_PREFIX);
+    EXPECT_EQ(address("br_v1") + lans()["br_v1"]["IP6_ADDR"].asString(),
+              "2001:db8:9:7::1/64\n2001:db8:9:7::1");
+    EXPECT_EQ(Reload_lan_ipv6(all), 0);
+    EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "1\n");
+    EXPECT_EQ(units().find("<restart> <nm-radvd"), units().rfind("<restart> <nm-radvd"));
+}
+
+}  // namespace
