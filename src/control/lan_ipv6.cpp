@@ -46,7 +46,9 @@ void for_each_lan(const Json::Value& device,
                   const std::function<void(const std::string& ifname, const Json::Value& entry)>& visit) {
     const Json::Value& lans = nm::json_member(device, kLans);
     for (auto lan = lans.begin(); lans.isObject() && lan != lans.end(); ++lan) {
-        visit(lan.name(), *lan);
+        if (lan->isObject()) {
+            visit(lan.name(), *lan);
+        }
     }
 }
 

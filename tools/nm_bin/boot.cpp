@@ -125,6 +125,7 @@ int finish() {
     }
     keep_first(first, writeValue(kBooted, "", false), kBooted);
     restart_dnsmasq();
+    keep_first(first, reload_lan_ipv6(kDeviceInfoPath, ""), "IPv6 of the LANs");
     (void)setup_site_to_site_load_balance(kDeviceInfoPath);  // logged, as after any change of uplinks
     (void)setup_lan_to_wan_load_balance(kDeviceInfoPath);
     return first;
