@@ -71,7 +71,7 @@ int plan_moves(const Json::Value& device, const std::string& uplink, const std::
     return failure;
 }
 
-/// Alters the LANs to their new addresses. Those whose lock cannot be had leave the list.
+/// Alters the LANs to their new addresses. Those whose lock cannot be had leave the list: NM_ERR_LOCK.
 int apply_moves(Json::Value device, std::vector<Move>& moves) {
     int failure = NM_OK;
     for (const Move& move : moves) {
@@ -83,6 +83,7 @@ int apply_moves(Json::Value device, std::vector<Move>& moves) {
         const int ret = _setup_laninfo(move.ifname, ACT_ALT, OPT_IP6, kDeviceInfoPath, device);
         keep_first(failure, ret);
         if (ret == NM_ERR_LOCK) {
+            failure = ret;
             NM_LOG(Error) << move.ifname << " is in use; skip. It keeps its prefix until the next event.";
         } else {
             done.push_back(move);
@@ -152,7 +153,8 @@ int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix) {
     if (moves.empty()) {
         return NM_EXIT(failure);
     }
-    keep_first(failure, apply_moves(device, moves));
+    const int applied = apply_moves(device, moves);
+    failure = applied != NM_OK ? applied : failure;
     if (!moves.empty()) {
         keep_first(failure, store_moves(moves));
     }

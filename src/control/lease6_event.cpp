@@ -10,6 +10,7 @@
 
 #include "config/port_names.h"
 #include "control/event_document.h"
+#include "control/lan_ipv6.h"
 #include "control/setup_frame.h"
 #include "interfaces/uplink/WanIfaceInfo.h"
 #include "log.h"
@@ -34,12 +35,16 @@ bool has_new_address(const Json::Value& record) {
     return !nm::is_in_force(record, nm::kAddressKeys);
 }
 
+bool has_new_prefix(const Json::Value& record) {
+    return !nm::is_in_force(record, nm::kDelegationKeys);
+}
+
 int note_report(const std::string& ifname) {
     bool has_work = false;
     const int ret = nm::change_ipv6_record(ifname, [&](Json::Value& record) {
         const Json::Value before = record;
         const bool is_about_us = nm::take_client_report(told, record);
-        has_work = is_about_us && has_new_address(record);
+        has_work = is_about_us && (has_new_address(record) || has_new_prefix(record));
         return record != before;
     });
     if (ret == NM_ERR_NOT_FOUND) {
@@ -103,6 +108,30 @@ int apply_address(const std::string& ifname) {
     return ret;
 }
 
+/// Renumbers the LANs behind the port, with no lock of its own or theirs held. A prefix that a LAN could not
+/// take as it was in use is not in force yet, so that the next report renumbers it. LANs keep a prefix that
+/// has gone without another one in its place: their clients have no better one.
+int apply_prefix(const std::string& ifname) {
+    Json::Value record;
+    int ret = nm::read_ipv6_record(ifname, record);
+    if (ret != NM_OK || !has_new_prefix(record)) {
+        return ret == NM_ERR_NOT_FOUND ? NM_OK : ret;
+    }
+    const std::string prefix = nm::json_string_or(record, "curr_pd_prfx", "");
+    if (!prefix.empty()) {
+        ret =
+            reconfig_pd_downlinks(ifname, prefix + "/" + nm::json_string_or(record, "curr_pd_prfx_len", ""));
+    }
+    const int noted = ret == NM_ERR_LOCK ? ret : nm::mark_in_force(ifname, record, nm::kDelegationKeys);
+    return ret != NM_OK ? ret : noted;
+}
+
+int apply_report(const std::string& ifname) {
+    const int ret = apply_address(ifname);
+    const int renumbered = apply_prefix(ifname);
+    return ret != NM_OK ? ret : renumbered;
+}
+
 int lease6_event(const char* ifname, const char* act) {
     if (ifname == nullptr || *ifname == '\0' || act == nullptr) {
         NM_LOG(Error) << "ifname is Null pointer.";
@@ -114,7 +143,7 @@ int lease6_event(const char* ifname, const char* act) {
         return NM_ERR_BAD_ACT;
     }
     const std::string device = nm::device_of(ifname);
-    return what == "report" ? note_report(device) : apply_address(device);
+    return what == "report" ? note_report(device) : apply_report(device);
 }
 
 }  // namespace

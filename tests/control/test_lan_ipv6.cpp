@@ -8,6 +8,7 @@
 #include "control/lan_ipv6.h"
 #include "control/setup_lan.h"
 #include "fake_service.h"
+#include "main_log.h"
 #include "stand_in.h"
 #include "utils/handles.h"
 
@@ -115,7 +116,7 @@ TEST_F(LanRenumbering, MovesTheLansOfTheUplinkAndStoresItLast) {
 
 /// Both waits of ten seconds at once.
 TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
-    const LogTail log;
+    const MainLog log;
     const auto began = std::chrono::steady_clock::now();
     {
         const nm::LockGuard lan("br_v1");

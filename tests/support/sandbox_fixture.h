@@ -126,26 +126,18 @@ inline bool is_lock_free(const std::string& name) {
     return is_free;
 }
 
-/// What the library has logged since the object was made, in the files of the boot and of the time after it.
+/// What the library has logged since the object was made.
 class LogTail {
 public:
     LogTail() {
         INITIALIZE_LOG("MAIN");
-        for (size_t i = 0; i < kFiles.size(); ++i) {
-            starts_[i] = slurp(kFiles[i]).size();
-        }
+        start_ = slurp(kFile).size();
     }
-    bool has(const std::string& words) const {
-        bool found = false;
-        for (size_t i = 0; i < kFiles.size(); ++i) {
-            found = found || slurp(kFiles[i]).find(words, starts_[i]) != std::string::npos;
-        }
-        return found;
-    }
+    bool has(const std::string& words) const { return slurp(kFile).find(words, start_) != std::string::npos; }
 
 private:
-    static constexpr std::array kFiles{"/var/log/network/bootup.log", "/var/log/network/main.log"};
-    std::array<std::size_t, kFiles.size()> starts_{};
+    static constexpr const char* kFile = "/var/log/network/bootup.log";
+    std::size_t start_;
 };
 
 /// Its tests leave no descriptor behind; leaks of memory are told by the address sanitizer at the end.

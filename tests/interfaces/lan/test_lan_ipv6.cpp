@@ -4,6 +4,7 @@
 #include "fake_service.h"
 #include "interfaces/lan/LanIfaceInfo.h"
 #include "interfaces/lan/delegation.h"
+#include "main_log.h"
 #include "stand_in.h"
 
 using namespace fixture;
@@ -195,7 +196,7 @@ TEST_F(LanIpv6, FailsWithItsCodeAndLeavesNothing) {
         {"'IP6_TYPE':'RELAY','IP6_UPLINK':'PORT7',", NM_ERR_NO_IFACE, "Interface: br_v12 has no uplink."},
         {"'IP6_TYPE':'SLAAC',", NM_ERR_BAD_TYPE, "SLAAC is not supported now!"}};
     for (const auto& [entry, code, words] : rows) {
-        const LogTail log;
+        const MainLog log;
         EXPECT_EQ(info(entry).setup_ipv6(0), code) << entry;
         EXPECT_TRUE(log.has(words)) << words;
         EXPECT_TRUE(!fs::exists(kBlock) && !fs::exists(kServer) && is_lock_free("swdev1")) << entry;
