@@ -13,8 +13,8 @@
 /// `new_prefix` is "<prefix>/<length>", `uplink_ifname` the uplink's device or session. Each LAN is altered
 /// from its stored state to the new one, and its old prefix is withdrawn by advertisement; then the new
 /// addresses are stored. A LAN that has them already is left alone. One whose lock cannot be had keeps its
-/// old prefix, in the document as well, so that the next call renumbers it. 0, or the first failure: the
-/// codes of reading and writing the document, NM_ERR_NO_IFACE for an uplink that is no port's,
+/// old prefix, in the document as well, so that the next call renumbers it: NM_ERR_LOCK. 0, or the first
+/// failure: the codes of reading and writing the document, NM_ERR_NO_IFACE for an uplink that is no port's,
 /// NM_ERR_BAD_IP and NM_ERR_BAD_PREFIX (also for a LAN whose subnet has no place in the new prefix), those of
 /// _setup_laninfo().
 int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix);

@@ -6,6 +6,7 @@
 
 #include "control/edge_entries.h"
 #include "control/lan_ipv6.h"
+#include "control/lease6_event.h"
 #include "control/setup_lan.h"
 #include "fake_service.h"
 #include "main_log.h"
@@ -117,6 +118,8 @@ TEST_F(LanRenumbering, MovesTheLansOfTheUplinkAndStoresItLast) {
 /// Both waits of ten seconds at once.
 TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     const MainLog log;
+    const auto event = [] { return Lease6_event(std::string("swdev1").data(), std::string("apply").data()); };
+    put("/run/network/ipv6/swdev1.json", quoted("{'curr_pd_prfx':'2001:db8:9::','curr_pd_prfx_len':'48'}"));
     const auto began = std::chrono::steady_clock::now();
     {
         const nm::LockGuard lan("br_v1");
@@ -124,7 +127,7 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
         char request[] = R"({"uplink":"PORT2"})";
         int reloaded = 1;
         std::thread reload([&] { reloaded = Reload_lan_ipv6(request); });
-        EXPECT_EQ(reconfig_pd_downlinks("swdev1", "2001:db8:9::/48"), NM_ERR_BAD_PREFIX);
+        EXPECT_EQ(event(), NM_ERR_LOCK);
         reload.join();
         EXPECT_EQ(reloaded, 0);
     }
@@ -136,7 +139,8 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "0\n");
 
     char all[] = "{}";
-    EXPECT_EQ(reconfig_pd_downlinks("swdev1", "2001:db8:9::/48"), NM_ERR_BAD_PREFIX);
+    EXPECT_EQ(event(), NM_ERR_BAD_PREFIX);
+    EXPECT_EQ(event(), 0) << "nothing is new any more";
     EXPECT_EQ(address("br_v1") + lans()["br_v1"]["IP6_ADDR"].asString(),
               "2001:db8:9:7::1/64\n2001:db8:9:7::1");
     (void)units();

@@ -1,4 +1,5 @@
-// One step of a LAN's IPv6 service, as its set-up takes it: a record with fixed values, or a unit.
+// One step of a LAN's IPv6 service, as its set-up takes it: a record with fixed values, a unit, or another
+// delegated prefix of an uplink.
 #include <networkinterface.h>
 
 #include <cstdio>
@@ -26,6 +27,10 @@ int step(const std::string& verb, const std::string& ifname, const std::string& 
     if (verb == "advertise" || verb == "manage") {
         const int ret = advertise(ifname, prefix, verb == "manage");
         return ret != NM_OK ? ret : radvd_service_start();
+    }
+    if (verb == "renumber") {
+        INITIALIZE_LOG("MAIN");
+        return reconfig_pd_downlinks(ifname, prefix);
     }
     if (verb == "serve") {
         return serve(ifname, prefix);

@@ -58,4 +58,49 @@ same "the file has the other LAN only" "interface lan0" "$(grep interface /etc/r
 same "the last one leaves nothing, and the unit alone" "0  0 yes" \
     "$(lan6 leave 0) $(find /etc/networkmanagement/dhcp6 /var/lib/dhcpd6 /run/network/ipv6 -type f ! -name '*.withdrawn') $(
         stat -c %s /etc/radvd.conf) $(active nm-radvd && echo yes)"
+
+# LANs of a document: lan0 is numbered from the prefix that swdev1 is delegated, lan1 has one of its own.
+link_up() {
+    ip link add swdev1 up type veth peer name isp netns clients1
+    ip addr add 2001:db8:f::1/64 dev swdev1 nodad
+    ip -n clients0 -6 addr flush dev eth0 scope global
+    cat >"$DEVICE_INFO" <<EOF
+{"WAN_PORT": {"PORT1": {"INTERFACE": "swdev1"}}, "WAN_IFACE_INFO": {"swdev1": {"IP4_TYPE": "DISABLED",
+  "IP6_TYPE": "STATIC", "IP6_ADDR": "2001:db8:f::1", "IP6_PREFIX": "64", "IP6_GW": "2001:db8:f::2"}},
+ "LAN_IFACE_INFO": {
+  "lan0": {"IP4_TYPE": "DISABLED", "IP6_TYPE": "STATIC", "IP6_UPLINK": "PORT1", "IP6_SERVICE_TYPE": "SLAAC_RDNSS",
+    "IP6_DHCP_PD": "ENABLED", "IP6_ADDR": "2001:db8:a:1::1", "IP6_PD_PREFIX": "2001:db8:a::/48"},
+  "lan1": {"IP4_TYPE": "DISABLED", "IP6_TYPE": "STATIC", "IP6_UPLINK": "PORT1", "IP6_SERVICE_TYPE": "SLAAC_RDNSS",
+    "IP6_ADDR": "2001:db8:c:1::1"}}}
+EOF
+}
+
+# echoed TEXT: what comes back over the connection of the client of lan1.
+echoed() {
+    local reply
+    echo "$1" >&"${connection[1]}"
+    read -rt 10 -u "${connection[0]}" reply && echo "$reply"
+}
+
+link_up
+same "LANs of a document come up" "0 NM_OK success" "$(nm_bin Setup_laninfo '{"lan0": {"act": 1, "ops": 2,
+    "path": "/etc/networkmanagement/device_info.json"}, "lan1": {"act": 1, "ops": 2}}')"
+check "a client numbers itself from the delegation" eventually 20 numbered 0 2001:db8:a:1:
+check "one of the other LAN by its own prefix" eventually 20 numbered 1 2001:db8:c:1:
+python3 -c 'import socket
+with socket.create_server(("2001:db8:c:1::1", 7000), family=socket.AF_INET6) as server:
+    peer = server.accept()[0]
+    while text := peer.recv(99): peer.sendall(text)' &
+daemons+=("$!")
+check "a server listens" eventually 10 bash -c "ss -6ltn | grep -q :7000"
+coproc connection { ip netns exec clients1 bash -c 'exec 3<>/dev/tcp/2001:db8:c:1::1/7000; cat >&3 & cat <&3'; }
+daemons+=("$connection_PID")
+same "the other LAN's client has a connection" before "$(echoed before)"
+same "another delegation" 0 "$("$scratch/lan6" renumber swdev1 2001:db8:b::/48)"
+check "renumbers the client" eventually 20 numbered 0 '2001:db8:b:1:.*'
+check "which gives its old address up" eventually 20 numbered 0 '2001:db8:a:1:.* deprecated'
+check "and no new one" bash -c '! ip -n clients0 -6 addr show dev eth0 deprecated | grep -q 2001:db8:b'
+same "the store has it" "2001:db8:b:1::1 2001:db8:b::/48" \
+    "$(jq -r '.LAN_IFACE_INFO.lan0 | .IP6_ADDR + " " + .IP6_PD_PREFIX' "$DEVICE_INFO")"
+same "the other LAN's connection lives on" after "$(echoed after)"
 finish
