@@ -60,7 +60,7 @@ same "the last one leaves nothing, and the unit alone" "0  0 yes" \
         stat -c %s /etc/radvd.conf) $(active nm-radvd && echo yes)"
 
 # LANs of a document: lan0 is numbered from the prefix that swdev1 is delegated, lan1 has one of its own.
-link_up() {
+document_lans() {
     ip link add swdev1 up type veth peer name isp netns clients1
     ip addr add 2001:db8:f::1/64 dev swdev1 nodad
     ip -n clients0 -6 addr flush dev eth0 scope global
@@ -82,18 +82,18 @@ echoed() {
     read -rt 10 -u "${connection[0]}" reply && echo "$reply"
 }
 
-link_up
+document_lans
 same "LANs of a document come up" "0 NM_OK success" "$(nm_bin Setup_laninfo '{"lan0": {"act": 1, "ops": 2,
-    "path": "/etc/networkmanagement/device_info.json"}, "lan1": {"act": 1, "ops": 2}}')"
+    "path": "/etc/networkmanagement/device_info.json"}, "lan1": {"act": 1, "ops": 2}}' | head -n 1)"
 check "a client numbers itself from the delegation" eventually 20 numbered 0 2001:db8:a:1:
 check "one of the other LAN by its own prefix" eventually 20 numbered 1 2001:db8:c:1:
 python3 -c 'import socket
-with socket.create_server(("2001:db8:c:1::1", 7000), family=socket.AF_INET6) as server:
+with socket.create_server(("::", 7000), family=socket.AF_INET6) as server:
     peer = server.accept()[0]
     while text := peer.recv(99): peer.sendall(text)' &
 daemons+=("$!")
 check "a server listens" eventually 10 bash -c "ss -6ltn | grep -q :7000"
-coproc connection { ip netns exec clients1 bash -c 'exec 3<>/dev/tcp/2001:db8:c:1::1/7000; cat >&3 & cat <&3'; }
+coproc connection { ip netns exec clients1 bash -c 'exec 3<>/dev/tcp/2001:db8:c:1::1/7000; cat <&3 & cat >&3'; }
 daemons+=("$connection_PID")
 same "the other LAN's client has a connection" before "$(echoed before)"
 same "another delegation" 0 "$("$scratch/lan6" renumber swdev1 2001:db8:b::/48)"
