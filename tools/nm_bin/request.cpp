@@ -75,7 +75,10 @@ void warn_of_member(const Family& family, const Json::Value& request, const std:
 
 void warn_of_request(const Entry& entry, const Arguments& words) {
     const Family* const family = family_of_entry(entry.name);
-    const Json::Value request = family == nullptr ? Json::Value() : parse_request(words.front());
+    if (family == nullptr) {
+        return;
+    }
+    const Json::Value request = parse_request(words.front());
     if (!request.isObject()) {
         return;
     }
