@@ -26,6 +26,7 @@
 #include "result_codes.h"
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_defaults.h"
+#include "services/radv/radvd.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -142,6 +143,7 @@ void Run::set_up_ports(Json::Value& device) {
         fail(ret);
         return;
     }
+    const nm::RadvdHold advertisements;
     const bool tag_based = std::count(tag_based_model_list.begin(), tag_based_model_list.end(), model) != 0;
     for (const Section& section : kSections) {
         if (section.target == _setup_vlanbr && !tag_based) {

@@ -23,7 +23,7 @@ apply() {
     local request
     request=$(jq -nc --arg path "$NEW" --argjson act "$2" --argjson ops "$3" \
         '[$ARGS.positional[] | {(.): {act: $act, ops: $ops, path: $path}}] | add' --args "${@:4}")
-    same "$1 $request" "0 NM_OK success" "$(nm_bin "$1" "$request" 2>>"$scratch/stderr")"
+    same "$1 $request" "0 NM_OK success" "$(nm_bin "$1" "$request" 2>>"$scratch/stderr" | head -n 1)"
 }
 
 facts() {
