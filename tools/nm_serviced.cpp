@@ -6,6 +6,7 @@
 #include <vservice.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -29,7 +30,8 @@ constexpr char kUsage[] =
     "  --methods    print the table of all methods\n"
     "  --arguments  print each method with the names of its arguments, one a line\n";
 
-vs_server* running_server = nullptr;  // what a signal handler reaches without an argument of its own
+/// What a signal handler reaches without an argument of its own; null when there is nothing to stop.
+std::atomic<vs_server*> running_server{nullptr};
 
 void stop_on_signal(int) {
     vs_server_stop(running_server);
@@ -135,7 +137,7 @@ int serve() {
         result = vs_server_run(running_server);
         notify_manager("STOPPING=1");
     }
-    vs_server_free(running_server);
+    vs_server_free(running_server.exchange(nullptr));
     return result == 0 ? 0 : fail("cannot serve", -result);
 }
 

@@ -194,7 +194,7 @@ int get_ifname_by_portname(std::string port, Json::Value root, std::string& ifna
 
 int get_ifname_by_portname(std::string port, std::string path, std::string& ifname, int mode) {
     Json::Value root;
-    const int ret = json_file_to_mem(path, root);
+    const int ret = port.empty() ? NM_OK : json_file_to_mem(path, root);
     return ret < 0 ? ret : find_ifname(port, root, ifname, mode);
 }
 

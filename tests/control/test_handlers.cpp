@@ -108,7 +108,7 @@ TEST_F(Handlers, JudgeTheirArguments) {
         {"FB_log", "{'cat_id':'C002','msg_id':1,'args':[[]]}", "-1012"},
         {"FB_log", "{'cat_id':'C002','msg_id':'a b'}", "-1011"},
         {"FB_log", "{'cat_id':'C002','msg_id':'1\\n2'}", "-1012"},
-        {"Get_ifname_by_portname", "{}", "-1022 null"},
+        {"Get_ifname_by_portname", "{'path':'/none'}", "-1022 null"},
         {"Get_ifname_by_portname", "{'portname':'PORT4'}", "0 ppp-swdev4"},
         {"Get_ifname_by_portname", "{'portname':'PORT5','type':'RGLINK'}", "0 swdev5"},
         {"Get_ifname_by_portname", "{'portname':'PORT6','type':'PRILINK'}", "0 lo"},

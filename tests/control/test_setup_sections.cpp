@@ -68,6 +68,7 @@ TEST(Misc, LimitsTrackedConnections) {
     EXPECT_EQ(written("'100000'"), "101000");
     EXPECT_EQ(written("199"), "200") << "what lies behind the point is cut";
     EXPECT_EQ(written("'2147483647'"), "2147483647") << "the largest number";
+    EXPECT_EQ(written("'-2147483648'"), "-2147483648") << "the smallest one";
     const LogTail log;
     EXPECT_EQ(written("'0'"), slurp(kLimit));
     written("{}", NM_ERR_BAD_FORMAT);

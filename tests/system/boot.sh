@@ -60,6 +60,7 @@ rm -f /run/network/.boot_fin
 : >/run/network/.sandbox  # which went with the directories
 "$SITE_LIB/stock-netfilter" install
 site_plug && site_serve && site_store
+echo '{"QOS":{"DEFAULT_CLASS":"4"}}' >/etc/networkmanagement/qos.json
 jq '.WAN_PORT.PORT9 = .WAN_PORT.PORT1 * {INTERFACE: "swdev9"}' "$SITE_LIB/site-documents/device_info.json" >"$DEVICE_INFO"
 
 # Which of the units the journal has seen begin, end and fail since the boot, each once.
@@ -88,6 +89,8 @@ far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing
 far1 asks the forward: far5
 far6 reaches the branch: 1" "$(site_report | sed '1s/far[12]$/one of both/')"
+same "what was applied can be put back, the rates as well" "firewall.curr policy.curr qos.json segment.curr static_route.curr" \
+    "$(find /run/network -maxdepth 1 \( -name '*.curr' -o -name '*.json' \) ! -name 'device_info.*' -printf '%f\n' | sort | xargs)"
 systemctl start nm-reboot nm-poweroff
 marks() {
     find /run/network -name '.boot_fin' -o -name '.reboot' -o -name '.poweroff' | sort | xargs

@@ -50,6 +50,18 @@ int apply_forwards(Arguments&) {
     return reload_dnat(kDeviceInfoPath);
 }
 
+/// The service that shapes the traffic reads the document itself. It knows only a device that has an id.
+int apply_rates(Arguments& words) {
+    constexpr int kChange = 3;
+    Json::Value rates;
+    int code = json_file_to_mem(words[0], rates);
+    if (code < 0 || get_device_id() == 0) {
+        return code;
+    }
+    code = setup_qos_rate(kDeviceInfoPath, words[0], kChange);
+    return code != NM_OK ? code : json_mem_to_file(words[1], rates, false);
+}
+
 const std::vector<Document>& filters() {
     static const std::vector<Document> all{
         {"/etc/networkmanagement/segment.json", "/var/run/network/segment.curr", apply_segment_document},
@@ -60,13 +72,14 @@ const std::vector<Document>& filters() {
     return all;
 }
 
-const std::vector<Document>& routes() {
+const std::vector<Document>& routes_and_rates() {
     static const std::vector<Document> all{
         {"/etc/networkmanagement/static_route.json", "/var/run/network/static_route.curr",
          apply_static_route_document},
         {"/etc/networkmanagement/static_route6.json", "/var/run/network/static_route6.json",
          apply_static_route6_document},
         {"/etc/networkmanagement/firewall.json", "", apply_forwards},
+        {"/etc/networkmanagement/qos.json", "/var/run/network/qos.json", apply_rates},
     };
     return all;
 }
@@ -118,7 +131,7 @@ int begin() {
 
 /// The device counts as booted whatever failed before: those who wait for the mark would wait for ever.
 int finish() {
-    int first = apply_stored(routes());
+    int first = apply_stored(routes_and_rates());
     Json::Value device;
     if (json_file_to_mem(kDeviceInfoPath, device) == NM_OK && !device["SERVICES"].empty()) {
         keep_first(first, bootup_dns(), "name servers");

@@ -21,8 +21,8 @@ constexpr const char* kConntrackMaxPath = "/proc/sys/net/nf_conntrack_max";
 
 /// One percent above what is configured: the limit itself has to be reachable.
 int with_margin(int connections) {
-    const double limit = connections * 1.01;
-    return static_cast<int>(std::min<double>(limit, std::numeric_limits<int>::max()));
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp<double>(connections * 1.01, Limits::min(), Limits::max()));
 }
 
 }  // namespace
