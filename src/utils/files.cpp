@@ -217,6 +217,15 @@ int copy_file(std::string from, std::string to) {
     return NM_EXIT(source_lock.release());
 }
 
+void copy_access(const std::string& from, const std::string& to) {
+    struct stat access = {};
+    const auto copy =
+        nm::FileDescriptor::open(to.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    if (stat(from.c_str(), &access) != 0 || !copy || !nm::take_over_access(copy.get(), access)) {
+        NM_LOG(Error) << "Cannot set the mode of " << to;
+    }
+}
+
 bool is_file_exists(const std::string& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);

@@ -24,6 +24,10 @@ int writeValue(std::string path, std::string value, bool lock);
 /// failed copy. Two files of one base name share one lock, so such a copy blocks itself: NM_ERR_LOCK.
 int copy_file(std::string from, std::string to);
 
+/// Gives `to`, made empty if it is not there, owner and mode of `from`: for a copy of a document with
+/// passwords, before it has content. A failure is logged.
+void copy_access(const std::string& from, const std::string& to);
+
 /// Whether `path` is a regular file, seen through symbolic links.
 bool is_file_exists(const std::string& path);
 

@@ -89,8 +89,9 @@ far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing
 far1 asks the forward: far5
 far6 reaches the branch: 1" "$(site_report | sed '1s/far[12]$/one of both/')"
-same "what was applied can be put back, the rates as well" "firewall.curr policy.curr qos.json segment.curr static_route.curr" \
-    "$(find /run/network -maxdepth 1 \( -name '*.curr' -o -name '*.json' \) ! -name 'device_info.*' -printf '%f\n' | sort | xargs)"
+same "what was applied can be put back, the rates as well, and is as private as what was stored" \
+    "600 firewall.curr 600 policy.curr 600 segment.curr 600 static_route.curr 644 qos.json" \
+    "$(find /run/network -maxdepth 1 \( -name '*.curr' -o -name '*.json' \) ! -name 'device_info.*' -printf '%m %f\n' | sort | xargs)"
 systemctl start nm-reboot nm-poweroff
 marks() {
     find /run/network -name '.boot_fin' -o -name '.reboot' -o -name '.poweroff' | sort | xargs

@@ -33,7 +33,11 @@ int apply_document(Arguments& words) {
     if (!error.empty()) {
         std::cerr << "nm_bin: " << error << "\n";
     }
-    return code < 0 ? code : json_mem_to_file(words[1], new_config, false);
+    if (code < 0) {
+        return code;
+    }
+    copy_access(words[0], words[1]);
+    return json_mem_to_file(words[1], new_config, false);
 }
 
 int apply_firewall(Json::Value& old_config, Json::Value& new_config, std::string& error) {

@@ -59,7 +59,11 @@ int apply_rates(Arguments& words) {
         return code;
     }
     code = setup_qos_rate(kDeviceInfoPath, words[0], kChange);
-    return code != NM_OK ? code : json_mem_to_file(words[1], rates, false);
+    if (code != NM_OK) {
+        return code;
+    }
+    copy_access(words[0], words[1]);
+    return json_mem_to_file(words[1], rates, false);
 }
 
 const std::vector<Document>& filters() {

@@ -1,7 +1,4 @@
 // The handlers of stored documents: fetch, apply, and keep what is in force or put it back.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -20,9 +17,7 @@
 #include "policy/firewall/segment.h"
 #include "policy/routes/static_route.h"
 #include "result_codes.h"
-#include "utils/file_io.h"
 #include "utils/files.h"
-#include "utils/handles.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -68,15 +63,6 @@ Json::Value read_in_force(const char* path) {
     return json_file_to_mem(path, in_force) == NM_OK && in_force.isObject() ? in_force : Json::Value();
 }
 
-/// The copy has passwords where the document has some, so it is for the same users, before it has content.
-void make_as_private(const Configuration& configuration) {
-    struct stat document {};
-    const auto copy = nm::FileDescriptor::open(configuration.current, O_WRONLY | O_CREAT | O_NOFOLLOW, 0600);
-    if (stat(configuration.path, &document) != 0 || !copy || !nm::take_over_access(copy.get(), document)) {
-        NM_LOG(Error) << "Cannot set the mode of " << configuration.current;
-    }
-}
-
 /// Stores again what is in force. After a boot there may be nothing yet; the document stays then.
 void put_back(const Configuration& configuration, Json::Value in_force) {
     if (in_force.isNull()) {
@@ -103,7 +89,7 @@ int apply(const Configuration& configuration, Json::Value& document, std::string
         return ret;
     }
     ret = configuration.complete != nullptr ? configuration.complete(old_config, document, error) : NM_OK;
-    make_as_private(configuration);
+    copy_access(configuration.path, configuration.current);
     const int kept = write_document(configuration.current, document, !kFileAlone);
     return ret != NM_OK ? ret : kept;
 }
