@@ -122,6 +122,7 @@ private:
     void read_ipv6(const Json::Value& entry);
     bool serves_ipv6() const;
     std::string ip6_network() const;
+    int check_prefix6() const;
     int set_ip6_address();
     void announce_ipv6();
     void withdraw_ipv6();

@@ -156,23 +156,30 @@ int LanIfaceInfo::disable_ipv6() {
 
 int LanIfaceInfo::setup_ipv6_static() {
     NM_LOG(Debug) << "Enter";
-    if (!is_ip6(ip6_addr)) {
-        NM_LOG(Error) << "Bad IPv6 address: " << ip6_addr;
-        return NM_EXIT(NM_ERR_BAD_IP);
-    }
-    if (ip6_network().empty()) {
-        NM_LOG(Error) << "Bad prefix.";
-        return NM_EXIT(NM_ERR_BAD_IP);
-    }
-    if (ifindex == 0) {
+    int ret = check_prefix6();
+    if (ret == NM_OK && ifindex == 0) {
         NM_LOG(Error) << "Get ifindex failed. Interface: " << ifname;
-        return NM_EXIT(NM_ERR_NO_IFACE);
+        ret = NM_ERR_NO_IFACE;
     }
-    const int ret = set_ip6_address();
+    ret = ret != NM_OK ? ret : set_ip6_address();
     if (ret == NM_OK) {
         announce_ipv6();
     }
     return NM_EXIT(ret);
+}
+
+/// The service asks as well: it can be set up alone, and a block without a prefix would be refused with those
+/// of all other LANs.
+int LanIfaceInfo::check_prefix6() const {
+    if (!is_ip6(ip6_addr)) {
+        NM_LOG(Error) << "Bad IPv6 address: " << ip6_addr;
+        return NM_ERR_BAD_IP;
+    }
+    if (ip6_network().empty()) {
+        NM_LOG(Error) << "Bad prefix.";
+        return NM_ERR_BAD_IP;
+    }
+    return NM_OK;
 }
 
 int LanIfaceInfo::set_ip6_address() {
@@ -314,7 +321,8 @@ int LanIfaceInfo::start_dhcpd6(const dhcpd6_iface& server) {
 int LanIfaceInfo::start_ipv6_service() {
     radvd_iface advertised;
     dhcpd6_iface server;
-    int ret = read_service(advertised, server);
+    int ret = check_prefix6();
+    ret = ret != NM_OK ? ret : read_service(advertised, server);
     if (ret != NM_OK) {
         return ret;
     }

@@ -204,6 +204,8 @@ TEST_F(LanIpv6, FailsWithItsCodeAndLeavesNothing) {
         (void)info(entry).disable_ipv6();
         EXPECT_EQ(in_force(), "");
     }
+    EXPECT_EQ(info(kOther + kSlaac + "'IP6_ADDR':'x',").add_info(OPT_IP6_SERVICE), NM_ERR_BAD_IP);
+    EXPECT_FALSE(fs::exists(kBlock)) << "a block without a prefix would be refused with all others";
     Json::Value doc = document("'IP6_TYPE':'RELAY','IP6_UPLINK':'PORT1',");
     doc["WAN_PORT"]["PORT1"]["INTERFACE"] = "swdev1\nMODE=-N";
     EXPECT_EQ(of_document(doc).setup_ipv6(0), NM_ERR_BAD_FORMAT) << "no line is added";
