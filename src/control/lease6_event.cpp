@@ -108,10 +108,10 @@ int apply_address(const std::string& ifname) {
     return ret;
 }
 
-/// Renumbers the LANs behind the port, with no lock of its own or theirs held. A prefix that a LAN could not
-/// take as it was in use is not in force yet, so that the next report renumbers it. LANs keep a prefix that
-/// has gone without another one in its place: their clients have no better one.
-int apply_prefix(const std::string& ifname) {
+/// Renumbers the LANs behind the port to what its record says by now, with no lock of its own or theirs held.
+/// A prefix that a LAN could not take as it was in use is not in force yet, so that the next report renumbers
+/// it. LANs keep a prefix that has gone without another one in its place: their clients have no better one.
+int renumber(const std::string& ifname) {
     Json::Value record;
     int ret = nm::read_ipv6_record(ifname, record);
     if (ret != NM_OK || !has_new_prefix(record)) {
@@ -124,6 +124,19 @@ int apply_prefix(const std::string& ifname) {
     }
     const int noted = ret == NM_ERR_LOCK ? ret : nm::mark_in_force(ifname, record, nm::kDelegationKeys);
     return ret != NM_OK ? ret : noted;
+}
+
+/// One report at a time: a slow one with an older prefix would move LANs back that a later one has moved. The
+/// lock is of no device's, whose names are shorter.
+int apply_prefix(const std::string& ifname) {
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        const nm::LockGuard turn(ifname + ".renumbering");
+        if (turn.held()) {
+            return renumber(ifname);
+        }
+    }
+    NM_LOG(Error) << ifname << " is renumbering its LANs still; skip. They follow at the next event.";
+    return NM_ERR_LOCK;
 }
 
 int apply_report(const std::string& ifname) {

@@ -119,9 +119,19 @@ TEST_F(LanRenumbering, MovesTheLansOfTheUplinkAndStoresItLast) {
 TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     const MainLog log;
     const auto event = [] { return Lease6_event(std::string("swdev1").data(), std::string("apply").data()); };
-    put("/run/network/ipv6/swdev1.json", quoted("{'curr_pd_prfx':'2001:db8:9::','curr_pd_prfx_len':'48'}"));
+    const auto delegate = [](const std::string& prefix) {
+        put("/run/network/ipv6/swdev1.json",
+            quoted("{'curr_pd_prfx':'" + prefix + "','curr_pd_prfx_len':'48'}"));
+    };
+    delegate("2001:db8:8::");
     const auto began = std::chrono::steady_clock::now();
     {
+        nm::LockGuard earlier("swdev1.renumbering");
+        std::thread later([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            delegate("2001:db8:9::");
+            (void)earlier.release();
+        });
         const nm::LockGuard lan("br_v1");
         const nm::LockGuard uplink("swdev2");
         char request[] = R"({"uplink":"PORT2"})";
@@ -129,6 +139,7 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
         std::thread reload([&] { reloaded = Reload_lan_ipv6(request); });
         EXPECT_EQ(event(), NM_ERR_LOCK);
         reload.join();
+        later.join();
         EXPECT_EQ(reloaded, 0);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(20));
