@@ -154,11 +154,9 @@ int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix) {
         return NM_EXIT(failure);
     }
     const int applied = apply_moves(device, moves);
+    const int stored = moves.empty() ? NM_OK : store_moves(moves);
     failure = applied != NM_OK ? applied : failure;
-    if (!moves.empty()) {
-        keep_first(failure, store_moves(moves));
-    }
-    return NM_EXIT(failure);
+    return NM_EXIT(stored != NM_OK ? stored : failure);
 }
 
 int reload_lan_ipv6(std::string path, std::string uplink) {

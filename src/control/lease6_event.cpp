@@ -109,8 +109,9 @@ int apply_address(const std::string& ifname) {
 }
 
 /// Renumbers the LANs behind the port to what its record says by now, with no lock of its own or theirs held.
-/// A prefix that a LAN could not take as it was in use is not in force yet, so that the next report renumbers
-/// it. LANs keep a prefix that has gone without another one in its place: their clients have no better one.
+/// A prefix that a LAN could not take as it was in use, or that could not be stored, is not in force yet, so
+/// that the next report renumbers it. LANs keep a prefix that has gone without another one in its place: their
+/// clients have no better one.
 int renumber(const std::string& ifname) {
     Json::Value record;
     int ret = nm::read_ipv6_record(ifname, record);
@@ -122,7 +123,8 @@ int renumber(const std::string& ifname) {
         ret =
             reconfig_pd_downlinks(ifname, prefix + "/" + nm::json_string_or(record, "curr_pd_prfx_len", ""));
     }
-    const int noted = ret == NM_ERR_LOCK ? ret : nm::mark_in_force(ifname, record, nm::kDelegationKeys);
+    const bool is_due = ret == NM_ERR_LOCK || ret == NM_ERR_WRITE;
+    const int noted = is_due ? ret : nm::mark_in_force(ifname, record, nm::kDelegationKeys);
     return ret != NM_OK ? ret : noted;
 }
 
