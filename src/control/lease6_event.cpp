@@ -110,8 +110,8 @@ int apply_address(const std::string& ifname) {
 
 /// Renumbers the LANs behind the port to what its record says by now, with no lock of its own or theirs held.
 /// A prefix that a LAN could not take as it was in use, or that could not be stored, is not in force yet, so
-/// that the next report renumbers it. LANs keep a prefix that has gone without another one in its place: their
-/// clients have no better one.
+/// that the next report renumbers it. LANs keep a prefix that has gone without another one in its place:
+/// their clients have no better one.
 int renumber(const std::string& ifname) {
     Json::Value record;
     int ret = nm::read_ipv6_record(ifname, record);
