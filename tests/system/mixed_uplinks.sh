@@ -72,7 +72,7 @@ printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf  # no link daemo
 serve ncaas ncaas
 plug_in
 store
-same "all are added" "0 NM_OK success x3" "$(set_up 1 $(seq $COUNT) | uniq -c | sed 's/ *\([0-9]*\) \(.*\)/\2 x\1/')"
+same "all are added" "0 NM_OK success x3" "$(set_up 1 $(seq $COUNT) | grep -v '^ ' | uniq -c | sed 's/ *\([0-9]*\) \(.*\)/\2 x\1/')"
 for n in $(seq $COUNT); do
     uplink_probe "$FAR_HOST" "from=10.1.$n.2" || echo "not sent from 10.1.$n.2" >>"$scratch/stderr"
 done

@@ -137,12 +137,15 @@ int begin() {
 int finish() {
     int first = apply_stored(routes_and_rates());
     Json::Value device;
-    if (json_file_to_mem(kDeviceInfoPath, device) == NM_OK && !device["SERVICES"].empty()) {
+    const bool is_configured = json_file_to_mem(kDeviceInfoPath, device) == NM_OK;
+    if (is_configured && !device["SERVICES"].empty()) {
         keep_first(first, bootup_dns(), "name servers");
     }
     keep_first(first, writeValue(kBooted, "", false), kBooted);
     restart_dnsmasq();
-    keep_first(first, reload_lan_ipv6(kDeviceInfoPath, ""), "IPv6 of the LANs");
+    if (is_configured) {
+        keep_first(first, reload_lan_ipv6(kDeviceInfoPath, ""), "IPv6 of the LANs");
+    }
     (void)setup_site_to_site_load_balance(kDeviceInfoPath);  // logged, as after any change of uplinks
     (void)setup_lan_to_wan_load_balance(kDeviceInfoPath);
     return first;
