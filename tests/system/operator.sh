@@ -172,6 +172,8 @@ check_completion() {
     completes "dhcp lan private rglink vlan wan" add ""
     completes "-1051 -1052 -1053" codes -105
     completes "undo" un
+    jq '.WAN_PORT["ODD$(reboot);x"] = {}' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    completes 'ODD\$\(reboot\)\;x' set ODD
 }
 
 rendered() {
