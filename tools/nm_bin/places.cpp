@@ -117,6 +117,28 @@ std::vector<std::string> target_names(const Documents& documents) {
     return names;
 }
 
+namespace {
+
+/// Members that somebody else has changed meanwhile stay as they are.
+void apply_change(const Change& change, Json::Value& entry) {
+    if (!entry.isObject() || !change.before.isObject()) {
+        entry = change.after;
+        return;
+    }
+    for (const std::string& key : change.before.getMemberNames()) {
+        if (!change.after.isMember(key)) {
+            entry.removeMember(key);
+        }
+    }
+    for (const std::string& key : change.after.getMemberNames()) {
+        if (change.before[key] != change.after[key]) {
+            entry[key] = change.after[key];
+        }
+    }
+}
+
+}  // namespace
+
 void apply_changes(const std::vector<Change>& changes, const std::string& path, Json::Value& document) {
     for (const Change& change : changes) {
         if (change.place.family->document != path) {
@@ -126,7 +148,7 @@ void apply_changes(const std::vector<Change>& changes, const std::string& path, 
         if (change.after.isNull()) {
             section.removeMember(change.place.key);
         } else {
-            section[change.place.key] = change.after;
+            apply_change(change, section[change.place.key]);
         }
     }
 }
