@@ -126,6 +126,14 @@ END
     wait "${pids[@]}"
     same "editors at the same time lose nothing" "7 1000000000 1450" \
         "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW) \(.MTU)"')"
+    flock "$LOCKS/swdev1.lck" sleep 2 &
+    eventually 5 bash -c "! flock --nonblock $LOCKS/swdev1.lck true"
+    nm_bin set PORT1 prio 8 >/dev/null &
+    pid=$!
+    sleep 1
+    jq '.WAN_PORT.PORT1.ISP_BW = "2000000000"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    wait "$pid"
+    same "what another writes during an edit stays" "8 2000000000" "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW)"')"
     jq '.WAN_PORT.PORT1.MTU = "1499"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
     says "undo of what another has changed" 2 'has been changed since' nm_bin undo
     nm_bin add wan PORT2 interface swdev2 mtu 1480 ipv4 static address 192.0.2.2/24 >/dev/null 2>&1
@@ -172,8 +180,9 @@ check_completion() {
     completes "dhcp lan private rglink vlan wan" add ""
     completes "-1051 -1052 -1053" codes -105
     completes "undo" un
-    jq '.WAN_PORT["ODD$(reboot);x"] = {}' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    jq '.WAN_PORT["ODD$(reboot);x"] = {} | .WAN_PORT.PORT8 = "none"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
     completes 'ODD\$\(reboot\)\;x' set ODD
+    says "an entry that is not an object" 1 'PORT8 is not in the stored documents' nm_bin show PORT8
 }
 
 rendered() {

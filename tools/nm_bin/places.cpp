@@ -78,8 +78,9 @@ Json::Value entry_at(const Documents& documents, const Place& place) {
 std::vector<Place> all_places(const Documents& documents) {
     std::vector<Place> places;
     for (const Family& family : families()) {
-        for (const std::string& key : section_of(documents, family).getMemberNames()) {
-            if (!key.empty()) {
+        const Json::Value& section = section_of(documents, family);
+        for (const std::string& key : section.getMemberNames()) {
+            if (!key.empty() && section[key].isObject()) {
                 places.push_back({&family, key});
             }
         }
