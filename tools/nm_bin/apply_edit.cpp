@@ -165,6 +165,14 @@ void put_back(const std::vector<Change>& changes, size_t done) {
     }
 }
 
+/// A document that is not there yet may come to hold passwords: it is root's alone from the beginning.
+void make_privately(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd >= 0) {
+        (void)close(fd);
+    }
+}
+
 int store_in(const std::string& path, const std::vector<Change>& changes) {
     Json::Value document;
     const int code = load(path, document);  // anew: others than editors may have written meanwhile
@@ -172,6 +180,7 @@ int store_in(const std::string& path, const std::vector<Change>& changes) {
         return code;
     }
     apply_changes(changes, path, document);
+    make_privately(path);
     const int written = json_mem_to_file(path, document, false);
     return written != NM_OK || holds(path, document) ? written : NM_ERR_WRITE;
 }
