@@ -49,6 +49,11 @@ state() {
     { iptables-save && ip6tables-save; } | grep -v '^#' | sed 's/\[.*//'
 }
 
+# Addresses whose probe for duplicates is under way get their routes when it ends.
+is_probed() {
+    [[ -z $(ip -6 -o addr show tentative) ]]
+}
+
 # What a terminal shows of a run: a line for each step with its time and result, then what failed.
 bring_up() {
     script -qefc "nm_bin setup_all_iface_by_config" /dev/null </dev/null >"$scratch/terminal" || true
@@ -104,6 +109,7 @@ for key in "setup_wanif: PORT9" "setup_waninfo: swdev9"; do
 done
 same "the snapshot is taken" "$(jq -cS . "$DEVICE_INFO")" "$(jq -cS . /run/network/device_info.curr)"
 
+check "no address is being probed for any more" eventually 20 is_probed
 before=$(state)
 ping -i 0.01 -c 150 -q -I 10.1.0.2 $FAR_HOST >"$scratch/ping" &
 bring_up
