@@ -57,6 +57,7 @@ check_causes() {
     says "another directory" 72 '^try: the directory /etc/networkmanagement is missing' \
         without /etc/networkmanagement nm_bin Setup_wanif "{$(of PORT1 4 3)}"
     says "a service that is down" 69 '^try: the service ncaas does not run' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
+    says "which an addition needs, too" 69 '^try: the service ncaas does not run' nm_bin add wan PORT9
     says "an error of the log, the secret masked" 1 '^error: \*\*\* does not exist' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
     says "and its code" 1 '^failed: -1002 NM_ERR_NO_IFACE' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
     says "each target's result" 1 '^  PORT1 0 NM_OK' nm_bin Setup_wanif "{$(of PORT1 4 3),$(of PORT3 4 1)}"
@@ -88,6 +89,42 @@ stored() {
 # state: the MTU in force and the whole stored document.
 state() {
     echo "$(cat /sys/class/net/swdev1/mtu) $(sha256sum <"$DEVICE_INFO")"
+}
+
+# A deletion that touches two documents, the second of which cannot be written.
+check_two_documents() {
+    local documents=("$DEVICE_INFO" /etc/networkmanagement/dhcp_service.json) before
+    ip link add lan9 up type veth peer name far3
+    ip link set far3 up
+    chmod 644 "$DEVICE_INFO"
+    nm_bin add lan lan9 ipv4 static address 10.9.0.1/24 >/dev/null 2>&1
+    nm_bin add dhcp lan9 dhcp-start 10.9.0.2 dhcp-end 10.9.0.9 >/dev/null
+    same "an edit without a password keeps the mode" "644 600" "$(stat -c %a "${documents[@]}" | xargs)"
+    before=$(sha256sum "${documents[@]}")
+    mkdir -p "$DEVICE_INFO.tmp/obstacle"
+    says "a deletion that is not stored" 1 '^The stored documents are as they were' nm_bin delete lan9
+    rm -r "$DEVICE_INFO.tmp"
+    same "leaves both documents" "$before" "$(sha256sum "${documents[@]}")"
+    same "and what they describe" "10.9.0.1/24 active" \
+        "$(ip -4 -br addr show lan9 | awk '{print $3}') $(systemctl is-active nm-dhcpd@lan9)"
+    nm_bin delete lan9 >/dev/null 2>&1
+    nm_bin set PORT1 password "$SECRET" >/dev/null
+    same "one with a password closes the document" 640 "$(stat -c %a "$DEVICE_INFO")"
+}
+
+# Files that somebody has damaged end no command.
+check_damage() {
+    local row
+    for row in '{' '{"changes":"x"}' '{"changes":[{"entry":{}}]}' '{"changes":[{"entry":"Setup_wanif","key":"PORT1","ops":"4"}]}'; do
+        echo "$row" >"$UNDO"
+        says "undo by $row" 1 "$UNDO is damaged" nm_bin undo
+    done
+    cp "$DEVICE_INFO" "$scratch/sound"
+    echo '{"WAN_PORT":"x"}' >"$DEVICE_INFO"
+    says "a section that is not an object" 1 "$DEVICE_INFO or one of its sections is not" nm_bin add wan PORT9
+    echo '[]' >"$DEVICE_INFO"
+    says "a boot without a device" 0 '^0 NM_OK' nm_bin boot finish
+    cp "$scratch/sound" "$DEVICE_INFO"
 }
 
 check_edits() {
@@ -135,7 +172,7 @@ END
     wait "$pid"
     same "what another writes during an edit stays" "8 2000000000" "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW)"')"
     jq '.WAN_PORT.PORT1.MTU = "1499"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
-    says "undo of what another has changed" 2 'has been changed since' nm_bin undo
+    says "undo of what another has changed" 1 'has been changed since' nm_bin undo
     nm_bin add wan PORT2 interface swdev2 mtu 1480 ipv4 static address 192.0.2.2/24 >/dev/null 2>&1
     same "an added uplink is in force" "1480 192.0.2.2" \
         "$(cat /sys/class/net/swdev2/mtu) $(ip -4 -j addr show swdev2 | jq -r '.[0].addr_info[0].local')"
@@ -144,6 +181,7 @@ END
         ip -4 -br addr show swdev2 | awk '{print $3}')"
     nm_bin undo >/dev/null 2>&1
     same "until that is undone" "192.0.2.2/24" "$(ip -4 -br addr show swdev2 | awk '{print $3}')"
+    check_two_documents
     says "an entry is added once" 2 'PORT2 is there already' nm_bin add wan PORT2
     nm_bin add dhcp lan0 dhcp-start 10.9.0.2 dhcp-end 10.9.0.9 --dry-run >"$scratch/dhcp"
     same "a DHCP service has a document of its own" '"10.9.0.2"' "$(jq '.[] | select(.key == "START_IP").after' "$scratch/dhcp")"
@@ -226,6 +264,7 @@ make_world
 check_causes
 check_wait
 check_edits
+check_damage
 check_views
 check_completion
 check_pages

@@ -70,6 +70,15 @@ int write_privately(const std::string& path, Json::Value document) {
     return code != NM_OK || holds(path, document) ? code : NM_ERR_WRITE;
 }
 
+/// An object, whose sections that people edit are objects as well.
+bool is_sound(const std::string& path, const Json::Value& document) {
+    return document.isObject() &&
+           std::all_of(families().begin(), families().end(), [&](const Family& family) {
+               const Json::Value section = document.get(std::string(family.section), Json::Value());
+               return family.document != path || section.isNull() || section.isObject();
+           });
+}
+
 /// The document without its stored form's loss: one that cannot be read is never replaced.
 int load(const std::string& path, Json::Value& document) {
     struct stat file {};
@@ -82,13 +91,16 @@ int load(const std::string& path, Json::Value& document) {
         return code;
     }
     learn_secrets(document);
-    return document.isObject() ? NM_OK : NM_ERR_BAD_FORMAT;
+    return is_sound(path, document) ? NM_OK : NM_ERR_BAD_FORMAT;
 }
 
-int load_all(Documents& documents) {
+int load_all(Documents& documents, std::string& complaint) {
     for (const Family& family : families()) {
         const std::string path(family.document);
         const int code = documents.count(path) != 0 ? NM_OK : load(path, documents[path]);
+        if (code == NM_ERR_BAD_FORMAT) {
+            complaint = path + " or one of its sections is not an object; nm_bin migrate repairs it";
+        }
         if (code < 0) {
             return code;
         }
@@ -129,22 +141,22 @@ int stage(const Documents& documents, const std::vector<Change>& changes) {
     return NM_OK;
 }
 
-int request(const Change& change, unsigned act, const std::string& path) {
+int request(const Place& place, unsigned act, unsigned ops, const std::string& path) {
     Json::Value request;
-    Json::Value& member = request[change.place.key];
+    Json::Value& member = request[place.key];
     member["act"] = act;
-    member["ops"] = change.ops;
+    member["ops"] = ops;
     member["path"] = path;
     Arguments words{Json::FastWriter().write(request)};
-    return find_entry(std::string(change.place.family->entry))->run(words);
+    return find_entry(std::string(place.family->entry))->run(words);
 }
 
 /// Requests one change after the other until one fails; `done` counts those that have been tried.
 int request_all(const std::vector<Change>& changes, size_t& done) {
     for (const Change& change : changes) {
         ++done;
-        const int code =
-            request(change, act_of(change), staged_path(std::string(change.place.family->document)));
+        const std::string path = staged_path(std::string(change.place.family->document));
+        const int code = request(change.place, act_of(change), change.ops, path);
         if (code < 0) {
             return code;
         }
@@ -152,24 +164,50 @@ int request_all(const std::vector<Change>& changes, size_t& done) {
     return NM_OK;
 }
 
-/// Alters back what has been altered, the failed one too, since nothing says how far it came. Not watched:
-/// the results that count are those of the edit.
+/// What cannot be put back in words; empty if it could. The library deletes what is stored, so nothing takes
+/// an addition down.
+std::string put_back(const Change& change) {
+    const Place& place = change.place;
+    const unsigned act = act_of(change);
+    if (act == ACT_ADD) {
+        return "what has been set up of " + place.key + " stays until the next boot";
+    }
+    const std::string path(place.family->document);
+    const int code = act == ACT_DEL ? request(place, ACT_ADD, place.family->add_ops, path)
+                                    : request(place, ACT_ALT, change.ops, path);
+    return code < 0 ? "the old state of " + place.key + " could not be put back" : "";
+}
+
+/// Puts back what has been changed, the failed one too, since nothing says how far it came. Not watched: the
+/// results that count are those of the edit.
 void put_back(const std::vector<Change>& changes, size_t done) {
     nm_watch_calls(nullptr);
     for (size_t i = done; i-- > 0;) {
-        const Place& place = changes[i].place;
-        const bool is_altered = act_of(changes[i]) == ACT_ALT;
-        if (is_altered && request(changes[i], ACT_ALT, std::string(place.family->document)) < 0) {
-            std::cerr << "nm_bin: the old state of " << place.key << " could not be put back\n";
+        const std::string left = put_back(changes[i]);
+        if (!left.empty()) {
+            std::cerr << "nm_bin: " << left << "\n";
         }
     }
 }
 
-/// A document that is not there yet may come to hold passwords: it is root's alone from the beginning.
-void make_privately(const std::string& path) {
+bool brings_secret(const std::vector<Change>& changes) {
+    return std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+        const std::vector<std::string> keys =
+            change.after.isNull() ? std::vector<std::string>() : change.after.getMemberNames();
+        return std::any_of(keys.begin(), keys.end(), is_secret_key);
+    });
+}
+
+/// A document that is not there yet may come to hold passwords: it is root's alone from the beginning. One
+/// that is there is no longer for everybody when it gets one; its group is the administrator's choice.
+void protect(const std::string& path, const std::vector<Change>& changes) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (fd >= 0) {
         (void)close(fd);
+    }
+    struct stat file {};
+    if (brings_secret(changes) && stat(path.c_str(), &file) == 0) {
+        (void)chmod(path.c_str(), file.st_mode & ALLPERMS & ~S_IRWXO);  // where this fails, so does the write
     }
 }
 
@@ -179,30 +217,58 @@ int store_in(const std::string& path, const std::vector<Change>& changes) {
     if (code < 0) {
         return code;
     }
+    const Json::Value before = document;
     apply_changes(changes, path, document);
-    make_privately(path);
+    if (document == before) {
+        return NM_OK;
+    }
+    protect(path, changes);
     const int written = json_mem_to_file(path, document, false);
     return written != NM_OK || holds(path, document) ? written : NM_ERR_WRITE;
+}
+
+/// Takes out of a document what a store has put into it; what it never reached, or others have put back
+/// since, stays.
+int take_back(const std::string& path, const std::vector<Change>& changes) {
+    Documents stored;
+    const int code = load(path, stored[path]);
+    if (code < 0) {
+        return code;
+    }
+    std::vector<Change> back;
+    for (const Change& change : changes) {
+        if (entry_at(stored, change.place).isNull() == change.after.isNull()) {
+            back.push_back({change.place, change.after, change.before, change.ops});
+        }
+    }
+    return store_in(path, back);
 }
 
 /// The copy of what is in force follows, where there is one.
 void note_running(const std::vector<Change>& changes) {
     std::optional<Json::Value> running = read_document(kRunningPath);
-    if (running && !running->empty()) {
+    if (running && is_sound(kDeviceInfoPath, *running) && !running->empty()) {
         apply_changes(changes, kDeviceInfoPath, *running);
+        protect(kRunningPath, changes);
         (void)json_mem_to_file(kRunningPath, *running, true);  // logged; the change itself is made
     }
 }
 
-int store(const std::vector<Change>& changes) {
-    for (const std::string& path : documents_of(changes)) {
-        const int code = store_in(path, changes);
-        if (code < 0) {
-            return code;
-        }
+/// In all documents or in none. Those from which a failed store could not be taken back are added to `mixed`.
+int store(const std::vector<Change>& changes, std::vector<std::string>& mixed) {
+    const std::vector<std::string> paths = documents_of(changes);
+    size_t tried = 0;
+    int code = NM_OK;
+    while (tried < paths.size() && code == NM_OK) {
+        code = store_in(paths[tried++], changes);
     }
-    note_running(changes);
-    return NM_OK;
+    if (code == NM_OK) {
+        note_running(changes);
+        return NM_OK;
+    }
+    std::copy_if(paths.begin(), paths.begin() + static_cast<std::ptrdiff_t>(tried), std::back_inserter(mixed),
+                 [&](const std::string& path) { return take_back(path, changes) != NM_OK; });
+    return code;
 }
 
 void keep_for_undo(const std::vector<Change>& changes) {
@@ -222,14 +288,15 @@ void keep_for_undo(const std::vector<Change>& changes) {
 }
 
 /// The new state comes into force, then into the documents.
-int carry_out(const Documents& documents, const std::vector<Change>& changes) {
+int carry_out(const Documents& documents, const std::vector<Change>& changes,
+              std::vector<std::string>& mixed) {
     int code = stage(documents, changes);
     if (code < 0) {
         return code;
     }
     size_t done = 0;
     code = request_all(changes, done);
-    code = code < 0 ? code : store(changes);
+    code = code < 0 ? code : store(changes, mixed);
     const bool is_untouched = code == NM_ERR_LOCK && done == 1;
     if (code < 0 && !is_untouched) {
         put_back(changes, done);
@@ -247,14 +314,25 @@ void remove_staged(const std::vector<Change>& changes) {
     }
 }
 
-int finish(const Outcome& outcome, const std::vector<Change>& changes, const Options& options) {
+/// Which state is stored after a failure.
+void report_stored(const std::vector<std::string>& mixed) {
+    for (const std::string& path : mixed) {
+        std::cerr << "nm_bin: " << path << " may hold the new state: the old one could not be written back\n";
+    }
+    if (mixed.empty()) {
+        std::cerr << "The stored documents are as they were.\n";
+    }
+}
+
+int finish(const Outcome& outcome, const std::vector<Change>& changes, const std::vector<std::string>& mixed,
+           const Options& options) {
     if (!options.json && !changes.empty() && !outcome.has_failed()) {
         print_changes(changes, options);
     }
     print_result(outcome, options);
     const int status = explain(outcome);
     if (status != kExitOk) {
-        std::cerr << "The stored documents are as they were.\n";
+        report_stored(mixed);
     }
     return status;
 }
@@ -301,23 +379,24 @@ int edit_documents(const Plan& plan, const Options& options) {
     INITIALIZE_LOG("MAIN");
     std::string complaint;
     std::vector<Change> changes;
+    std::vector<std::string> mixed;
     bool is_requested = false;
     const Outcome outcome = watch_call([&] {
         const EditLock lock;
         Documents documents;
-        const int code = lock.code() < 0 ? lock.code() : load_all(documents);
-        complaint = code < 0 ? "" : plan(documents, changes);
+        int code = lock.code() < 0 ? lock.code() : load_all(documents, complaint);
+        code = code < 0 ? code : plan(documents, changes, complaint);
         is_requested = code == NM_OK && complaint.empty() && !changes.empty() && !options.dry_run;
         if (!is_requested) {
             return code;
         }
         put_in_order(changes);
-        const int result = carry_out(documents, changes);
+        const int result = carry_out(documents, changes, mixed);
         remove_staged(changes);
         return result;
     });
     if (!complaint.empty()) {
-        return usage_error(complaint);
+        return outcome.has_failed() ? failure(complaint) : usage_error(complaint);
     }
     if (options.dry_run && !outcome.has_failed()) {
         print_changes(changes, options);
@@ -326,20 +405,45 @@ int edit_documents(const Plan& plan, const Options& options) {
     if (!is_requested && !outcome.has_failed()) {
         std::cerr << "Nothing to change.\n";
     }
-    return finish(outcome, changes, options);
+    return finish(outcome, changes, mixed, options);
 }
 
-std::string plan_undo(const Documents& documents, std::vector<Change>& changes) {
-    const Json::Value record = read_document(kUndoPath).value_or(Json::Value(Json::objectValue));
-    for (const Json::Value& row : record["changes"]) {
-        const Family* const family = family_of_entry(row["entry"].asString());
-        const Place place{family, row["key"].asString()};
-        if (family == nullptr || entry_at(documents, place) != row["after"]) {
-            return place.key + " has been changed since: there is nothing to undo";
-        }
-        changes.push_back({place, row["after"], row["before"], row["ops"].asUInt()});
+namespace {
+
+/// A change as keep_for_undo() writes it, turned round; nothing if the row is something else.
+std::optional<Change> read_row(const Json::Value& row) {
+    const auto is_entry = [](const Json::Value& value) { return value.isNull() || value.isObject(); };
+    const bool is_change = row.isObject() && row["entry"].isString() && row["key"].isString() &&
+                           row["ops"].isUInt() && is_entry(row["before"]) && is_entry(row["after"]);
+    const Family* const family = is_change ? family_of_entry(row["entry"].asString()) : nullptr;
+    if (family == nullptr) {
+        return std::nullopt;
     }
-    return changes.empty() ? "there is nothing to undo" : "";
+    return Change{{family, row["key"].asString()}, row["after"], row["before"], row["ops"].asUInt()};
+}
+
+}  // namespace
+
+int plan_undo(const Documents& documents, std::vector<Change>& changes, std::string& complaint) {
+    const Json::Value record = read_document(kUndoPath).value_or(Json::Value());
+    const Json::Value rows = record.isObject() ? record.get("changes", Json::arrayValue) : Json::Value();
+    bool is_damaged = !rows.isArray();
+    for (size_t i = 0; !is_damaged && i < rows.size(); ++i) {
+        const std::optional<Change> change = read_row(rows[static_cast<Json::ArrayIndex>(i)]);
+        is_damaged = !change;
+        if (change && entry_at(documents, change->place) != change->before) {
+            complaint = change->place.key + " has been changed since: there is nothing to undo";
+        }
+        if (change) {
+            changes.push_back(*change);
+        }
+    }
+    if (is_damaged) {
+        complaint = std::string(kUndoPath) + " is damaged: the last change cannot be undone; remove the file";
+    } else if (changes.empty()) {
+        complaint = "there is nothing to undo";
+    }
+    return complaint.empty() ? NM_OK : NM_ERR_BAD_VALUE;
 }
 
 }  // namespace nm_bin

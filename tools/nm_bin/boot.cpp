@@ -137,7 +137,7 @@ int begin() {
 int finish() {
     int first = apply_stored(routes_and_rates());
     Json::Value device;
-    const bool is_configured = json_file_to_mem(kDeviceInfoPath, device) == NM_OK;
+    const bool is_configured = json_file_to_mem(kDeviceInfoPath, device) == NM_OK && device.isObject();
     if (is_configured && !device["SERVICES"].empty()) {
         keep_first(first, bootup_dns(), "name servers");
     }

@@ -87,16 +87,17 @@ std::string check_changes(std::vector<Change>& changes) {
     return "";
 }
 
-std::string plan_set(const Documents& documents, const Arguments& words, std::vector<Change>& changes) {
+int plan_set(const Documents& documents, const Arguments& words, std::vector<Change>& changes,
+             std::string& complaint) {
     for (const Place& place : find_places(documents, words[0])) {
         const Json::Value entry = entry_at(documents, place);
         changes.push_back({place, entry, entry, 0});
     }
-    if (changes.empty()) {
-        return complain_of_name(documents, words[0]);
+    complaint = changes.empty() ? complain_of_name(documents, words[0]) : set_words(changes, words, 1);
+    if (complaint.empty()) {
+        complaint = check_changes(changes);
     }
-    const std::string complaint = set_words(changes, words, 1);
-    return complaint.empty() ? check_changes(changes) : complaint;
+    return NM_OK;
 }
 
 const Family& family_at(FamilyId id) {
@@ -153,43 +154,48 @@ void add_new(FamilyId id, const std::string& key, Json::Value entry, std::vector
 
 /// A port with the defaults of the model; uplinks have an addressing, whose key is known when the members
 /// are.
-std::string start_port(const Kind& kind, const std::string& name, std::vector<Change>& changes) {
+int start_port(const Kind& kind, const std::string& name, std::vector<Change>& changes,
+               std::string& complaint) {
     std::string model;
-    if (get_model(model) != NM_OK) {
-        return "the model, on which the defaults of a port depend, is not known: does the service ncaas run?";
+    const int code = get_model(model);
+    if (code != NM_OK) {
+        return code < 0 ? code : NM_ERR_BUS_CALL;
     }
     const Json::Value entry = kind.default_port(name, model);
     if (entry.isNull()) {
-        return "the model " + model + " has no defaults for " + std::string(kind.name) + " ports";
+        complaint = "the model " + model + " has no defaults for " + std::string(kind.name) + " ports";
+        return NM_OK;
     }
     add_new(kind.port, name, entry, changes);
     if (kind.port != FamilyId::LanPort) {
         add_new(kind.info, "", new_info(kind.info), changes);
     }
-    return "";
+    return NM_OK;
 }
 
-std::string start_entries(const std::string& kind, const std::string& name, std::vector<Change>& changes) {
+int start_entries(const std::string& kind, const std::string& name, std::vector<Change>& changes,
+                  std::string& complaint) {
     if (kind == "vlan") {
         const std::string id = name.rfind("vlan", 0) == 0 ? name.substr(4) : name;
         add_new(FamilyId::Vlan, id, new_vlan(id), changes);
-        return "";
+        return NM_OK;
     }
     if (kind == "dhcp") {
         add_new(FamilyId::Dhcp, name, generate_default_dhcp_service(), changes);
-        return "";
+        return NM_OK;
     }
     for (const Kind& row : port_kinds()) {
         if (row.name != kind) {
             continue;
         }
         if (name.rfind("PORT", 0) == 0) {
-            return start_port(row, name, changes);
+            return start_port(row, name, changes, complaint);
         }
         add_new(row.info, name, new_info(row.info), changes);
-        return "";
+        return NM_OK;
     }
-    return "kinds are wan, private, rglink, lan, vlan and dhcp, not " + kind;
+    complaint = "kinds are wan, private, rglink, lan, vlan and dhcp, not " + kind;
+    return NM_OK;
 }
 
 /// The addressing of a new uplink belongs to the interface that its port has got.
@@ -201,14 +207,8 @@ void name_infos(std::vector<Change>& changes) {
     }
 }
 
-std::string plan_add(const Documents& documents, const Arguments& words, std::vector<Change>& changes) {
-    std::string complaint = start_entries(words[0], words[1], changes);
-    if (complaint.empty()) {
-        complaint = set_words(changes, words, 2);
-    }
-    if (!complaint.empty()) {
-        return complaint;
-    }
+/// The entries as they are to be, once their members are set.
+std::string finish_entries(const Documents& documents, std::vector<Change>& changes) {
     for (Change& change : changes) {
         change.ops = change.place.family->add_ops;
     }
@@ -221,23 +221,40 @@ std::string plan_add(const Documents& documents, const Arguments& words, std::ve
     return check_changes(changes);
 }
 
-std::string plan_delete(const Documents& documents, const Arguments& words, std::vector<Change>& changes) {
+int plan_add(const Documents& documents, const Arguments& words, std::vector<Change>& changes,
+             std::string& complaint) {
+    const int code = start_entries(words[0], words[1], changes, complaint);
+    if (code != NM_OK || !complaint.empty()) {
+        return code;
+    }
+    complaint = set_words(changes, words, 2);
+    if (complaint.empty()) {
+        complaint = finish_entries(documents, changes);
+    }
+    return NM_OK;
+}
+
+int plan_delete(const Documents& documents, const Arguments& words, std::vector<Change>& changes,
+                std::string& complaint) {
     const std::string& name = words.back();
     for (const Place& place : find_places(documents, name)) {
         if (words.size() == 1 || place.family->kind == words[0]) {
             changes.push_back({place, entry_at(documents, place), Json::Value(), place.family->delete_ops});
         }
     }
-    return changes.empty() ? complain_of_name(documents, name) : "";
+    complaint = changes.empty() ? complain_of_name(documents, name) : "";
+    return NM_OK;
 }
 
-using Planner = std::string (*)(const Documents& documents, const Arguments& words,
-                                std::vector<Change>& changes);
+using Planner = int (*)(const Documents& documents, const Arguments& words, std::vector<Change>& changes,
+                        std::string& complaint);
 
 int edit_by(Planner planner, const Arguments& words, const Options& options) {
-    return edit_documents([&](const Documents& documents,
-                              std::vector<Change>& changes) { return planner(documents, words, changes); },
-                          options);
+    return edit_documents(
+        [&](const Documents& documents, std::vector<Change>& changes, std::string& complaint) {
+            return planner(documents, words, changes, complaint);
+        },
+        options);
 }
 
 }  // namespace

@@ -145,11 +145,11 @@ void apply_changes(const std::vector<Change>& changes, const std::string& path, 
         if (change.place.family->document != path) {
             continue;
         }
-        Json::Value& section = document[std::string(change.place.family->section)];
-        if (change.after.isNull()) {
-            section.removeMember(change.place.key);
-        } else {
-            apply_change(change, section[change.place.key]);
+        const std::string section(change.place.family->section);
+        if (!change.after.isNull()) {
+            apply_change(change, document[section][change.place.key]);
+        } else if (document.isMember(section)) {
+            document[section].removeMember(change.place.key);
         }
     }
 }
