@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -135,6 +136,23 @@ int resume_lan(const std::string& ifname, const std::string& path, const Json::V
     return nm::run_target(family, {ifname, ACT_ALT, 0, path, device});
 }
 
+int resume_lans(const std::string& path,
+                const std::function<bool(const std::string& ifname, const Json::Value& entry)>& is_wanted) {
+    Json::Value device;
+    int failure = load_device(path, device);
+    if (failure != NM_OK) {
+        return failure;
+    }
+    nm::RadvdHold advertisements;
+    for_each_lan(device, [&](const std::string& ifname, const Json::Value& entry) {
+        if (is_wanted(ifname, entry)) {
+            keep_first(failure, resume_lan(ifname, path, device));
+        }
+    });
+    keep_first(failure, advertisements.release());
+    return failure;
+}
+
 }  // namespace
 
 int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix) {
@@ -161,17 +179,14 @@ int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix) {
 
 int reload_lan_ipv6(std::string path, std::string uplink) {
     NM_LOG(Debug) << "Enter";
-    Json::Value device;
-    int failure = load_device(path, device);
-    if (failure != NM_OK) {
-        return NM_EXIT(failure);
-    }
-    nm::RadvdHold advertisements;
-    for_each_lan(device, [&](const std::string& ifname, const Json::Value& entry) {
-        if (uplink.empty() || nm::json_string_or(entry, "IP6_UPLINK", "") == uplink) {
-            keep_first(failure, resume_lan(ifname, path, device));
-        }
-    });
-    keep_first(failure, advertisements.release());
-    return NM_EXIT(failure);
+    return NM_EXIT(resume_lans(path, [&](const std::string&, const Json::Value& entry) {
+        return uplink.empty() || nm::json_string_or(entry, "IP6_UPLINK", "") == uplink;
+    }));
+}
+
+int renew_lan_ipv6(const std::string& path, const std::vector<std::string>& lans) {
+    NM_LOG(Debug) << "Enter";
+    return NM_EXIT(resume_lans(path, [&](const std::string& ifname, const Json::Value&) {
+        return std::find(lans.begin(), lans.end(), ifname) != lans.end();
+    }));
 }

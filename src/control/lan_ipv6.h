@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #pragma GCC visibility push(default)
 
@@ -24,5 +25,8 @@ int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix);
 /// and what was skipped while an uplink was away or locked, is made up for. 0, or the first failure: the code
 /// of reading the document, NM_ERR_LOCK, those of resume_ipv6().
 int reload_lan_ipv6(std::string path, std::string uplink);
+
+/// The same for these LANs (device names) alone.
+int renew_lan_ipv6(const std::string& path, const std::vector<std::string>& lans);
 
 #pragma GCC visibility pop

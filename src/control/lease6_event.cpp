@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "config/port_names.h"
 #include "control/event_document.h"
@@ -54,7 +55,14 @@ int note_report(const std::string& ifname) {
     return ret == NM_OK && has_work ? kHasWork : ret;
 }
 
-int replace_address(const std::string& ifname, const Json::Value& record, nm::EventDocument& document) {
+/// LANs that an event could not take along, and the document that describes them.
+struct LeftBehind {
+    std::string path;
+    std::vector<std::string> lans;
+};
+
+int replace_address(const std::string& ifname, const Json::Value& record, nm::EventDocument& document,
+                    LeftBehind& left) {
     WanIfaceInfo* created = nullptr;
     int ret = create_WAN_INFO(&created, ifname, document.path, document.root);
     const std::unique_ptr<WanIfaceInfo> uplink(created);
@@ -67,11 +75,12 @@ int replace_address(const std::string& ifname, const Json::Value& record, nm::Ev
     if (ret != NM_OK) {
         NM_LOG(Error) << ifname << " cannot take its IPv6 lease, ret=" << ret;
     }
+    left = {document.path, uplink->skipped_downlinks()};
     return ret;
 }
 
 /// One attempt under the lock of the port; nothing if another one may fare better.
-bool try_address(const std::string& ifname, int& ret) {
+bool try_address(const std::string& ifname, int& ret, LeftBehind& left) {
     const nm::LockGuard lock(ifname);
     if (!lock.held()) {
         ret = NM_ERR_LOCK;
@@ -92,15 +101,19 @@ bool try_address(const std::string& ifname, int& ret) {
     if (ret != NM_OK) {
         return false;
     }
-    ret = replace_address(ifname, record, document);
+    ret = replace_address(ifname, record, document, left);
     return true;
 }
 
+/// A LAN that was being set up and this uplink may each have waited for the other's lock, and have given up.
+/// With no lock held any more the LAN can follow.
 int apply_address(const std::string& ifname) {
     int ret = NM_OK;
+    LeftBehind left;
     for (int attempt = 0; attempt < kTries; ++attempt) {
-        if (try_address(ifname, ret)) {
-            return ret;
+        if (try_address(ifname, ret, left)) {
+            const int followed = left.lans.empty() ? NM_OK : renew_lan_ipv6(left.path, left.lans);
+            return ret != NM_OK ? ret : followed;
         }
         std::this_thread::sleep_for(kRest);
     }

@@ -155,8 +155,10 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     EXPECT_EQ(address("br_v1") + lans()["br_v1"]["IP6_ADDR"].asString(),
               "2001:db8:9:7::1/64\n2001:db8:9:7::1");
     (void)units();
-    EXPECT_EQ(Reload_lan_ipv6(all), 0);
+    EXPECT_EQ(renew_lan_ipv6(kDeviceInfoPath, {"br_v3", "br_v9"}), 0);
     EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "1\n");
+    EXPECT_EQ(units(), "<stop> <nm-6relayd@br_v3.service>; <restart> <nm-radvd.service>; ");
+    EXPECT_EQ(Reload_lan_ipv6(all), 0);
     EXPECT_EQ(units(),
               "<stop> <nm-6relayd@br_v1.service>; <stop> <nm-6relayd@br_v2.service>; "
               "<stop> <nm-6relayd@br_v3.service>; <restart> <nm-radvd.service>; ");

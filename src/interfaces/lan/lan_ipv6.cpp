@@ -390,7 +390,8 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
         NM_LOG(Error) << ifname << " has no source route until it or its uplink changes.";
         return NM_EXIT(NM_OK);
     }
-    return NM_EXIT(tie_to_uplink(uplink));
+    // Who had the lock may have changed what was read before.
+    return NM_EXIT(find_uplink(uplink) ? tie_to_uplink(uplink) : NM_OK);
 }
 
 int LanIfaceInfo::tie_to_uplink(const available_base_wan_status& uplink) {

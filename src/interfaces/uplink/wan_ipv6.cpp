@@ -78,6 +78,7 @@ void WanIfaceInfo::get_ipv6_downlink_lock(std::vector<downlink_lock_info>& locks
         const int fd = lock_ex(downlink.ifname.c_str());
         if (fd < 0) {
             NM_LOG(Error) << "Failed to get lock of the uplink interface " << downlink.ifname << "; skip.";
+            skipped_.push_back(downlink.ifname);
             continue;
         }
         NM_LOG(Debug) << "Get downlink " << downlink.ifname << "'s lock.";

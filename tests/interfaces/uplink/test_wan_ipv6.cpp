@@ -138,7 +138,9 @@ TEST_F(Wan6, TakesItsDownlinksAlong) {
         if (round == 0) {
             other.emplace("nw3");  // somebody else sets that LAN up
         }
-        EXPECT_EQ(info(kStatic).setup_ipv6(2), 0);
+        WanIfaceInfo uplink = info(kStatic);
+        EXPECT_EQ(uplink.setup_ipv6(2), 0);
+        EXPECT_EQ(uplink.skipped_downlinks(), Lines(other ? 1 : 0, "nw3"));
         EXPECT_EQ(log.has("Failed to get lock of the uplink interface nw3; skip."), round == 0);
         EXPECT_TRUE(log.has("Uplink ipv6 prefix: 2001:db8:3::, Downlink ipv6 prefix: 2001:db8:100::"));
         const std::string start = " <start> <nm-6relayd@";
