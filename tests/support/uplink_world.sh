@@ -79,7 +79,7 @@ calls() {
 
 # No event of a lease is being worked: the client's hook has ended.
 is_quiet() {
-    ! pgrep -f 'nm_bin Lease_event' >/dev/null
+    ! pgrep -f 'nm_bin Lease6?_event' >/dev/null
 }
 
 addresses() {

@@ -61,30 +61,27 @@ same "nothing is kept" "" "$(find /etc/vpppoe /run/vpppoe -type f)"
 
 # A WAN port of that type, and then of another one: what the library makes of the session's coming and going.
 source "$support_dir/uplink_world.sh"
+source "$support_dir/../../scripts/lib/ipv6-world"
 sites() {
     calls | sed -n 's/^rmgmtd.ipsec.edit_local_site //p' | jq -r '"\(.op) \(.ip)"' | xargs
 }
 check "no event is left of before" eventually 60 is_quiet
 start_services
 ipset create ip6_localip hash:ip family inet6
-printf '%s\n' 'interface ppp0 { IgnoreIfMissing on; AdvSendAdvert on; MinRtrAdvInterval 3; MaxRtrAdvInterval 4;' \
-    'prefix 2001:db8:9::/64 { }; };' >/etc/radvd.conf
-ip netns exec isp sysctl -qw net.ipv6.conf.all.forwarding=1
 document "$DEVICE_INFO" '.WAN_IFACE_INFO.swdev1 += {IP4_TYPE: "PPPOE", IP6_TYPE: "PPPOEV6", USERNAME: "us er@isp",
     PASSWORD: "'"$SECRET"' \"q\\"}'
 cp "$DEVICE_INFO" "$NEW"
 same "a WAN port dials" "0 NM_OK success" "$(run 1 15)"
 check "its session is up, and its event worked" eventually 90 eval 'ipset save | grep -q ppp-swdev1 && is_quiet'
 kernel=$(ip -j -4 addr show ppp-swdev1 | jq -r '.[].addr_info[] | select(.local) | .local')
-ip netns exec isp radvd -n -p "$scratch/radvd.pid" 2>/dev/null &
-daemons+=("$!")
-# The client of the session's device does not always hear the provider's advertisements in this machine.
-if eventually 60 eval 'ip -6 rule | grep -q "from 2001:db8:9:"'; then
-    own=$(ip -6 rule | sed -n 's/.*from \(2001:db8:9:[^ ]*\) .*/\1/p')
-    check "its IPv6 leads to the provider as well" grep -q "via fe80.*dev ppp-swdev1" <(ip -6 route get 2001:db8:ffff::1 from "$own")
-else
-    echo "skip IPv6 of the session: no advertisement has reached its client"
-fi
+# The provider still has the session of the client that was killed, so the device of this one may be any.
+device=$(ip -n isp -o -4 addr | sed -n "s|.*: \(ppp[0-9]*\) .* peer $kernel/.*|\1|p")
+provider6 9 isp "$device" "$(link_address ppp-swdev1)"
+advertise6 9 isp "$device" off
+check "an advertisement numbers it" eventually 90 eval 'ip -6 rule | grep -q "from 2001:db8:9:"'
+own=$(ip -6 rule | sed -n 's/.*from \(2001:db8:9:[^ ]*\) .*/\1/p')
+check "its IPv6 leads to the provider as well" eventually 60 ping -q -c 1 -W 5 -I "$own" "$EVERYWHERE6"
+check "the sets know it" eventually 60 eval 'is_quiet && ipset -q test ip6_localip "$own"'
 check "its rules and routes lead to the provider" grep -q via <(ip route get 192.0.2.9 from "$kernel")
 same "the overlay knows its address" "add $kernel" "$(sites)"
 document "$NEW"
