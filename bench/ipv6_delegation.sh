@@ -22,7 +22,6 @@ make_world() {
     touch /run/network/.boot_fin
     : >/run/network/resolv.dnsmasq
     nm-base-rules 2>/dev/null
-    echo 1 >/proc/sys/net/ipv6/conf/all/forwarding
     printf 'model=VM\ndevid=0\nlocal_mgmt=0\n' >/etc/networkmanagement/ncaas.conf
     ncaas &
     peers+=("$!")

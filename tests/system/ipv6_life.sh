@@ -105,7 +105,6 @@ for n in 1 2 3 4; do computer6 "pc$n" "br_v$n"; done
 nm-base-rules 2>/dev/null
 : >/run/network/.boot_fin
 : >/run/network/resolv.dnsmasq
-echo 1 >/proc/sys/net/ipv6/conf/all/forwarding
 printf 'model=VM\ndevid=2\n' >/etc/networkmanagement/ncaas.conf
 serve ncaas ncaas
 systemctl start dnsmasqmgr

@@ -19,7 +19,6 @@ for row in client,1 server,2; do
     net=10.${row#*,}.0
     plug "${row%,*}" "swdev${row#*,}" "$net.1" "$net.2" <<<"route add default via $net.1"
 done
-echo 1 >/proc/sys/net/ipv4/ip_forward
 echo '{}' | tee "$DEVICE_INFO" >"$OLD"
 nm-base-rules
 ipset create os.older hash:net

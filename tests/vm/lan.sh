@@ -46,7 +46,6 @@ reaches() {
 modprobe 8021q
 ip link add swdev2 address 02:00:00:00:02:02 type veth peer name far2
 ip link set far2 mtu 9000 up
-sysctl -qw net.ipv4.ip_forward=1
 nm-base-rules
 
 echo model=KERO_201 >/etc/networkmanagement/ncaas.conf

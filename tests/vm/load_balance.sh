@@ -27,7 +27,6 @@ make_world() {
     for n in 1 2; do
         eventually 30 ping -c 1 -W 1 "10.$n.0.2"
     done >/dev/null
-    sysctl -qw net.ipv4.ip_forward=1 net.ipv6.conf.all.forwarding=1
     nm-base-rules
     firewall.sh edit_ipset add LANIFSET 192.168.8.0/24,swdev8
     firewall.sh edit_ipset add lan 192.168.8.0/24

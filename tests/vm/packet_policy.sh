@@ -44,7 +44,6 @@ make_world() {
     plug web swdev7 - 192.168.8.3 master br_v8 <<<'route add default via 192.168.8.1'
     plug other swdev9 192.168.9.1 192.168.9.2 <<<'route add default via 192.168.9.1'
     ip route add default via 10.1.0.2 metric 1 table 253
-    sysctl -qw net.ipv4.ip_forward=1 net.ipv6.conf.all.forwarding=1
 }
 
 make_world6() {
