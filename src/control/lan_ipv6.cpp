@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/actions.h"
+#include "config/document_file.h"
 #include "config/lan_renumbering.h"
 #include "config/nmconfig.h"
 #include "config/port_lookup.h"
@@ -106,17 +107,14 @@ void merge_move(const Move& move, Json::Value& entry) {
 }
 
 int store_moves(const std::vector<Move>& moves) {
-    Json::Value device;
-    int ret = load_device(kDeviceInfoPath, device);
-    if (ret != NM_OK) {
-        return ret;
-    }
-    for (const Move& move : moves) {
-        if (nm::json_member(nm::json_member(device, kLans), move.ifname).isObject()) {
-            merge_move(move, device[kLans][move.ifname]);
+    const int ret = nm::edit_document(kDeviceInfoPath, [&](Json::Value& device) {
+        for (const Move& move : moves) {
+            if (nm::json_member(nm::json_member(device, kLans), move.ifname).isObject()) {
+                merge_move(move, device[kLans][move.ifname]);
+            }
         }
-    }
-    ret = json_mem_to_file(kDeviceInfoPath, device, false);
+        return NM_OK;
+    });
     if (ret != NM_OK) {
         NM_LOG(Error) << "Failed to store the new prefixes, ret=" << ret;
         return ret;
