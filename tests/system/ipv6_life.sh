@@ -146,9 +146,12 @@ done
 check "the appliance reaches a relayed host from the uplink's address" \
     ping -q -c 1 -W 5 -I "$(ip -j -6 addr show swdev2 scope global | jq -r '[.[].addr_info[].local | values][0]')" \
     "$(address6 pc3 2001:db8:2:)"
-status=0
-ip netns exec isp1 curl -s -m 1 --interface "$EVERYWHERE6" "http://[$(address6 pc1 2001:db8:100:1:)]/" || status=$?
-same "who calls from outside hears nothing" 28 "$status"
+for case in "1 pc1 2001:db8:100:1:" "2 pc3 2001:db8:2:"; do
+    read -r n name prefix <<<"$case"
+    status=0
+    ip netns exec "isp$n" curl -s -m 1 --interface "$EVERYWHERE6" "http://[$(address6 "$name" "$prefix")]/" || status=$?
+    same "who calls $name from outside hears nothing" 28 "$status"
+done
 same "nothing was executed" "" "$(find /tmp /run /etc -name 'owned[1-4]')"
 
 keep_talking
