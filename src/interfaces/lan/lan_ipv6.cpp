@@ -41,6 +41,10 @@ constexpr const char* kRelayNeighbours = "-N";
 constexpr const char* kBootMarker = "/var/run/network/.boot_fin";
 constexpr int kMostBits = 128;
 
+/// What radvd takes of a router's lifetime beside 0; it refuses the blocks of all LANs for one with another.
+constexpr uint32_t kShortestRouter = 30;
+constexpr uint32_t kLongestRouter = 9000;
+
 /// What the DHCPv6 server takes.
 constexpr uint32_t kShortestLease = 300;
 constexpr uint32_t kLongestLease = 2592000;
@@ -68,6 +72,15 @@ int read_seconds(const std::string& text, const char* key, uint32_t& seconds) {
         return NM_OK;
     }
     NM_LOG(Error) << "[" << key << "] is not a number of seconds: " << text;
+    return NM_ERR_BAD_FORMAT;
+}
+
+int check_router_lifetime(uint32_t seconds) {
+    if (seconds == 0 || (seconds >= kShortestRouter && seconds <= kLongestRouter)) {
+        return NM_OK;
+    }
+    NM_LOG(Error) << "[IP6_LIFETIME] is neither 0 nor between " << kShortestRouter << " and "
+                  << kLongestRouter << ": " << seconds;
     return NM_ERR_BAD_FORMAT;
 }
 
@@ -253,12 +266,14 @@ int LanIfaceInfo::setup_ipv6_service(int on) {
     if (on != 1) {
         return NM_EXIT(stop_ipv6_service());
     }
-    const int ret = start_ipv6_service();
+    int ret = start_ipv6_service();
+    if (ret == NM_OK && is_file_exists(kBootMarker)) {
+        ret = advertise();
+    }
     if (ret != NM_OK) {
         (void)stop_ipv6_service();  // logged there; the failure before counts
-        return NM_EXIT(ret);
     }
-    return NM_EXIT(is_file_exists(kBootMarker) ? advertise() : NM_OK);
+    return NM_EXIT(ret);
 }
 
 int LanIfaceInfo::stop_ipv6_service() {
@@ -283,7 +298,8 @@ int LanIfaceInfo::read_service(radvd_iface& advertised, dhcpd6_iface& server) {
     server.dns = ip6_dns_servers.empty() ? ip6_addr : vector_into_string(ip6_dns_servers, "", ", ");
     server.range_start = ip6_range_start;
     server.range_end = ip6_range_end;
-    const int ret = read_seconds(ip6_lifetime, "IP6_LIFETIME", advertised.router_lifetime);
+    int ret = read_seconds(ip6_lifetime, "IP6_LIFETIME", advertised.router_lifetime);
+    ret = first_failure(ret, check_router_lifetime(advertised.router_lifetime));
     return first_failure(ret, read_seconds(ip6_lease_time, "IP6_LEASE_TIME", server.lease_time));
 }
 

@@ -108,7 +108,7 @@ TEST_F(LanIpv6, ComesAndGoesWithWhatItsTypesMean) {
         EXPECT_EQ(in_force(), row.force);
         EXPECT_EQ(units_of(FakeService::take_calls()), row.started);
         EXPECT_EQ(fs::exists(kServer), row.started.find("dhcpd6") != std::string::npos);
-        EXPECT_EQ(fs::exists(kBlock), row.entry.find("STATIC") != std::string::npos && row.stopped != "");
+        EXPECT_EQ(fs::exists(kBlock), row.entry.find("STATIC") != std::string::npos && !row.stopped.empty());
         EXPECT_TRUE(!fs::exists(kServer) ||
                     std::system(("dhcpd -6 -t -q -cf " + kServer + " 2>&1").c_str()) == 0);
         EXPECT_TRUE(!fs::exists(kBlock) ||
@@ -123,6 +123,38 @@ TEST_F(LanIpv6, ComesAndGoesWithWhatItsTypesMean) {
                               "/var/lib/dhcpd6 -type f ! -name '*.withdrawn'"),
             "");
         put("/run/network/.boot_fin", "");
+    }
+}
+
+TEST_F(LanIpv6, KeepsNothingOfTheTypeThatItHadBefore) {
+    const std::string types[] = {kOther + kSlaac, kOther + kManaged, kShared + kSlaac,
+                                 "'IP6_TYPE':'RELAY','IP6_UPLINK':'PORT1',", "'IP6_TYPE':'DISABLED',"};
+    std::set<std::string> running;
+    const auto all = [&running] {
+        std::istringstream words(units_of(FakeService::take_calls()));
+        for (std::string verb, unit; words >> verb >> unit;) {
+            verb == "stop" ? (void)running.erase(unit) : (void)running.insert(unit);
+        }
+        const std::string block = slurp(kBlock);
+        return in_force() + testing::PrintToString(running) + slurp(kServer) + exec("grep '#' /etc/hosts") +
+               block.substr(0, block.find("\n  };"));
+    };
+    const std::string nothing = all();
+    for (const std::string& next : types) {
+        EXPECT_EQ(info(next).add_info(OPT_IP6), 0);
+        const std::string expected = all();
+        EXPECT_EQ(info(next).del_info(OPT_IP6), 0);
+        for (const std::string& before : types) {
+            if (before == next) {
+                continue;
+            }
+            put(kDeviceInfoPath, nm::write_compact_json(document(before)));
+            EXPECT_EQ(info(before).add_info(OPT_IP6), 0);
+            EXPECT_EQ(info(next).alt_info(OPT_IP6), 0);
+            EXPECT_EQ(all(), expected) << before << " becomes " << next;
+            EXPECT_EQ(info(next).del_info(OPT_IP6), 0);
+            EXPECT_EQ(all(), nothing) << next;
+        }
     }
 }
 
@@ -155,14 +187,16 @@ TEST_F(LanIpv6, AdvertisesWhatIsConfiguredWithTheLifetimesOfItsDelegation) {
     const std::tuple<std::string, std::vector<std::string>, std::vector<std::string>> rows[] = {
         {kManaged, {flags, "AdvDefaultLifetime 3600;", "prefix 2001:db8:9:1::/64\n"}, {"AdvValid", "RDNSS"}},
         {kManaged + delegated + dns, {flags, times, "RDNSS 2001:db8::53 2001:db8::54\n"}, {"};\n};\n};"}},
-        {kManaged + dns, {}, {times}},
-        {kSlaac + delegated + "'IP6_LIFETIME':'1800',",
-         {"  AdvManagedFlag off;\n  AdvOtherConfigFlag off;\n", "AdvDefaultLifetime 1800;", times},
+        {kManaged + dns + "'IP6_LIFETIME':'30',", {"AdvDefaultLifetime 30;"}, {times}},
+        {kSlaac + "'IP6_LIFETIME':'0',", {"AdvDefaultLifetime 0;"}, {}},
+        {kSlaac + delegated + "'IP6_LIFETIME':'9000',",
+         {"  AdvManagedFlag off;\n  AdvOtherConfigFlag off;\n", "AdvDefaultLifetime 9000;", times},
          {}},
         {kSlaac + "'IP6_DHCP_PD':'ENABLED','IP6_PD_PREFIX':'2001:db8:7::/48',", {"off;\n  };"}, {times}}};
     for (const auto& [entry, there, absent] : rows) {
         ASSERT_EQ(info(kOther + entry).setup_ipv6(0), 0) << entry;
         const std::string block = slurp(kBlock);
+        EXPECT_EQ(std::system(("radvd -c -C " + kBlock + " 2>/dev/null").c_str()), 0) << block;
         for (const std::string& words : there) {
             EXPECT_NE(block.find(words), std::string::npos) << words << block;
         }
@@ -191,6 +225,8 @@ TEST_F(LanIpv6, FailsWithItsCodeAndLeavesNothing) {
          "Failed to generate br_v12 dhcpd6.conf!"},
         {kOther + kManaged + "'IP6_RANGE_END':'2001:db8:9:1::20;\\n}',", NM_ERR_BAD_PREFIX, "outof subnet6"},
         {kOther + kManaged + "'IP6_LIFETIME':'9;\\n',", NM_ERR_BAD_FORMAT, "[IP6_LIFETIME] is not a number"},
+        {kOther + kManaged + "'IP6_LIFETIME':'29',", NM_ERR_BAD_FORMAT, "neither 0 nor between 30 and 9000"},
+        {kOther + kSlaac + "'IP6_LIFETIME':'9001',", NM_ERR_BAD_FORMAT, "neither 0 nor between 30 and 9000"},
         {kOther + kSlaac + "'IP6_LEASE_TIME':'-1',", NM_ERR_BAD_FORMAT, "[IP6_LEASE_TIME] is not a number"},
         {"'IP6_TYPE':'RELAY',", NM_ERR_EMPTY, "Interface: br_v12 has no uplink."},
         {"'IP6_TYPE':'RELAY','IP6_UPLINK':'PORT7',", NM_ERR_NO_IFACE, "Interface: br_v12 has no uplink."},
@@ -214,8 +250,10 @@ TEST_F(LanIpv6, FailsWithItsCodeAndLeavesNothing) {
     EXPECT_EQ(of_document(doc, "none").setup_ipv6_static(), NM_ERR_NO_IFACE);
     const StandIn broken("/usr/bin/systemctl", 3);
     EXPECT_EQ(info("'IP6_TYPE':'RELAY','IP6_UPLINK':'PORT1',").disable_ipv6(), 3);
-    EXPECT_EQ(info(kOther + kSlaac).setup_ipv6(0), 3);
-    EXPECT_TRUE(fs::exists(kBlock)) << "the next start of the daemon may succeed";
+    put("/usr/bin/systemctl", "#!/bin/sh\ncase $* in *radvd*) exit 3 ;; esac\n");
+    EXPECT_EQ(info(kOther + kManaged).setup_ipv6(0), 3);
+    EXPECT_FALSE(fs::exists(kBlock) || fs::exists(kServer));
+    EXPECT_EQ(in_force(), "2001:db8:9:1::1/64; ") << "nothing but the address";
 }
 
 TEST(LanDelegation, GivesTheLifetimesOfTheFirstPrefixThatHoldsTheAddress) {
