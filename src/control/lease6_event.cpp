@@ -32,8 +32,9 @@ std::string told(const std::string& name) {
     return value != nullptr ? value : "";
 }
 
+/// A LAN that was skipped has the address before as its way out still.
 bool has_new_address(const Json::Value& record) {
-    return !nm::is_in_force(record, nm::kAddressKeys);
+    return !nm::is_in_force(record, nm::kAddressKeys) || !nm::skipped_downlinks(record).empty();
 }
 
 bool has_new_prefix(const Json::Value& record) {

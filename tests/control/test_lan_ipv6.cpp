@@ -124,6 +124,10 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
             quoted("{'curr_pd_prfx':'" + prefix + "','curr_pd_prfx_len':'48'}"));
     };
     delegate("2001:db8:8::");
+    put("/run/network/ipv6/swdev2.json", "{}");
+    const auto skipped = [] {
+        return nm::write_compact_json(json(slurp("/run/network/ipv6/swdev2.json"))["in_force"]["skipped"]);
+    };
     const auto began = std::chrono::steady_clock::now();
     {
         nm::LockGuard earlier("swdev1.renumbering");
@@ -145,6 +149,7 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(20));
     EXPECT_TRUE(log.has("br_v1 is in use; skip. It keeps its prefix until the next event."));
     EXPECT_TRUE(log.has("Failed to get lock of the uplink interface swdev2; skip."));
+    EXPECT_EQ(skipped(), "[\"br_v3\"]\n") << "for the uplink's next report";
     EXPECT_EQ(lans()["br_v1"]["IP6_ADDR"], "2001:db8:1:7::1") << "what is stored is what is in force";
     EXPECT_EQ(address("br_v1") + address("br_v2"), "2001:db8:1:7::1/64\n2001:db8:9:2::1/64\n");
     EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "0\n");
@@ -156,7 +161,7 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
               "2001:db8:9:7::1/64\n2001:db8:9:7::1");
     (void)units();
     EXPECT_EQ(renew_lan_ipv6(kDeviceInfoPath, {"br_v3", "br_v9"}), 0);
-    EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "1\n");
+    EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::") + skipped(), "1\n[]\n");
     EXPECT_EQ(units(), "<stop> <nm-6relayd@br_v3.service>; <restart> <nm-radvd.service>; ");
     EXPECT_EQ(Reload_lan_ipv6(all), 0);
     EXPECT_EQ(units(),

@@ -133,6 +133,7 @@ private:
     int stop_ipv6_service();
     int start_dhcpd6(const dhcpd6_iface& server);
     bool find_uplink(available_base_wan_status& uplink);
+    void note_skip(const std::string& uplink);
     int tie_to_uplink(const available_base_wan_status& uplink);
     int start_relay(const std::string& device, const char* mode);
 

@@ -402,12 +402,21 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
     }
     const nm::LockGuard lock(uplink.interface);
     if (!lock.held()) {
-        NM_LOG(Error) << "Failed to get lock of the uplink interface " << uplink.interface << "; skip.";
-        NM_LOG(Error) << ifname << " has no source route until it or its uplink changes.";
+        note_skip(uplink.interface);
         return NM_EXIT(NM_OK);
     }
-    // Who had the lock may have changed what was read before.
-    return NM_EXIT(find_uplink(uplink) ? tie_to_uplink(uplink) : NM_OK);
+    // Whoever had the lock may have changed it.
+    const int ret = find_uplink(uplink) ? tie_to_uplink(uplink) : NM_OK;
+    (void)nm::note_downlinks(uplink.interface, {ifname}, {});  // a static one has no record
+    return NM_EXIT(ret);
+}
+
+/// The record of the uplink's client keeps who was skipped, so that its next report makes up for it.
+void LanIfaceInfo::note_skip(const std::string& uplink) {
+    NM_LOG(Error) << "Failed to get lock of the uplink interface " << uplink << "; skip.";
+    const bool is_noted = nm::note_downlinks(uplink, {}, {ifname}) == NM_OK;
+    NM_LOG(Error) << ifname << " has no source route until it or its uplink changes"
+                  << (is_noted ? ", or the uplink's client reports." : ".");
 }
 
 int LanIfaceInfo::tie_to_uplink(const available_base_wan_status& uplink) {

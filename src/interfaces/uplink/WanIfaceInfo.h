@@ -52,7 +52,7 @@ public:
     /// Locks the downlinks of this port one after the other, each under its interface's name, and appends
     /// those that it got. The caller gives each back with unlock_ex(); see nm::DownlinkLocks.
     void get_ipv6_downlink_lock(std::vector<downlink_lock_info>& locks);
-    /// The interfaces of the downlinks whose locks it did not get.
+    /// The interfaces of the downlinks whose locks it did not get the last time.
     const std::vector<std::string>& skipped_downlinks() const { return skipped_; }
 
     /// What the client was given has changed: "add" sets the device and its downlinks up with the address of
@@ -103,6 +103,7 @@ private:
     void leave_without_address(const DHCP6_INFO& lease, bool has_delegation,
                                const nm::DownlinkLocks& downlinks);
     int replace_lease(const Json::Value& info, const DHCP6_INFO& lease, const nm::DownlinkLocks& downlinks);
+    int note_followers(const Json::Value& info, const nm::DownlinkLocks& downlinks);
 
     std::vector<std::string> skipped_;
 };

@@ -74,6 +74,7 @@ nm::DownlinkLocks::~DownlinkLocks() {
 }
 
 void WanIfaceInfo::get_ipv6_downlink_lock(std::vector<downlink_lock_info>& locks) {
+    skipped_.clear();
     for (const ipv6_downlink& downlink : downlinks_of(portname, path)) {
         const int fd = lock_ex(downlink.ifname.c_str());
         if (fd < 0) {

@@ -220,7 +220,22 @@ int WanIfaceInfo::replace_lease(const Json::Value& info, const DHCP6_INFO& lease
         take_down_overlays6();
     }
     const int noted = nm::mark_in_force(ifname, info, nm::kAddressKeys);
-    return ret != NM_OK ? ret : noted;
+    const int followed = note_followers(info, downlinks);
+    ret = ret != NM_OK ? ret : noted;
+    return ret != NM_OK ? ret : followed;
+}
+
+/// A LAN that was skipped before counts as done, too, if it is a downlink no more. Those that note themselves
+/// while this one works stay in the list.
+int WanIfaceInfo::note_followers(const Json::Value& info, const nm::DownlinkLocks& downlinks) {
+    std::vector<std::string> done = nm::skipped_downlinks(info);
+    for (const downlink_lock_info& downlink : downlinks.held()) {
+        done.push_back(downlink.ifname);
+    }
+    for (const std::string& name : skipped_) {
+        NM_LOG(Error) << name << " follows " << ifname << " when it is free, or at the next report.";
+    }
+    return nm::note_downlinks(ifname, done, skipped_);
 }
 
 /// A provider may give prefixes and no address: the downlinks reach its router from theirs.

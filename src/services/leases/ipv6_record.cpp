@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <set>
 
 #include "log.h"
 #include "result_codes.h"
@@ -14,6 +15,8 @@
 #include "utils/shell_text.h"
 
 namespace {
+
+constexpr const char* kSkipped = "skipped";
 
 int find_path(const std::string& ifname, std::string& path) {
     if (!nm::is_plain(ifname) || ifname.find('/') != std::string::npos) {
@@ -105,6 +108,36 @@ int mark_in_force(const std::string& ifname, const Json::Value& done, const Ipv6
         }
         for (const char* key : keys) {
             record["in_force"][key] = json_member(done, key);
+        }
+        return true;
+    });
+}
+
+std::vector<std::string> skipped_downlinks(const Json::Value& record) {
+    std::vector<std::string> names;
+    for (const Json::Value& name : json_member(json_member(record, "in_force"), kSkipped)) {
+        names.push_back(json_scalar(name));
+    }
+    return names;
+}
+
+int note_downlinks(const std::string& ifname, const std::vector<std::string>& done,
+                   const std::vector<std::string>& skipped) {
+    return change_ipv6_record(ifname, [&](Json::Value& record) {
+        const std::vector<std::string> before = skipped_downlinks(record);
+        std::set<std::string> names(before.begin(), before.end());
+        for (const std::string& name : done) {
+            names.erase(name);
+        }
+        names.insert(skipped.begin(), skipped.end());
+        if (names == std::set<std::string>(before.begin(), before.end())) {
+            return false;
+        }
+        Json::Value& in_force = record["in_force"];
+        in_force = in_force.isObject() ? in_force : Json::Value(Json::objectValue);
+        in_force[kSkipped] = Json::arrayValue;
+        for (const std::string& name : names) {
+            in_force[kSkipped].append(name);
         }
         return true;
     });

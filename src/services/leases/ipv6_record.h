@@ -12,7 +12,8 @@
 // port, `type` its configured type, and `path` the document that asked for the client. What the provider has
 // not given is empty. `pdInfo` has all delegated prefixes with their preferred and valid lifetimes in seconds
 // (RFC 8415, section 21.22), the first of which is the current one. `dhcp6` and `ra` are what either protocol
-// brought (services/dhcpcd/client_report.h), and `in_force` is what of it the device has been set up with.
+// brought (services/dhcpcd/client_report.h), and `in_force` is what of it the device has been set up with,
+// with `skipped`, the list of the LANs that do not follow it yet, since they or the port were in use.
 #pragma once
 
 #include <json/value.h>
@@ -20,6 +21,7 @@
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace nm {
 
@@ -48,6 +50,13 @@ bool is_in_force(const Json::Value& record, const Ipv6RecordKeys& keys);
 
 /// Notes that the values which `done` has for the keys are in force now. Codes as change_ipv6_record().
 int mark_in_force(const std::string& ifname, const Json::Value& done, const Ipv6RecordKeys& keys);
+
+/// The LANs that were skipped when the port, or one of them, was set up.
+std::vector<std::string> skipped_downlinks(const Json::Value& record);
+
+/// Takes the names `done` from that list and adds those of `skipped`. Codes as change_ipv6_record().
+int note_downlinks(const std::string& ifname, const std::vector<std::string>& done,
+                   const std::vector<std::string>& skipped);
 
 /// The address that the device has been set up with last, empty for none.
 std::string address_in_force(const Json::Value& record);

@@ -134,25 +134,17 @@ TEST_F(Wan6, TakesItsDownlinksAlong) {
     run("ip link set swdev3 down && ip -6 addr add 2001:db8:9::9/64 dev swdev3 nodad");  // of another state
     for (int round = 0; round < 2; ++round) {
         const LogTail log;
-        std::optional<nm::LockGuard> other;
-        if (round == 0) {
-            other.emplace("nw3");  // somebody else sets that LAN up
-        }
-        WanIfaceInfo uplink = info(kStatic);
-        EXPECT_EQ(uplink.setup_ipv6(2), 0);
-        EXPECT_EQ(uplink.skipped_downlinks(), Lines(other ? 1 : 0, "nw3"));
-        EXPECT_EQ(log.has("Failed to get lock of the uplink interface nw3; skip."), round == 0);
+        EXPECT_EQ(info(kStatic).setup_ipv6(2), 0);
         EXPECT_TRUE(log.has("Uplink ipv6 prefix: 2001:db8:3::, Downlink ipv6 prefix: 2001:db8:100::"));
         const std::string start = " <start> <nm-6relayd@";
         EXPECT_EQ(StandIn::take(),
                   "firewall6.sh <edit_ip6_ipset> <add> <ip6_localip> <2001:db8:3::3>\nsystemctl" + start +
-                      "nw0.service> locked\nsystemctl" + start + "nw2.service> locked\n" +
-                      (round == 1 ? "systemctl" + start + "nw3.service> locked\n" : ""));
+                      "nw0.service> locked\nsystemctl" + start + "nw2.service> locked\nsystemctl" + start +
+                      "nw3.service> locked\n");
         EXPECT_EQ(env("nw0") + env("nw2"),
                   "UPLINK=swdev3\nMODE=-N"
                   "UPLINK=swdev3\nMODE=-A");
         EXPECT_EQ(state(), up);
-        other.reset();
         EXPECT_TRUE(are_all_locks_free());
     }
     EXPECT_EQ(info(kStatic).disable_ipv6(0), 0);
@@ -165,7 +157,8 @@ TEST_F(Wan6, TakesItsDownlinksAlong) {
     }
 }
 
-/// Reports: the result of the hook's half, what is current then, and how many lines the kernel has.
+/// Reports: the result of the hook's half, what is current then, and how many lines the kernel has. Somebody
+/// else sets nw3 up while the first router is heard of, so that it follows at the next report.
 TEST_F(Wan6, FollowsItsClient) {
     put("/usr/bin/systemctl", "#!/bin/sh\nexit 3\n");
     EXPECT_EQ(info(kLeased).setup_ipv6(2), 3);
@@ -183,16 +176,25 @@ TEST_F(Wan6, FollowsItsClient) {
         {"reason=PREINIT6", 0, "/ ", 0},
         {"reason=BOUND6 " + address, 1, "2001:db8:3::7/128 ", 8},
         {"reason=RENEW6 " + address, 0, "2001:db8:3::7/128 ", 8},
+        {"reason=ROUTERADVERT " + router + " in=use", 1, "2001:db8:3::7/64 fe80::9", 11},
         {"reason=ROUTERADVERT " + router, 1, "2001:db8:3::7/64 fe80::9", 11},
         {"reason=ROUTERADVERT " + router, 0, "2001:db8:3::7/64 fe80::9", 11},
         {"reason=EXPIRE6", 1, "/ fe80::9", 0},
         {"reason=REBIND6 " + address, 1, "2001:db8:3::7/64 fe80::9", 11},
         {"reason=STOPPED", 1, "/ ", 0}};
     for (const auto& [report, code, current, lines] : cases) {
+        const LogTail log;
+        WanIfaceInfo uplink = info(kLeased);
+        std::optional<nm::LockGuard> other;
+        if (report.find("in=use") != report.npos) {
+            other.emplace("nw3");
+        }
+        fs::remove("/var/run/network/.nm-6relayd@nw3.env");
         EXPECT_EQ(tell(report), code) << report;
         if (code == 1) {
-            EXPECT_EQ(event("apply"), 0) << report;
+            EXPECT_EQ(other ? uplink.dhcp6_source_route_cb("add") : event("apply"), 0) << report;
         }
+        EXPECT_EQ(uplink.skipped_downlinks(), Lines(other ? 1 : 0, "nw3"));
         EXPECT_EQ(state().size(), lines) << report;
         Json::Value record;
         EXPECT_EQ(nm::read_ipv6_record("swdev3", record), 0);
@@ -200,6 +202,10 @@ TEST_F(Wan6, FollowsItsClient) {
                                  record["curr_prefix_length"].asString() + " " +
                                  record["curr_gateway"].asString();
         EXPECT_EQ(text, current) << report;
+        EXPECT_EQ(log.has("Failed to get lock of the uplink interface nw3; skip."), other.has_value());
+        EXPECT_EQ(log.has("nw3 follows swdev3 when it is free, or at the next report."), other.has_value());
+        EXPECT_EQ(!env("nw3").empty(), code == 1 && lines > 0 && !other) << report;
+        other.reset();
         EXPECT_TRUE(are_all_locks_free()) << report;
     }
     EXPECT_EQ(info(kLeased).disable_ipv6(0), 0);
@@ -207,6 +213,45 @@ TEST_F(Wan6, FollowsItsClient) {
     EXPECT_EQ(tell("reason=BOUND6 " + address), 0) << "nobody waits for it any more";
     EXPECT_FALSE(fs::exists(kRecord));
     EXPECT_EQ(event("renew"), NM_ERR_BAD_ACT);
+}
+
+TEST_F(Wan6, KeepsNothingOfTheTypeThatItHadBefore) {
+    const std::string types[] = {kStatic, kLeased, "'IP6_TYPE':'SLAAC'", "'IP6_TYPE':'DISABLED'"};
+    const std::string report =
+        "reason=BOUND6 new_dhcp6_ia_na1_ia_addr1=2001:db8:3::7 "
+        "new_dhcp6_ia_na1_ia_addr1_vltime=60";
+    const auto all = [] {
+        Json::Value record;
+        (void)nm::read_ipv6_record("swdev3", record);
+        Lines lines = state();
+        lines.push_back(slurp(kBlock) + record["type"].asString() + record["curr_ip"].asString() +
+                        record["in_force"]["curr_ip"].asString());
+        return lines;
+    };
+    for (const std::string& next : types) {
+        EXPECT_EQ(info(next).add_info(OPT_IP6), 0);
+        const Lines expected = all();
+        EXPECT_EQ(info(next).del_info(OPT_IP6), 0);
+        for (const std::string& before : types) {
+            if (before == next) {
+                continue;
+            }
+            EXPECT_EQ(info(before).add_info(OPT_IP6), 0);
+            if (before == kLeased) {
+                EXPECT_EQ(tell(report) + event("apply"), 1);
+            }
+            StandIn::take();
+            put("/tmp/new.json", quoted(document(next)));
+            EXPECT_EQ(WanIfaceInfo("swdev3", "/tmp/new.json", Json::Value()).alt_info(OPT_IP6), 0);
+            EXPECT_EQ(all(), expected) << before << " becomes " << next;
+            const char* const left = before == kStatic   ? "<del> <ip6_localip> <2001:db8:3::3>"
+                                     : before == kLeased ? "<del> <ip6_localip> <2001:db8:3::7>"
+                                                         : "";
+            EXPECT_NE(StandIn::take().find(left), std::string::npos) << before;
+            EXPECT_EQ(info(next).del_info(OPT_IP6), 0);
+            EXPECT_EQ(all(), Lines{""}) << next;
+        }
+    }
 }
 
 }  // namespace
