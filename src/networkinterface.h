@@ -29,6 +29,7 @@
 #include "control/setup_rglink.h"
 #include "control/setup_sections.h"
 #include "control/setup_wan.h"
+#include "inspect/check_documents.h"
 #include "interfaces/common/BaseIfaceInfo.h"
 #include "interfaces/common/BaseInterface.h"
 #include "interfaces/create_info.h"

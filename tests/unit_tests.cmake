@@ -1,7 +1,7 @@
 # One executable per directory of unit tests, which mirror src/.
 find_package(GTest REQUIRED)
 
-foreach(group utils kernel config interfaces control peers platform services policy)
+foreach(group utils kernel config interfaces control inspect peers platform services policy)
     file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${group}/test_*.cpp)
     add_executable(test_${group} ${sources})
     target_include_directories(test_${group} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support)
@@ -12,5 +12,7 @@ foreach(group utils kernel config interfaces control peers platform services pol
 endforeach()
 
 target_compile_definitions(test_policy PRIVATE NM_POLICY_DIR="${CMAKE_CURRENT_SOURCE_DIR}/policy")
+target_compile_definitions(test_inspect PRIVATE NM_INSPECT_DIR="${CMAKE_CURRENT_SOURCE_DIR}/inspect"
+    NM_SITE_DIR="${CMAKE_SOURCE_DIR}/scripts/lib/site-documents")
 target_link_libraries(test_platform PRIVATE relay6_messages)
 add_dependencies(test_platform vsh ncaas)

@@ -25,6 +25,9 @@ constexpr std::array kCommands{
     Command{"delete", "[KIND] TARGET", 1, 2, remove, "take an entry down and out of the documents"},
     Command{"undo", "", 0, 0, undo, "take the last change back; a second undo makes it again"},
     Command{
+        "check", "[DOCUMENT|FILE|DOCUMENT=FILE]...", 0, kAny, check,
+        "what is wrong with the stored documents, or with files to be stored, before anything is touched"},
+    Command{
         "diff", "[OLD [NEW]]", 0, 2, diff,
         "what differs between two documents: the stored ones and the running ones, or those of the files"},
     Command{"migrate", "[DOCUMENT]...", 0, kAny, migrate,

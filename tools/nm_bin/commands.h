@@ -37,6 +37,10 @@ int diff(const Arguments& words, const Options& options);
 int list(const Arguments& words, const Options& options);
 int log(const Arguments& words, const Options& options);
 
+/// What is wrong with stored documents, or with files to be stored: kExitFailed if there are errors,
+/// kExitUsage if something could not be checked.
+int check(const Arguments& words, const Options& options);
+
 /// Documents, their migrations and their differences.
 int migrate(const Arguments& words, const Options& options);
 int show_changes(const Arguments& words, const Options& options);

@@ -115,6 +115,11 @@ Words delete_words(const Arguments& words) {
     return names;
 }
 
+Words document_words(const Arguments&) {
+    const std::vector<std::string> names = migrated_documents();
+    return {names.begin(), names.end()};
+}
+
 Words name_words(const Arguments& words) {
     return words.size() == 2 ? stored_names() : Words();
 }
@@ -126,8 +131,11 @@ struct Follower {
 };
 
 constexpr Follower kFollowers[] = {
-    {"set", set_words},   {"add", add_words},  {"delete", delete_words},
-    {"show", name_words}, {"log", name_words}, {"codes", [](const Arguments&) { return code_words(); }},
+    {"set", set_words},          {"add", add_words},
+    {"delete", delete_words},    {"show", name_words},
+    {"log", name_words},         {"codes", [](const Arguments&) { return code_words(); }},
+    {"check", document_words},   {"migrate", document_words},
+    {"changes", document_words},
 };
 
 Words options_of(const std::string& command) {
