@@ -3,14 +3,18 @@
 # network, a /run and a systemd of its own; what is stored stays, as on a disk. Not part of scripts/test: a boot takes
 # seconds.
 #
-# usage: tests/soak/boots.sh [BOOTS [CUTS]]        (20 and 100)
+# usage: tests/soak/boots.sh [--vm] [BOOTS [CUTS]]        (20 and 100)
+#   --vm  in scripts/vm --debian: a kernel, a disk and a Debian of its own, and VLANs and IPv6 in the site; slower
 set -euo pipefail
 
 SOURCE_DIR=$(cd "$(dirname "$(readlink -f "$0")")/../.." && pwd -P)
 SELF=$(readlink -f "$0")
+place=sandbox
+[[ ${1:-} != --vm ]] || { place=machine && shift; }
 readonly SOURCE_DIR SELF BOOTS=${1:-20} CUTS=${2:-100}
 readonly DEVICE_INFO=/etc/networkmanagement/device_info.json STORES=/var/lib/site-stores
-[[ -e /run/network/.sandbox ]] || exec "$SOURCE_DIR/scripts/sandbox" "$SELF" "$@"
+[[ ${1:-} != power_machine ]] || exec "$SOURCE_DIR/scripts/vm" --debian "$DISK" -t 600 "${@:2}"
+[[ $place == machine || -e /run/vm || -e /run/network/.sandbox ]] || exec "$SOURCE_DIR/scripts/sandbox" "$SELF" "$@"
 source "$SOURCE_DIR/scripts/lib/site"
 
 # ---- Within one boot.
@@ -25,13 +29,19 @@ seconds_of() {
     systemctl show -p "$2" --value "$1" | awk '{printf "%.2f", $1 / 1e6}'
 }
 
+report() {
+    if [[ -e /run/vm ]]; then site_machine_report; else site_report; fi
+}
+
 works() {
+    local more=""
+    [[ ! -e /run/vm ]] || more=$'\nfar4, by DHCP, asks the internet: one of both\nfar4, of the delegated prefix, reaches by IPv6: 1 from 2001:db8:100:1:'
     site_uplinks 1 2
-    [[ $(site_report | sed '1s/far[12]$/one of both/') == "far5 asks the internet: one of both
+    [[ $(report | sed -E '/asks the internet/s/far[12]$/one of both/') == "far5 asks the internet: one of both
 far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing
 far1 asks the forward: far5
-far6 reaches the branch: 1" ]]
+far6 reaches the branch: 1$more" ]]
 }
 
 # A line on a boot that is done: its order, its failed units, whether the site works, how long it took.
@@ -42,8 +52,35 @@ inspect() {
     [[ $order == "Finished nm-base-rules,Starting nm-bringup,Finished nm-bringup,Starting nm-boot-finish,Finished nm-boot-finish,Reached target networkinterface" ]] ||
         echo "wrong order: $order"
     [[ -z $failed ]] || echo "failed: $failed"
-    works || { echo "the site does not work:" && site_report; }
+    works || { echo "the site does not work:" && report; }
     echo "booted $(seconds_of nm-boot-finish ActiveEnterTimestampMonotonic) $(seconds_of systemd-journald.service ActiveEnterTimestampMonotonic)"
+}
+
+# Which of the two documents is stored.
+stored() {
+    local n
+    for n in 0 1; do
+        ! cmp -s <(jq -cS . "$DEVICE_INFO") <(jq -cS . "$STORES/$n.json") || { echo "document $n" && return; }
+    done
+    echo "neither document ($(wc -c <"$DEVICE_INFO") bytes: $(diff <(jq -S . "$DEVICE_INFO" 2>&1) <(jq -S . "$STORES/0.json") | head -n 5 | xargs))"
+}
+
+# The boots of a machine keep what is stored on its disk, so that the next one has to say which it is.
+inspect_cut() {
+    echo "$(stored) is stored; the next boot:"
+    inspect
+}
+
+# The machine has booted once, without documents; from now on it boots the site.
+furnish() {
+    site_machine
+    store_both
+}
+
+store_both() {
+    mkdir -p "$STORES"
+    cp "$DEVICE_INFO" "$STORES/0.json"
+    jq '.WAN_PORT.PORT1.MTU = "1400"' "$DEVICE_INFO" >"$STORES/1.json"
 }
 
 # Stores one of two documents after the other, and brings the device up, until the power goes.
@@ -58,50 +95,61 @@ work_on() {
 # ---- Around them.
 
 case ${1:-} in
-    inspect | work_on) "$1" && exit ;;
+    inspect | inspect_cut | work_on | furnish) "$1" && exit ;;
     power) site_power "${@:2}" ;;
 esac
 
-# Which of the two documents is stored.
-stored() {
-    local n
-    for n in 0 1; do
-        ! cmp -s <(jq -cS . "$DEVICE_INFO") <(jq -cS . "$STORES/$n.json") || { echo "document $n" && return; }
-    done
-    echo "neither document ($(wc -c <"$DEVICE_INFO") bytes: $(diff <(jq -S . "$DEVICE_INFO" 2>&1) <(jq -S . "$STORES/0.json") | head -n 5 | xargs))"
-}
-
-# boots COUNT: whole boots, each inspected.
+# boots COUNT [HOW]: whole boots, each inspected.
 boots() {
     local n
     for ((n = 1; n <= $1; n++)); do
-        echo "boot $n: $("$SELF" power "$SELF" inspect 2>/srv/boot.errors || echo "status $?: $(tail -n 1 /srv/boot.errors)")"
+        echo "boot $n: $("$SELF" "$power" "$SELF" "${2:-inspect}" 2>"$errors" || echo "status $?: $(tail -n 1 "$errors")")"
     done
 }
 
-# A boot that is killed, with all its processes at once, somewhere between its first moment and the fifteenth second.
+# cut_power SECONDS SIGNAL: a boot that is killed, with all its processes at once, somewhere before so many seconds. The
+# signal is for who runs it.
 cut_power() {
-    local machine after=$((RANDOM % 15)).$((RANDOM % 10))
-    "$SELF" power "$SELF" work_on >/dev/null 2>&1 &
+    local machine after=$((RANDOM % $1)).$((RANDOM % 10))
+    "$SELF" "$power" "$SELF" work_on >/dev/null 2>&1 &
     machine=$!
     sleep "$after"
-    kill -KILL "$machine"
+    kill "-$2" "$machine"
     wait "$machine" 2>/dev/null || true
-    while pgrep -x ncaas >/dev/null; do sleep 0.02; done  # the last processes die after the first
-    echo "cut after $after s: $(stored) is stored"
+    echo "cut after $after s"
 }
 
 cuts() {
     local n
     for ((n = 1; n <= CUTS; n++)); do
-        cut_power
+        cut_power 15 KILL
+        while pgrep -x ncaas >/dev/null; do sleep 0.02; done  # the last processes die after the first
+        echo "$(stored) is stored"
         ((n % 10 != 0)) || boots 1
     done
 }
 
+cuts_of_machine() {
+    local n
+    for ((n = 1; n <= CUTS; n++)); do
+        cut_power 90 TERM
+        ((n % 5 != 0)) || boots 1 inspect_cut
+    done
+}
+
+if [[ $place == machine ]]; then
+    DISK=$(mktemp -u)
+    export DISK
+    errors=$DISK.errors power=power_machine
+    trap 'rm -f "$DISK" "$errors"' EXIT
+    "$SOURCE_DIR/scripts/vm" --prepare --debian "$DISK"
+    "$SELF" power_machine "$SELF" furnish
+    boots "$BOOTS"
+    cuts_of_machine
+    exit
+fi
+errors=/srv/boot.errors power=power
 site_furnish
-mkdir -p "$STORES"
-cp "$DEVICE_INFO" "$STORES/0.json"
-jq '.WAN_PORT.PORT1.MTU = "1400"' "$DEVICE_INFO" >"$STORES/1.json"
+store_both
 boots "$BOOTS"
 cuts
