@@ -52,6 +52,14 @@ const Json::Value& json_member(const Json::Value& value, const std::string& key)
     return found != nullptr ? *found : Json::Value::nullSingleton();
 }
 
+Json::Value json_part(const Json::Value& document, const std::string& section, const std::string& key) {
+    Json::Value part;
+    if (!document.empty()) {
+        part[section][key] = json_member(json_member(document, section), key);
+    }
+    return part;
+}
+
 std::string json_text(const Json::Value& value, const std::string& key, const std::string& fallback) {
     if (!value.isObject() || !value.isMember(key)) {
         return fallback;

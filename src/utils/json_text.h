@@ -28,6 +28,10 @@ std::string show_broken_json(const std::string& text);
 /// Member `key` of `value`; a null value if `value` is not an object or has no such member.
 const Json::Value& json_member(const Json::Value& value, const std::string& key);
 
+/// A document of one section with one member, as `document` has it; empty for an empty one. For whoever reads
+/// no more of it: a document of many ports takes long to copy.
+Json::Value json_part(const Json::Value& document, const std::string& section, const std::string& key);
+
 /// Member `key` of `value` as text, `fallback` if it is absent. Numbers are written out; an object or an
 /// array throws Json::LogicError, since a document that holds one there is not what the reader expects.
 std::string json_text(const Json::Value& value, const std::string& key, const std::string& fallback = "");

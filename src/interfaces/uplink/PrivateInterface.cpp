@@ -7,7 +7,7 @@
 #include "interfaces/common/factory.h"
 
 PrivateInterface::PrivateInterface(std::string port, std::string path, Json::Value cfg)
-    : UplinkInterface(nm::uplink_kind(KIND_PRIVATE), std::move(port), std::move(path), std::move(cfg)) {
+    : UplinkInterface(nm::uplink_kind(KIND_PRIVATE), port, std::move(path), std::move(cfg)) {
 }
 
 std::string PrivateInterface::get_pgid() {

@@ -7,7 +7,7 @@
 #include "interfaces/common/factory.h"
 
 RGLinkInterface::RGLinkInterface(std::string port, std::string path, Json::Value cfg)
-    : UplinkInterface(nm::uplink_kind(KIND_RGLINK), std::move(port), std::move(path), std::move(cfg)) {
+    : UplinkInterface(nm::uplink_kind(KIND_RGLINK), port, std::move(path), std::move(cfg)) {
 }
 
 int RGLinkInterface::set_mtu() {

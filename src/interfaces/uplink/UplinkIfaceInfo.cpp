@@ -109,7 +109,9 @@ void UplinkIfaceInfo::take_stored_down(UplinkIfaceInfo& stored, uint32_t opt) {
 std::unique_ptr<UplinkInterface> UplinkIfaceInfo::get_interface() {
     NM_LOG(Debug) << "portname: " << portname << "; conf_path: " << path;
     int ret = NM_OK;
-    std::unique_ptr<UplinkInterface> device = kind.make_device(portname, path, cfg, ret);
+    Json::Value own = nm::json_part(cfg, kind.ports, portname);
+    own[kind.infos] = nm::json_part(cfg, kind.infos, ifname)[kind.infos];
+    std::unique_ptr<UplinkInterface> device = kind.make_device(portname, path, std::move(own), ret);
     if (device == nullptr) {
         NM_LOG(Error) << ifname << " creates " << kind.device_class << " instance failed, ret=" << ret;
     }

@@ -22,8 +22,9 @@ constexpr int kQosRestart = 3;
 
 }  // namespace
 
-UplinkInterface::UplinkInterface(const UplinkKind& kind, std::string port, std::string path, Json::Value cfg)
-    : BaseWanInterface(kind.type, std::move(port), std::move(path), cfg), kind(kind) {
+UplinkInterface::UplinkInterface(const UplinkKind& kind, const std::string& port, std::string path,
+                                 Json::Value cfg)
+    : BaseWanInterface(kind.type, port, std::move(path), nm::json_part(cfg, kind.ports, port)), kind(kind) {
     int ret = NM_OK;
     info = kind.make_info(interface, this->path, std::move(cfg), ret);
 }

@@ -16,7 +16,7 @@ class UplinkInterface : public BaseWanInterface {
 public:
     /// Throws as BaseWanInterface does. A port can exist without its addressing side. `kind` outlives the
     /// object.
-    UplinkInterface(const UplinkKind& kind, std::string port, std::string path, Json::Value cfg);
+    UplinkInterface(const UplinkKind& kind, const std::string& port, std::string path, Json::Value cfg);
 
     /// setup_if(), then the no-multipath flag and QoS whatever came of it. The result is that of setup_if().
     int add_if(uint32_t opt) override;

@@ -7,7 +7,7 @@
 #include "interfaces/common/factory.h"
 
 WanInterface::WanInterface(std::string port, std::string path, Json::Value cfg)
-    : UplinkInterface(nm::uplink_kind(KIND_WAN), std::move(port), std::move(path), std::move(cfg)) {
+    : UplinkInterface(nm::uplink_kind(KIND_WAN), port, std::move(path), std::move(cfg)) {
 }
 
 int WanInterface::set_mtu() {
