@@ -55,6 +55,17 @@ same "each LAN's client gets its own server's address" "2001:db8:1::100 2001:db8
 same "it goes" "0 no yes" \
     "$(lan6 leave 1) $(active nm-dhcpd6@lan1 || echo no) $(active nm-dhcpd6@lan0 && echo yes)"
 same "the file has the other LAN only" "interface lan0" "$(grep interface /etc/radvd.conf)"
+exec {writer}</etc/radvd.conf
+whole=$(</etc/radvd.conf)
+flock "$writer"
+echo "interface lan0 {" >/etc/radvd.conf
+systemctl restart nm-radvd {writer}<&- &
+eventually 20 pgrep -f "/etc/radvd.conf /usr/sbin/radvd" >/dev/null || true
+echo "$whole" >/etc/radvd.conf
+exec {writer}<&-
+status=0
+wait $! || status=$?
+same "a start waits for who writes the file" 0 $status
 same "the last one leaves nothing, and the unit alone" "0  0 yes" \
     "$(lan6 leave 0) $(find /etc/networkmanagement/dhcp6 /var/lib/dhcpd6 /run/network/ipv6 -type f ! -name '*.withdrawn') $(
         stat -c %s /etc/radvd.conf) $(active nm-radvd && echo yes)"
