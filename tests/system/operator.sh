@@ -49,9 +49,12 @@ without() {
 }
 
 check_causes() {
-    local unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+    local words unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
     says "no permission" 77 '^try: only root' "${unprivileged[@]}" nm_bin Setup_wanif "{$(of PORT1 4 3)}"
-    says "no permission to edit" 77 '^try: only root' "${unprivileged[@]}" nm_bin set PORT1 mtu 1400
+    for words in "set PORT1 mtu 1400" "service add Camera TCP 554" migrate setup_all_iface_by_config; do
+        # shellcheck disable=SC2086  # the words of a command
+        says "no permission to $words" 77 '^try: only root' "${unprivileged[@]}" nm_bin $words
+    done
     says "no directory of locks" 72 '^try: the directory /var/lock/network is missing' \
         without /run/lock/network nm_bin Setup_wanif "{$(of PORT1 4 3)}"
     says "another directory" 72 '^try: the directory /etc/networkmanagement is missing' \

@@ -91,6 +91,9 @@ void show_failures(const Progress& progress) {
 }  // namespace
 
 int bring_up(const Arguments& /*words*/, const Options& options) {
+    if (const std::optional<Cause> obstacle = find_obstacle()) {
+        return explain_obstacle(*obstacle);
+    }
     Progress progress{options.json};
     const int code = setup_all_iface_by_config(0, note_step, &progress);
     if (!options.json) {

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 
 namespace nm_bin {
 
@@ -67,6 +68,10 @@ int migrate(const Arguments& names, const Options& options) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
             return usage_error("no such document: " + name);
         }
+    }
+    const std::optional<Cause> obstacle = options.dry_run ? std::nullopt : find_obstacle();
+    if (obstacle) {
+        return explain_obstacle(*obstacle);
     }
     INITIALIZE_LOG("MAIN");
     Json::Value records;

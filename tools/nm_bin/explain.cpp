@@ -229,6 +229,16 @@ int explain_obstacle(const Cause& cause) {
     return cause.status;
 }
 
+int run_call(const std::function<int()>& call, const Options& options) {
+    if (const std::optional<Cause> obstacle = find_obstacle()) {
+        (void)print_result(NM_ERR_LOCK, options);
+        return explain_obstacle(*obstacle);
+    }
+    const Outcome outcome = watch_call(call);
+    print_result(outcome, options);
+    return explain(outcome);
+}
+
 int show_codes(const std::string& code, const Options& options) {
     if (code.empty()) {
         Table table({"code", "name", "meaning"});

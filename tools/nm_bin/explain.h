@@ -1,6 +1,7 @@
 // Results in words: what failed, why, and what to try.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -28,6 +29,9 @@ int print_result(int code, const Options& options);
 /// What failed, why, and what to try, on standard error; the exit status. For an outcome without a failure
 /// kExitOk.
 int explain(const Outcome& outcome);
+
+/// Makes the call unless something would make it fail, prints its result and explains it; the exit status.
+int run_call(const std::function<int()>& call, const Options& options);
 
 /// Explains an obstacle like a call that failed for it.
 int explain_obstacle(const Cause& cause);

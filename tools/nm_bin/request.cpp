@@ -97,17 +97,9 @@ int run_entry(const Entry& entry, Arguments words, const Options& options) {
     if (!complaint.empty()) {
         return usage_error(complaint);
     }
-    if (const std::optional<Cause> obstacle = find_obstacle()) {
-        Outcome none;
-        none.code = NM_ERR_LOCK;
-        print_result(none, options);
-        return explain_obstacle(*obstacle);
-    }
     (void)read_documents();  // whose secrets are then known
     warn_of_request(entry, words);
-    const Outcome outcome = watch_call([&] { return entry.run(words); });
-    print_result(outcome, options);
-    return explain(outcome);
+    return run_call([&] { return entry.run(words); }, options);
 }
 
 }  // namespace nm_bin

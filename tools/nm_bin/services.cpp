@@ -22,12 +22,16 @@ int print_result(int code, bool as_json) {
     return nm_bin::print_result(code, options);
 }
 
-/// Prints all that is wrong, and the result.
-int conclude(int code, const Faults& faults, bool as_json) {
+/// Prints the result of an edit, and all that is wrong with it.
+int edit(const std::function<int(Faults& faults)>& work, bool as_json) {
+    Faults faults;
+    Options options;
+    options.json = as_json;
+    const int status = run_call([&] { return work(faults); }, options);
     for (const std::string& fault : faults) {
         std::cerr << "nm_bin: " << fault << "\n";
     }
-    return print_result(code, as_json);
+    return status;
 }
 
 /// NAME PROTOCOL PORTS [REMARK] from the word `first` on.
@@ -83,21 +87,16 @@ int find(const Arguments& words, bool as_json) {
 }
 
 int add(const Arguments& words, bool as_json) {
-    Faults faults;
-    const int code = add_service_port(service_of(words, 1), faults);
-    return conclude(code, faults, as_json);
+    return edit([&](Faults& faults) { return add_service_port(service_of(words, 1), faults); }, as_json);
 }
 
 int change(const Arguments& words, bool as_json) {
-    Faults faults;
-    const int code = change_service_port(words[1], service_of(words, 1), faults);
-    return conclude(code, faults, as_json);
+    return edit([&](Faults& faults) { return change_service_port(words[1], service_of(words, 1), faults); },
+                as_json);
 }
 
 int remove(const Arguments& words, bool as_json) {
-    Faults faults;
-    const int code = delete_service_port(words[1], faults);
-    return conclude(code, faults, as_json);
+    return edit([&](Faults& faults) { return delete_service_port(words[1], faults); }, as_json);
 }
 
 /// The services that rules name; 1 if one of them is not known.
