@@ -1,6 +1,8 @@
-# Compiles through ccache where it is installed; a preset that named it outright would break elsewhere.
+# Compiles through ccache where it is installed; a preset that named it outright would break elsewhere. Paths within the
+# tree count as relative, so that a copy of it, as the packages are built from, finds what was compiled for this one.
 find_program(NM_CCACHE ccache)
 if(NM_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_C_COMPILER_LAUNCHER ${NM_CCACHE})
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${NM_CCACHE})
+    set(launcher env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${NM_CCACHE})
+    set(CMAKE_C_COMPILER_LAUNCHER ${launcher})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${launcher})
 endif()

@@ -43,6 +43,7 @@ try() {
 
 try /usr by_cmake
 try /usr by_pkg_config
+check "the declared test of the development packages" "$source_dir/debian/tests/build-caller"
 # The real prefix must not help out.
 find /usr -xdev \( -path '*/include/networkinterface' -o -path '*/cmake/networkinterface' -o -name vservice.h \
     -o -name vpppoe.h -o -name networkinterface.pc -o -name 'libnetworkinterface*' -o -name 'libv[sp]*.so*' \) \

@@ -154,7 +154,7 @@ TEST_F(Dhcp, FullDiskLeavesTheOldFile) {
     const auto server = service("");
     run("mount -t tmpfs -o size=8k none /etc/networkmanagement/dhcp");
     put(kConf, "old");
-    (void)std::system("cat /dev/zero >/etc/networkmanagement/dhcp/fill 2>/dev/null");
+    EXPECT_NE(std::system("cat /dev/zero >/etc/networkmanagement/dhcp/fill 2>/dev/null"), 0);
     EXPECT_EQ(server->gen_dhcpserver_conf(), NM_ERR_WRITE);
     EXPECT_TRUE(slurp(kConf) == "old" && !fs::exists(kConf + std::string(".tmp")));
     run("mount -o remount,ro /etc/networkmanagement/dhcp");

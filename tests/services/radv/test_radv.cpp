@@ -267,7 +267,7 @@ TEST_F(Radvd, ChangesOfOneCallerShareOneStartOfTheDaemon) {
 TEST_F(Radvd, FailedWriteLeavesTheOldBlockAndNoLock) {
     run("mount -t tmpfs -o size=8k none /run/network/ipv6");
     put(kBlock, "old");
-    (void)std::system("cat /dev/zero >/run/network/ipv6/fill 2>/dev/null");
+    EXPECT_NE(std::system("cat /dev/zero >/run/network/ipv6/fill 2>/dev/null"), 0);
     EXPECT_EQ(radvd_iface_set(&plain), NM_ERR_WRITE);
     EXPECT_TRUE(slurp(kBlock) == "old" && !has_unfinished() && is_lock_free("lan0.radvd.conf"));
     fs::create_directory("/run/network/ipv6/lan0.radvd.tmp");  // where the unfinished file would be
