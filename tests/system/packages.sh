@@ -11,6 +11,7 @@ readonly CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/networkinterface-bare
 source "$SOURCE_DIR/tests/support/tap.sh"
 readonly SERVICES=(networkinterface.target nm-base-rules nm-boot-finish nm-serviced ncaas dnsmasqmgr overlayd)
 readonly OURS=(networkinterface networkinterface-peers libnetworkinterface1 libvservice1 libvpppoe1 xt-vtarget-common)
+readonly TRAFFIC=(nm-dhcpd@lan0 nm-dhcpcd@lan0 nm-pppoe@swdev1 dnsmasqmgr)
 readonly DOCUMENT=/etc/networkmanagement/device_info.json
 readonly SECRET=c4n4ry-secret
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
@@ -32,7 +33,15 @@ prepare() {
 }
 
 run_in_sandbox() {
-    "$SOURCE_DIR/scripts/sandbox" --root "$CACHE/root" "$SOURCE_DIR/tests/system/packages.sh" "$1" || tap_failed=1
+    "$SOURCE_DIR/scripts/sandbox" --root "$CACHE/root" "$SOURCE_DIR/tests/system/packages.sh" "$1"
+}
+
+# Both worlds wait more than they work.
+run_worlds() {
+    run_in_sandbox build >"$BUILD/results/packages-build.log" 2>&1 &
+    run_in_sandbox packages || tap_failed=1
+    wait $! || tap_failed=1
+    cat "$BUILD/results/packages-build.log"
 }
 
 # ---- In the sandbox.
@@ -113,9 +122,14 @@ start_traffic() {
     ip link add lan0 up type veth peer name client
     ip addr add 10.5.0.1/24 dev lan0
     echo 'subnet 10.5.0.0 netmask 255.255.255.0 { range 10.5.0.10 10.5.0.20; }' >/etc/networkmanagement/dhcp/dhcpd_lan0.conf
-    systemctl start nm-dhcpd@lan0
+    cp /usr/lib/networkmanagement/init.dhcpcd.conf /etc/dhcpcd.conf
+    systemctl start nm-dhcpd@lan0 nm-dhcpcd@lan0
+    dial
+    same "daemons of ports run" "${#TRAFFIC[@]} active" "$(states "${TRAFFIC[@]}")"
+}
+
+dial() {
     "$BUILD/bin/pppoe_call" nm_add_pppoe_and_run swdev1 user <<<"$SECRET" >/dev/null
-    same "daemons of ports run" "3 active" "$(states nm-dhcpd@lan0 nm-pppoe@swdev1 dnsmasqmgr)"
 }
 
 first() {
@@ -124,9 +138,12 @@ first() {
         packages+=("$PACKAGES/${name}_"*.deb)
     done
     apt update
+    apt install --no-install-recommends -y "$PACKAGES"/libvpppoe1_*.deb
+    dial
+    same "sessions run with nothing but their library" active "$(states nm-pppoe@swdev1 | cut -d ' ' -f 2)"
     check "the packages install with what they depend on" apt install --no-install-recommends -y "${packages[@]}"
     check_services "after the installation"
-    first_request "after the installation"
+    check "the declared test of the installed packages" bash -c 'cd "$0" && debian/tests/first-request' "$SOURCE_DIR"
     check "iptables knows the target" grep -q -- --set-xmark <(iptables -j VTARGET --help)
     same "dhclient's profile takes what the package adds" 1 "$(grep -c networkinterface /etc/apparmor.d/local/sbin.dhclient)"
 }
@@ -136,22 +153,34 @@ next_version() {
     local name
     for name in "${OURS[@]}"; do
         dpkg-deb -R "$PACKAGES/${name}_"*.deb "$1/$name"
+        [[ $name != networkinterface ]] || echo '# next' >>"$1/$name/etc/apparmor.d/dhcpd.d/networkinterface"
         sed -i "s/(= $version)/(= $version.1)/; s/^Version: .*/&.1/" "$1/$name/DEBIAN/control"
         dpkg-deb -Znone -b "$1/$name" "$1/$name.deb"
     done >/dev/null
 }
 
 check_upgrade() {
-    local before documents daemon traffic=(nm-dhcpd@lan0 nm-pppoe@swdev1 dnsmasqmgr) rules
-    before=$(pids "${traffic[@]}") daemon=$(pids nm-serviced) documents=$(find /etc/networkmanagement /etc/vpppoe -type f -exec sha256sum {} +)
+    local before documents daemon rules conffiles=(/etc/apparmor.d/{dhcpd.d/networkinterface,networkinterface/dhclient})
+    echo '# own' >>"${conffiles[1]}"
+    before=$(pids "${TRAFFIC[@]}") daemon=$(pids nm-serviced) documents=$(find /etc/networkmanagement /etc/vpppoe -type f -exec sha256sum {} +)
     rules=$(iptables-save | grep -v '^#')
     next_version "$1"
     check "an upgrade" apt install --no-install-recommends -y "$1"/*.deb
     same "keeps documents and credentials" "$documents" "$(find /etc/networkmanagement /etc/vpppoe -type f -exec sha256sum {} +)"
     same "keeps the packet policy" "$rules" "$(iptables-save | grep -v '^#')"
-    same "stops nothing that carries traffic" "$before" "$(pids "${traffic[@]}")"
+    same "stops nothing that carries traffic" "$before" "$(pids "${TRAFFIC[@]}")"
+    same "renews conffiles but those changed here" "# next # own" "$(tail -qn 1 "${conffiles[@]}" | xargs)"
     check "starts the service daemon anew" test "$daemon" != "$(pids nm-serviced)"
     check_services "after the upgrade"
+}
+
+# Removed and installed again, the network comes back without a boot.
+check_return() {
+    check "a removal" apt remove -y networkinterface networkinterface-peers
+    ip link set swdev1 mtu 1500
+    check "and a return" apt install --no-install-recommends -y "$1"/networkinterface{,-peers}.deb
+    check_services "after the return"
+    check "what is stored is in force after the return" eventually 20 grep -qx 1400 /sys/class/net/swdev1/mtu
 }
 
 # A package of the appliance with its own library of the same soname.
@@ -172,11 +201,11 @@ check_own_library() {
 
 check_purge() {
     check "a purge" apt purge -y "${OURS[@]}" appliance-bus
-    same "ends the daemons" "" "$(pgrep -fa '^/usr/sbin/(dhcpd|dnsmasq|nm_|ncaas|overlayd)|pppoe/session' || true)"
+    same "ends the daemons" "" "$(pgrep -fa '^/usr/sbin/(dhcpd|dhcpcd|dnsmasq|nm_|ncaas|overlayd)|pppoe/session' || true)"
     same "leaves no secret" "" "$(grep -rlF "$SECRET" /etc /var /run /tmp /usr /root 2>/dev/null || true)"
     same "leaves no file" "" "$(find / -xdev \( -path "$SOURCE_DIR" -o -path /var/cache -o -path /proc -o -path /sys -o -name nm-sandbox.target \) -prune -o \
         \( -path '*network*management*' -o -path '*networkinterface*' -o -name '*vpppoe*' -o -name '*vservice*' \
-        -o -name 'nm-*' -o -name 'nm_*' -o -path '/run/network*' -o -path '/var/log/network*' -o -name '*VTARGET*' \) -print)"
+        -o -name 'nm-*' -o -name 'nm_*' -o -path '/run/network*' -o -path '/var/db*' -o -path /etc/dhcpcd.conf -o -path '/var/log/network*' -o -name '*VTARGET*' \) -print)"
 }
 
 second() {
@@ -189,6 +218,7 @@ second() {
     check "a service that is killed six times is there again" revives ncaas
     start_traffic
     check_upgrade "$work"
+    check_return "$work"
     check_own_library "$work"
     rm -rf "$work"
     check_purge
@@ -213,7 +243,7 @@ built() {
 }
 
 case ${1:-} in
-    "") prepare && run_in_sandbox packages && run_in_sandbox build && finish ;;
+    "") prepare && run_worlds && finish ;;
     packages) boot first && boot second && finish ;;
     build) boot built && finish ;;
     *) "$1" && finish ;;
