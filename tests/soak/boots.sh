@@ -21,7 +21,7 @@ source "$SOURCE_DIR/scripts/lib/site"
 
 # What the journal has of the boot, in the order in which it must be.
 order() {
-    journalctl -q -o cat --no-pager _PID=1 | sed -nE 's/^(Finished|Starting|Reached target) (nm-base-rules|nm-bringup|nm-boot-finish|networkinterface)\..*/\1 \2/p' |
+    journalctl -q -b -o cat --no-pager _PID=1 | sed -nE 's/^(Finished|Starting|Reached target) (nm-base-rules|nm-bringup|nm-boot-finish|networkinterface)\..*/\1 \2/p' |
         grep -v 'Starting nm-base' | paste -sd,
 }
 
@@ -129,10 +129,11 @@ cuts() {
     done
 }
 
+# cuts_of_machine SECONDS: each somewhere before so many.
 cuts_of_machine() {
     local n
     for ((n = 1; n <= CUTS; n++)); do
-        cut_power 90 TERM
+        cut_power "$1" TERM
         ((n % 5 != 0)) || boots 1 inspect_cut
     done
 }
@@ -141,11 +142,11 @@ if [[ $place == machine ]]; then
     DISK=$(mktemp -u)
     export DISK
     errors=$DISK.errors power=power_machine
-    trap 'rm -f "$DISK" "$errors"' EXIT
+    trap 'rm -f "$DISK"{,.boots,.errors}' EXIT
     "$SOURCE_DIR/scripts/vm" --prepare --debian "$DISK"
     "$SELF" power_machine "$SELF" furnish
-    boots "$BOOTS"
-    cuts_of_machine
+    boots "$BOOTS" | tee "$DISK.boots"
+    cuts_of_machine "$(awk '$1 == "booted" || $3 == "booted" {took = $(NF - 1)} END {print int(took * 1.5) + 20}' "$DISK.boots")"
     exit
 fi
 errors=/srv/boot.errors power=power

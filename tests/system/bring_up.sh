@@ -47,6 +47,7 @@ state() {
     ip -j addr show | jq -c '.[] | [.ifname, (.addr_info[] | [.local, .prefixlen, .scope])]'
     ip rule && ip -6 rule && ip route show table all && ipset save | sort
     { iptables-save && ip6tables-save; } | grep -v '^#' | sed 's/\[.*//'
+    sort /etc/hosts
 }
 
 # Addresses whose probe for duplicates is under way get their routes when it ends.
@@ -94,7 +95,7 @@ store
 printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf
 systemctl start nm-base-rules
 serve ncaas ncaas
-serve rmgmtd overlayd /dev/null
+serve rmgmtd overlayd "$scratch/calls"
 
 killed_at swdev5
 same "killed among the devices, it has set up no address" "" "$(ip -4 -br addr | grep -o 'swdev.* 10\..*')"
@@ -116,6 +117,13 @@ bring_up
 wait $!
 same "a further run changes nothing" "$before" "$(state)"
 check "and no packet is lost meanwhile" grep -q ' 150 received' "$scratch/ping"
+
+: >"$scratch/calls"
+: >/run/network/.boot_fin
+same "the VPN is switched" 0 "$(nm_bin Setup_topology "{\"VPN\":{\"ops\":1,\"act\":3,\"path\":\"$DEVICE_INFO\"}}" | cut -d' ' -f1)"
+check "and has the address of the uplink that is up reported" eventually 20 \
+    grep -q '^rmgmtd.ipsec.edit_local_site .*"swdev1","ip":"10.1.0.2","op":"add"' "$scratch/calls"
+rm /run/network/.boot_fin
 
 kill "${daemons[0]}"
 rm /etc/networkmanagement/dhcp_service.json

@@ -96,6 +96,7 @@ int bring_up(const Arguments& /*words*/, const Options& options) {
     }
     Progress progress{options.json};
     const int code = setup_all_iface_by_config(0, note_step, &progress);
+    (void)drop_repeated_hosts();  // logged; a name twice harms nobody
     if (!options.json) {
         show_failures(progress);
     }

@@ -39,6 +39,8 @@ constexpr std::array kCommands{
     Command{"boot", "begin|finish", 1, 1, boot,
             "what a boot does before the bring-up (the stored packet policy) and after it (routes, forwards, "
             "names)"},
+    Command{"site_info", "-l -r", 2, 2, site_info,
+            "report the addresses of the WAN ports to the VPN once more; a switch of the VPN does so"},
     Command{"service", "list|uses|find PORTS [PROTOCOL]|add|change NAME PROTOCOL PORTS [REMARK]|delete NAME",
             1, kAny, manage_services,
             "show or edit the names of service ports that rules may use, or show where they do"},

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <set>
 #include <vector>
 
 #include "log.h"
@@ -199,6 +200,18 @@ int write_hosts() {
         return host.empty() ? std::nullopt : std::optional(nm::hosts_renamed(text, host));
     };
     return NM_EXIT(edit_hosts(rename, "Write hosts success."));
+}
+
+int drop_repeated_hosts() {
+    NM_LOG(Debug) << "Enter";
+    const Edit drop = [](const std::string& text) {
+        std::set<std::string> known;
+        return drop_lines(text, [&](const std::string& line) {
+            const bool owned = line.find(std::string(kGap) + "#") != std::string::npos;
+            return owned && !known.insert(line).second;
+        });
+    };
+    return NM_EXIT(edit_hosts(drop, "Drop repeated hosts success."));
 }
 
 int add_ip_hostname(std::string ip, std::string hostname) {

@@ -30,6 +30,10 @@ int del_hosts(const std::string& ifname, unsigned char family);
 /// Gives the lines of add_hosts() the host name that the device has now; drops empty lines.
 int write_hosts();
 
+/// Leaves one of equal lines of add_hosts(), which a bring-up over a device that is up adds once more. 0,
+/// also if there were none; then dnsmasq runs on.
+int drop_repeated_hosts();
+
 /// Maps a host name to an address, once; drops empty lines.
 int add_ip_hostname(std::string ip, std::string hostname);
 
