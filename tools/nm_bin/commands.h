@@ -53,7 +53,8 @@ int bring_up(const Arguments& words, const Options& options);
 /// The steps of a boot before ("begin") and after ("finish") the bring-up.
 int boot(const Arguments& words, const Options& options);
 
-/// Reports the local (-l) addresses of the WAN ports to the VPN anew (-r); the library runs it, with both words.
+/// Reports the local (-l) addresses of the WAN ports to the VPN anew (-r); the library runs it, with both
+/// words.
 int site_info(const Arguments& words, const Options& options);
 
 /// What the last of the words could be, one a line, for the shell.
