@@ -8,8 +8,8 @@ source "$support_dir/tap.sh"
 
 [[ -e /run/network/.sandbox ]] || exec "$support_dir/../../scripts/sandbox" "$(readlink -f "$0")" "$@"
 
-# What is installed comes first; kernel_call is not.
-PATH=$PATH:$(cd "${NM_BUILD_DIR:-build}/bin" && pwd -P)
+# What is installed comes first; kernel_call is not, nor are the programs of this directory.
+PATH=$PATH:$support_dir:$(cd "${NM_BUILD_DIR:-build}/bin" && pwd -P)
 
 readonly DEVICE_INFO=/etc/networkmanagement/device_info.json
 readonly MAIN_LOG=/var/log/network/main.log
