@@ -2,12 +2,12 @@
 #include <unistd.h>
 #include <vservice.h>
 
-#include <cstdlib>
 #include <thread>
 
 #include "peers/bus/bus_exchange.h"
 #include "peers/bus/service_bus.h"
 #include "result_codes.h"
+#include "target.h"
 
 static std::string reply, text;
 static int answer(vs_io* io, int socket) {
@@ -16,15 +16,14 @@ static int answer(vs_io* io, int socket) {
     return close(socket);
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+bool holds(const std::string& input) {
     static vs_server* const server = vs_server_create("fuzzed");
     static const auto* const serving = new std::thread(
         [] { vs_server_add_method(server, "Ask", answer) == 0 ? vs_server_run(server) : (std::abort(), 0); });
-    reply.assign(reinterpret_cast<const char*>(bytes), size);
+    reply = input;
     Json::Value envelope;
     int code = NM_ERR_PARSE;
     (void)nm::read_envelope(reply, envelope, code);
-    const bool right = vservice_call("fuzzed", "Ask", text, text, false) == code &&
-                       (nm::ask_service("fuzzed", "Ask", {}, 7) == code || code == 0);
-    return serving != nullptr && right ? 0 : (std::abort(), 0);
+    return serving != nullptr && vservice_call("fuzzed", "Ask", text, text, false) == code &&
+           (nm::ask_service("fuzzed", "Ask", {}, 7) == code || code == 0);
 }

@@ -1,16 +1,13 @@
 // Foreign bytes as lease files and as a reply about autoconfiguration: what gets into a record is an address
 // or nothing, and a lease that is appended to the file is the one that counts.
-#include <cstdlib>
 
 #include "services/leases/lease_info.h"
+#include "target.h"
 #include "utils/ip_text.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(bytes), size);
-    DHCP_INFO v4{};
-    DHCP_INFO next{};
-    DHCP6_INFO v6{};
-    DHCP6_INFO ra{};
+bool holds(const std::string& text) {
+    DHCP_INFO v4{}, next{};
+    DHCP6_INFO v6{}, ra{};
     (void)nm::parse_leases(text, v4);
     (void)nm::parse_leases6(text, text, v6);
     (void)nm::parse_slaac_reply(text, ra);
@@ -23,5 +20,5 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t si
          {v6.address, v6.gateway, v6.dns1, v6.dns2, ra.address, ra.gateway, ra.dns1, ra.dns2}) {
         sound = sound && (*field == '\0' || is_valid_ip6(field));
     }
-    return sound && atoi(v6.prefixlen) <= 128 && atoi(ra.prefixlen) <= 128 ? 0 : (abort(), 1);
+    return sound && atoi(v6.prefixlen) <= 128 && atoi(ra.prefixlen) <= 128;
 }

@@ -1,22 +1,20 @@
 // Foreign bytes as the own services of the registry: whatever they are, a rule that names one of them gets
 // plain ports and a protocol that has ports, or is refused.
-#include <cstdint>
-#include <cstdlib>
 #include <fstream>
 
 #include "policy/common/named_services.h"
+#include "target.h"
 #include "utils/json_text.h"
 #include "utils/shell_text.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(bytes), size);
+bool holds(const std::string& input) {
     std::vector<nm::PortRange> ranges;
-    bool sound = !nm::parse_ports(text, ranges) || !ranges.empty();
+    bool sound = !nm::parse_ports(input, ranges) || !ranges.empty();
     for (std::size_t i = 0; i < ranges.size(); ++i) {
         sound = sound && ranges[i].first > 0 && ranges[i].first <= ranges[i].last &&
                 (i == 0 || ranges[i - 1].last < ranges[i].first);
     }
-    std::ofstream("/etc/networkmanagement/servicePort.json") << R"({"USER_DEFINED":)" << text << "}";
+    std::ofstream("/etc/networkmanagement/servicePort.json") << R"({"USER_DEFINED":)" << input << "}";
     std::vector<service_port> services;
     (void)nm::read_service_ports(services);
     nm::NamedServices named;
@@ -27,5 +25,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const std::string ports = plain ? nm::json_string_or(*plain, "DST_PORT", "") : "";
         sound = sound && (!plain || service.service.empty() || (nm::is_plain(ports) && ports.size() < 100));
     }
-    return sound ? 0 : (std::abort(), 0);
+    return sound;
 }
