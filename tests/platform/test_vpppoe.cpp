@@ -51,14 +51,14 @@ protected:
 };
 
 TEST_F(Vpppoe, CredentialsAreDataOrRefused) {
-    const struct {
-        std::string user, password, stored;  // nothing is stored of those that are refused
-    } cases[] = {{"a b@c", "#$(x)`;'", "user \"a b@c\"\npassword \"#$(x)`;'\"\n"},
-                 {"\"\\", "\\n\xc3\xa9", "user \"\\\"\\\\\"\npassword \"\\\\n\xc3\xa9\"\n"},
-                 {std::string(255, 'u'), "", "u\"\npassword \"\"\n"},
-                 {std::string(256, 'u'), "p", ""},
-                 {"u\nconnect x", "p", ""},
-                 {"", "p", ""}};
+    // User, password and what is stored: nothing of those that are refused.
+    const std::array<std::string, 3> cases[] = {
+        {"a b@c", "#$(x)`;'", "user \"a b@c\"\npassword \"#$(x)`;'\"\n"},
+        {"\"\\", "\\n\xc3\xa9", "user \"\\\"\\\\\"\npassword \"\\\\n\xc3\xa9\"\n"},
+        {std::string(255, 'u'), "", "u\"\npassword \"\"\n"},
+        {std::string(256, 'u'), "p", ""},
+        {"u\nconnect x", "p", ""},
+        {"", "p", ""}};
     for (const auto& [user, password, stored] : cases) {
         fs::remove(kOptions);
         EXPECT_EQ(add_interface_pppoe_cfg("swdev1", user.c_str(), password.c_str(), 1),
