@@ -1,6 +1,6 @@
 #!/bin/bash
 # The two commands of an operator: nm_bin for the library's entries and vsh for the service bus. Their
-# sources of text, output, exit status and manual pages.
+# sources of text, output and exit status.
 set -euo pipefail
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
@@ -89,24 +89,6 @@ policy /RULES/SITE/1/DST_SERVICE none \(not known\)\[]' nm_bin service uses
     runs "a service in use" '1 -1045 .*names it at /RULES/SITE/0/SRC_SERVICE]' nm_bin service delete CAMERA
 }
 
-# completes EXPECTED WORD...: what the last word is completed to.
-completes() {
-    local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
-    _nm_bin
-    same "completion of ${*:2}" "$1" "${COMPREPLY[*]}"
-}
-
-check_completion() {
-    # shellcheck source=/dev/null
-    source /usr/share/bash-completion/completions/nm_bin
-    completes "Apply_segment" Apply_se
-    completes "Setup_wanif" --json Setup_wanif
-    completes "--json" --j
-    completes "/etc/hosts" Apply_firewall /etc/hosts
-    completes "/etc/hosts" --json Apply_policy new.json /etc/hosts
-    completes "@/etc/hosts" Setup_wanif @/etc/hosts
-}
-
 check_vsh() {
     serve ncaas ncaas
     runs "vsh without a request" '0 \{"data":"VM","error":0\}\[]' vsh ncaas.get_model
@@ -124,15 +106,6 @@ check_vsh() {
 check_nm_bin
 check_documents
 check_services
-check_completion
 check_vsh
-for page in man8/nm_bin.8 man1/vsh.1; do
-    if command -v man >/dev/null; then
-        same "$page renders without warnings" "" \
-            "$(MANWIDTH=80 man --warnings -l "/usr/share/man/$page" 2>&1 >/dev/null)"
-    else
-        skip "$page renders without warnings" "man is not installed"
-    fi
-done
 same "no file appears in the current directory" "" "$(ls -A)"
 finish

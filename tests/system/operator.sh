@@ -221,6 +221,12 @@ check_completion() {
     completes "dhcp lan private rglink vlan wan" add ""
     completes "-1051 -1052 -1053" codes -105
     completes "undo" un
+    completes "Apply_segment" Apply_se
+    completes "Setup_wanif" --json Setup_wanif
+    completes "--json" --j
+    completes "/etc/hosts" Apply_firewall /etc/hosts
+    completes "/etc/hosts" --json Apply_policy new.json /etc/hosts
+    completes "@/etc/hosts" Setup_wanif @/etc/hosts
     jq '.WAN_PORT["ODD$(reboot);x"] = {} | .WAN_PORT.PORT8 = "none"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
     completes 'ODD\$\(reboot\)\;x' set ODD
     says "an entry that is not an object" 1 'PORT8 is not in the stored documents' nm_bin show PORT8

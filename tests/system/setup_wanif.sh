@@ -1,6 +1,6 @@
 #!/bin/bash
-# WAN ports set up through nm_bin on a real kernel: what reaches the interfaces, what bad input does
-# (nothing), and how two callers keep out of each other's way.
+# WAN ports set up through nm_bin on a real kernel: what reaches the interfaces, and how two callers keep out of each
+# other's way.
 set -euo pipefail
 
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
@@ -70,39 +70,7 @@ check_changes() {
     logged "two ports, the first fails: log" 'swdev9 does not exist'
     sets "two ports, the last fails" "-1007 1350 1300" "{$(port 1 4 3),$(port 2 4 3)}" \
         '.WAN_PORT.PORT1.MTU = "1350" | .WAN_PORT.PORT2.MTU = "10"'
-}
-
-# What no refused request may change.
-world_state() {
-    ip -j -d link
-    ip -n isp -j link
-    find /etc/networkmanagement -type f -exec sha256sum {} + | sort
-}
-
-# bad NAME CODE PATTERN REQUEST [FILTER]: the code, an error line and nothing that changed. The stored document
-# asks for another MTU, so that a request that is worked after all shows.
-bad() {
-    local before
-    document "$DEVICE_INFO" ".WAN_PORT[].MTU = \"1234\" | ${5:-.}"
-    before=$(world_state)
-    setup "$4"
-    same "$1: result" "$2 1" "$result $status"
-    logged "$1: log" "$3"
-    same "$1: nothing changed" "$before" "$(world_state)"
-}
-
-check_bad_requests() {
-    local request
-    request="{$(port 1 4 3)}"
-    : >/tmp/empty.json
-    echo '{"WAN_PORT":' >/tmp/torn.json
-    bad "path empty" -1020 '/tmp/empty\.json is not found' "{$(port 1 4 3 /tmp/empty.json)}"
-    bad "path not JSON" -1032 'Json reader parse fail!' "{$(port 1 4 3 /tmp/torn.json)}"
-    bad "unknown port" -1003 "Cannot find \[PORT9\]'s configuration\." "{$(port 9 4 3)}"
-    bad "act 7" -1001 'Unknown act: 7' "{$(port 1 4 7)}"
-    bad "INTERFACE too long" -1002 'does not exist' "$request" '.WAN_PORT.PORT1.INTERFACE = "swdev1" + "a" * 35'
-    bad "INTERFACE of two lines" -1002 'swdev1\\nswdev2 does not exist$' "$request" '.WAN_PORT.PORT1.INTERFACE = "swdev1\nswdev2"'
-    bad "MTU 10" -1007 'Set MTU\[10\] failed, Interface : swdev1' "$request" '.WAN_PORT.PORT1.MTU = "10"'
+    logged "two ports, the last fails: log" 'Set MTU\[10\] failed, Interface : swdev2'
     check "the lock is free after all of this" lock_is_free
     same "nothing was printed besides results and why" "" "$(grep -vE '^(error|failed|try|warning):' "$scratch/stderr")"
 }
@@ -142,6 +110,5 @@ check_locks() {
 
 make_world
 check_changes
-check_bad_requests
 check_locks
 finish

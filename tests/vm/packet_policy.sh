@@ -201,8 +201,9 @@ foreign_things() {
     ip route show table 250
 }
 
-forwards() {
-    iptables-save | sed '/^#/d; s/\[.*//'
+# saved TABLE: its rules without their counters.
+saved() {
+    iptables-save -t "$1" | sed '/^#/d; s/\[.*//'
 }
 
 # forward MEMBERS...: a list of a single entry on PORT1, of which all but the members is fine.
@@ -221,10 +222,8 @@ every_form() {
         all+=", $e + {$member}"
     done
     same "every form is applied" 0 "$(apply dnat "{PORT_FORWARDING: [${all#,}]}")"
-    same "and there" "8 HAIRPIN_MASQ 8 HAIRPIN_FWD 9 PORT_FORWARDING 10 DNATPREROUTING" "$(forwards |
-        awk '/^-A (HAIRPIN_MASQ|HAIRPIN_FWD|PORT_FORWARDING|DNATPREROUTING)/ {++n[$2]} END {print n["HAIRPIN_MASQ"],
-            "HAIRPIN_MASQ", n["HAIRPIN_FWD"], "HAIRPIN_FWD", n["PORT_FORWARDING"], "PORT_FORWARDING", n["DNATPREROUTING"],
-            "DNATPREROUTING"}')"
+    same "and there" "10 DNATPREROUTING 8 HAIRPIN_FWD 8 HAIRPIN_MASQ 9 PORT_FORWARDING" "$({ saved nat && saved mangle; } |
+        sed -nE 's/^-A (HAIRPIN_MASQ|HAIRPIN_FWD|PORT_FORWARDING|DNATPREROUTING) .*/\1/p' | sort | uniq -c | xargs)"
 }
 
 # Killed at any time, and beside another one: every table has the one list or the other, whole.
@@ -233,11 +232,11 @@ killed_forwards() {
     for n in 80 443; do
         same "list $n" 0 "$(apply dnat "$(forward "TCP_WAN_PORT: \"$n\"")")"
         cp "$scratch/new" "$scratch/list.$n"
-        for table in nat mangle; do lists+=("$(iptables-save -t $table | sed '/^#/d; s/\[.*//')"); done
+        for table in nat mangle; do lists+=("$(saved $table)"); done
     done
     whole() {
         local nat mangle
-        nat=$(iptables-save -t nat | sed '/^#/d; s/\[.*//') mangle=$(iptables-save -t mangle | sed '/^#/d; s/\[.*//')
+        nat=$(saved nat) mangle=$(saved mangle)
         [[ $nat == "${lists[0]}" || $nat == "${lists[2]}" ]] && [[ $mangle == "${lists[1]}" || $mangle == "${lists[3]}" ]]
     }
     for delay in 0.05 0.2 0.4 0.7 1 1.4; do
@@ -255,8 +254,7 @@ killed_forwards() {
     wait "${both[@]}" || true
     check "two at once" whole
     same "the next apply heals" 0 "$(apply dnat "$(forward 'TCP_WAN_PORT: "443"')")"
-    same "all of it" "${lists[2]} ${lists[3]}" "$(iptables-save -t nat | sed '/^#/d; s/\[.*//') $(
-        iptables-save -t mangle | sed '/^#/d; s/\[.*//')"
+    same "all of it" "${lists[2]} ${lists[3]}" "$(saved nat) $(saved mangle)"
 }
 
 late_uplink() {
