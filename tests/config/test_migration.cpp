@@ -1,54 +1,20 @@
 // Formats of stored documents from version to version, and the difference of two documents.
 #include <random>
 
-#include "config/DictDiffer.h"
-#include "config/migration.h"
-#include "config/schema.h"
-#include "control/migrate_documents.h"
-#include "sandbox_fixture.h"
-#include "utils/secrets.h"
+#include "golden.h"
+#include "networkinterface.h"
 
 using namespace fixture;
 
 namespace {
 
 TEST(Migration, LeadsFromEveryVersionToTheCurrentOne) {
-    const struct {
-        std::string name, before, after;
-    } cases[] = {
-        {"device_info",
-         "{'X':[1],'WAN_PORT':{'PORT1':{'MTU':'1400','OWN':{}},'PORT2':{},'PORT3':7,'PORT4':{'PRIO':'4'}},"
-         "'WAN_IFACE_INFO':{'swdev1':{'ID':'3'}},'LAN_IFACE_INFO':{'br_v1':{'IP4_ADDR':''}},'LAN_PORT':[]}",
-         "{'X':[1],'WAN_PORT':{'PORT1':{'MTU':'1400','OWN':{}},'PORT2':{},'PORT3':7,'PORT4':{'PRIO':'4',"
-         "'MTU':'1500'}},'WAN_IFACE_INFO':{'swdev1':{'ID':'3','IFACE_TYPE':'ethernet','IP4_PREFIX':'24',"
-         "'IP6_PREFIX':'0','IP6_DHCP_PD':'DISABLED'}},'LAN_IFACE_INFO':{'br_v1':{'IP4_ADDR':'','IP4_PREFIX':"
-         "'24'}},'LAN_PORT':[],'dbversion':'1.0.2'}"},
-        {"device_info",
-         "{'dbversion':'1.0.1','dev':{'device_type':'dummy','MAC':'a'},'u':{'device_type':'none'}}",
-         "{'dbversion':'1.0.2','dev':{'device_type':'dummy','MAC':'a','ifname':'','vswitch_name':''},"
-         "'u':{'device_type':'none'}}"},
-        {"device_info", "{'dbversion':'1.0.2','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
-        {"device_info", "{'dbversion':'1.0.2.0','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
-        {"device_info", "{'dbversion':'1.0.10','WAN_PORT':{'PORT1':{'PRIO':'1'}}}", ""},
-        {"device_info", "{'dbversion':7,'META':{'VERSION':'9'}}",
-         "{'dbversion':'1.0.2','META':{'VERSION':'9'}}"},
-        {"hw_port_info", "{'META':7,'PORT1':{}}", "{'META':{'VERSION':'1.0.2'},'PORT1':{}}"},
-        {"hw_port_info", "{'META':{'VERSION':'1.0','L':1}}", "{'META':{'VERSION':'1.0.2','L':1}}"},
-        {"dhcp_service", "{'X':1}", "{'X':1,'DHCP_SERVICE':{}}"},
-        {"dhcp_service", "{'META':{'VERSION':'1.0.1'},'DHCP_SERVICE':{'a':{'X':1}}}", ""},
-        {"firewall", "{'RULES':{'SITE':[{}]},'X':null}", ""},
-        {"segment", "{'office':['10.0.0.0/8']}", ""},
-        {"static_route", "{'META':{'VERSION':'2.0'},'X':1}", ""},
-        {"static_route6", "{'META':{'VERSION':'1.0'}}", "{'META':{'VERSION':'1.1.0'},'staticRoute6':[]}"},
-        {"servicePort", "{'PREDEFINED':[],'USER_DEFINED':[{'service':'a','own':1},7]}",
-         "{'dbversion':'0.0.3','PREDEFINED':[],'USER_DEFINED':[{'service':'a','own':1,'protocol':'','ports':'"
-         "',"
-         "'remark':'','internal_name':''},7]}"},
-    };
-    for (const auto& [name, before, after] : cases) {
-        Json::Value document = json(before);
-        EXPECT_EQ(nm::migrate_document(name, document), NM_OK) << before;
-        EXPECT_EQ(document, json(after.empty() ? before : after)) << nm::write_compact_json(document);
+    for (const Json::Value& row : golden("migration")) {  // name, document before and after, words of the log
+        const LogTail log;
+        Json::Value document = row[1];
+        EXPECT_EQ(nm::migrate_document(row[0].asString(), document), NM_OK) << row;
+        EXPECT_EQ(document, row[2]) << row;
+        EXPECT_TRUE(log.has(row[3].asString())) << row;
     }
     for (const std::string& name : migrated_documents()) {
         for (const char* text : {"[]", "7", "'text'", "null"}) {
@@ -114,26 +80,8 @@ TEST(Migration, ChangesNothingTheSecondTimeAndLosesNoMember) {
 }
 
 TEST(DictDiffer, NamesWhatWasAddedRemovedAndChanged) {
-    const struct {
-        std::string before, after, lines;
-    } cases[] = {
-        {"{'a':1}", "{'a':1}", "0 added, 0 removed, 0 changed\n"},
-        {"{'a':1,'b':{'c':[1,2]}}", "{'b':{'c':[1,3],'d/e~f':null}}",
-         "- /a: 1\n~ /b/c/1: 2 -> 3\n+ /b/d~1e~0f: null\n1 added, 1 removed, 1 changed\n"},
-        {"{'l':[1,2,3]}", "{'l':[0,1,2,3]}", "+ /l/0: 0\n1 added, 0 removed, 0 changed\n"},
-        {"{'l':[1,2,3]}", "{'l':[1,3]}", "- /l/1: 2\n0 added, 1 removed, 0 changed\n"},
-        {"{'l':[1,1]}", "{'l':[1,1,1]}", "+ /l/2: 1\n1 added, 0 removed, 0 changed\n"},
-        {"[]", "{}", "~ : [] -> {}\n0 added, 0 removed, 1 changed\n"},
-        {"{'PASSWORD':'geheim','u':{'Psk':'geheim'}}", "{'PASSWORD':'geheim2','u':7}",
-         "~ /PASSWORD: '***' -> '***'\n~ /u: {'Psk':'***'} -> 7\n0 added, 0 removed, 2 changed\n"},
-        {"{}", "{'KEYS':['geheim',{'x':'geheim'}],'v':[{'apiToken':'geheim','KEYBOARD':'us'}]}",
-         "+ /KEYS: '***'\n+ /v: [{'KEYBOARD':'us','apiToken':'***'}]\n2 added, 0 removed, 0 changed\n"},
-        {"{'SECRETS':[{'v':'geheim'}]}", "{'SECRETS':[{'v':'geheim2'}]}",
-         "~ /SECRETS/0/v: '***' -> '***'\n0 added, 0 removed, 1 changed\n"},
-    };
-    for (const auto& [before, after, lines] : cases) {
-        Json::Value a = json("{'d':" + before + "}")["d"], b = json("{'d':" + after + "}")["d"];
-        EXPECT_EQ(show_difference(DictDiffer(a, b).report()), quoted(lines)) << before << after;
+    for (const Json::Value& row : golden("difference")) {  // before, after, the lines
+        EXPECT_EQ(show_difference(DictDiffer(row[0], row[1]).report()), row[2].asString()) << row;
     }
     Json::Value many;
     many[1499] = 1;

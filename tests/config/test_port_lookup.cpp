@@ -1,9 +1,7 @@
 // Lookups between port, interface, role and kind.
 
-#include "config/downlinks.h"
-#include "config/port_lookup.h"
-#include "config/tcp_window.h"
-#include "sandbox_fixture.h"
+#include "golden.h"
+#include "networkinterface.h"
 
 using namespace fixture;
 using namespace std::string_literals;
@@ -12,19 +10,9 @@ namespace {
 
 const std::string kPath = "/etc/networkmanagement/lookup.json";
 
-const std::string kDocument = quoted(R"({'dbversion':'1.0.2', 'EXTRA_PORT':{'PORT9':{'INTERFACE':'swdev9'}},
-    'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'}, 'PORT10':{'INTERFACE':'swdev10'}, 'PORT7':{'INTERFACE':'both'},
-                'PORT8':{}},
-    'PRIVATE_PORT':{'PORT2':{'INTERFACE':'swdev2'}, 'PORT7':{'INTERFACE':'private7'}},
-    'RGLINK_PORT':{'PORT3':{'INTERFACE':'swdev3'}, 'PORT6':{'INTERFACE':'swdev6'}},
-    'LAN_PORT':{'PORT4':{'INTERFACE':'swdev4'}, 'PORT5':{'INTERFACE':'both'}, 'PORT7':{'INTERFACE':'lan7'}},
-    'WAN_IFACE_INFO':{'swdev1':{'ID':'5','IP4_TYPE':'PPPOE'}, 'swdev10':{'ID':'0'}, 'both':{}, '':{}},
-    'PRIVATE_IFACE_INFO':{'swdev2':{'IP4_TYPE':'PPPOE'}}, 'RGLINK_IFACE_INFO':{'swdev3':{'IP4_TYPE':'PPPOE'}},
-    'LAN_IFACE_INFO':{'swdev4':{'IP4_TYPE':'PPPOE'}}, 'NONE_IFACE_INFO':{'nothing':{}}})");
-
 struct Lookup : testing::Test {
-    File file{kPath, kDocument};
-    Json::Value root = json(kDocument);
+    Json::Value root = golden("lookup");
+    File file{kPath, root.toStyledString()};
 
     /// Rows of key, expected name and expected result. A name "-" stands for none.
     template <class Function>
@@ -70,19 +58,7 @@ TEST_F(Lookup, IdIsStoredOrThePortsNumber) {
 }
 
 TEST(Downlinks, AreThoseOfTheUplinkThatAreServedOrRelayed) {
-    const File file(kPath,
-                    quoted("{'LAN_IFACE_INFO':{"
-                           "'lan1':{'IP6_UPLINK':'PORT1','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8::1',"
-                           "'IP6_PREFIX':'60','IP6_SERVICE_TYPE':'SLAAC_RDNSS'},"
-                           "'lan2':{'IP6_UPLINK':'PORT1','IP6_TYPE':'RELAY'},"
-                           "'lan3':{'IP6_UPLINK':'PORT1','IP6_TYPE':'RELAY','IP6_ADDR':'2001:db8::3',"
-                           "'IP6_SERVICE_TYPE':'STATEFUL'},"
-                           "'lan4':{'IP6_UPLINK':'PORT1','IP6_ADDR':'2001:db8::4'},"
-                           "'lan5':{'IP6_UPLINK':'PORT1','IP6_SERVICE_TYPE':'STATEFUL'},"
-                           "'lan6':{'IP6_UPLINK':'PORT10','IP6_TYPE':'RELAY','IP6_ADDR':'2001:db8::6',"
-                           "'IP6_SERVICE_TYPE':'STATEFUL'},"
-                           "'lan7':{'IP6_TYPE':'RELAY'}, 'lo':{'IP6_UPLINK':'PORT2','IP6_TYPE':'RELAY'},"
-                           "'lan8':'RELAY', 'lan9':{'IP6_UPLINK':7,'IP6_TYPE':'RELAY'}}}"));
+    const File file(kPath, golden("downlinks").toStyledString());
     const auto names = [](auto collect, const std::string& uplink) {
         std::vector<ipv6_downlink> list(1);
         EXPECT_EQ(collect(uplink, kPath, list), NM_OK);
@@ -103,14 +79,8 @@ TEST(Downlinks, AreThoseOfTheUplinkThatAreServedOrRelayed) {
 }
 
 TEST(TcpWindow, IsATenthOfTheSummedRates) {
-    const std::string text =
-        "{'WAN_PORT':{'P':{'RX_RATE':'1000000','TX_RATE':'2000000'},'Q':{'ISP_BW':'4000000'},"
-        "'R':{'ISP_BW':7000000,'TX_RATE':'0100009 "
-        "bit/s'},'S':{'ISP_BW':'800000','RX_RATE':1,'TX_RATE':null},'N':{'RX_RATE':'-5000000','TX_RATE':' "
-        "-1','ISP_BW':'7'},"
-        "'T':7},'PRIVATE_PORT':{'U':{'ISP_BW':'500000','TX_RATE':'700000'}},"
-        "'RGLINK_PORT':{'V':{'ISP_BW':'90000000'}},'LAN_PORT':{'W':{'ISP_BW':'90000000'}}}";
-    for (const auto& [document, code] : {std::pair(quoted(text), 0), std::pair("{"s, NM_ERR_PARSE)}) {
+    for (const auto& [document, code] :
+         {std::pair(golden("rates").toStyledString(), 0), std::pair("{"s, NM_ERR_PARSE)}) {
         const File file(kPath, document);
         EXPECT_EQ(scale_tcp_window(kPath), code);
         EXPECT_EQ(slurp("/proc/sys/net/ipv4/tcp_rmem"), "4096\t87380\t630000\n");

@@ -116,6 +116,8 @@ TEST(DocumentScope, ParsesEachStateOfADocumentOnce) {
     EXPECT_EQ(twice(), "c parsed c");
     put(path, "no JSON");
     EXPECT_EQ(twice(), "-1032 parsed -1032 parsed");
+    put(path, "");
+    EXPECT_EQ(reading(), "-1020") << "an empty file is none";
     fs::remove(path);
     EXPECT_EQ(reading(), "-1020");
 }

@@ -1,17 +1,16 @@
 // The handlers as a caller of the bus sees them: arguments of all kinds, documents that are kept or put back,
 // records in the system's log, and what is left behind.
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include <atomic>
-#include <optional>
 
 #include "bus_world.h"
 #include "config/nmconfig.h"
 #include "conforms.h"
 #include "control/handlers/vs_reply.h"
+#include "golden.h"
 #include "result_codes.h"
 #include "stand_in.h"
 #include "utils/handles.h"
@@ -25,18 +24,14 @@ testing::Environment* const served = testing::AddGlobalTestEnvironment(new Serve
 const std::string kStore = "/etc/networkmanagement/", kRun = "/var/run/network/";
 const std::string kRestore = "/sbin/iptables-restore";
 
-const std::string kDevice =
-    "{'WAN_PORT':{'PORT3':{'INTERFACE':'swdev3'},'PORT4':{'INTERFACE':'swdev4'}},"
-    "'RGLINK_PORT':{'PORT5':{'INTERFACE':'swdev5'}},'PRIVATE_PORT':{'PORT6':{'INTERFACE':'lo'}},"
-    "'LAN_PORT':{'PORT7':{'INTERFACE':'swdev7','MODE':'trunk'}},"
-    "'WAN_IFACE_INFO':{'swdev3':{'IP4_TYPE':'STATIC','IP4_ADDR':'10.3.0.1','IP4_PREFIX':'24',"
-    "'IP6_DHCP_PD':'ENABLED'},'swdev4':{'IP4_TYPE':'PPPOE'}},"
-    "'RGLINK_IFACE_INFO':{'swdev5':{'IP4_TYPE':'DHCP'}},"
-    "'PRIVATE_IFACE_INFO':{'lo':{'IP4_TYPE':'STATIC','IP4_ADDR':'127.0.0.1'}},'LAN_IFACE_INFO':{'lo':{'IP4_"
-    "TYPE':'STATIC'},'br_v0':{}},'META':{'VERSION':'1'},'dbversion':'7'}";
+/// A null asks without a request.
+std::string ask_with(const Json::Value& method, const Json::Value& request) {
+    return ask(method.asString(), request.isNull() ? "" : nm::write_compact_json(request));
+}
 
 struct Handlers : testing::Test {
-    const File booted{"/var/run/network/.boot_fin"}, device{kDeviceInfoPath, quoted(kDevice)};
+    const File booted{"/var/run/network/.boot_fin"},
+        device{kDeviceInfoPath, golden("handlers_device").toStyledString()};
 };
 
 /// Every method, with every kind of request that holds no arguments.
@@ -78,54 +73,6 @@ TEST_F(Handlers, JudgeTheirArguments) {
     const File file(kStore + "vpn.json", "{}");
     const FakeService overlay("VelanWsd.service", {{"Setup_vbelt_server", "{'error':-7}"}});
     const FakeService daemons("das", {{"apply_devid_mgmt", "{\"error\":0}"}});
-    const std::string vpn = ",'path':'/etc/networkmanagement/vpn.json'";
-    const struct {
-        std::string method, request, answer;
-    } cases[] = {
-        {"Setup_vvpn", "{'type':'local_vbelt'}", "-1022 Arg. [type] or [path] should not be empty!"},
-        {"Setup_vvpn", "{'type':[]" + vpn + "}", "-1022 Arg. [type] or [path] should not be empty!"},
-        {"Setup_vvpn", "{'type':'x','path':'/etc'}", "-1020 Arg. [path] config doesn't exist."},
-        {"Setup_vvpn", "{'type':'x'" + vpn + "}", "-1001 Arg. [type] is invalid or not supported."},
-        {"Setup_vvpn", "{'type':'velan_vbelt'" + vpn + "}", "-1032 Setup_vbelt_server() failed."},
-        {"SetupVelanDeamons", "{'local_mgmt':'1'}", "-1901"},
-        {"SetupVelanDeamons", "{'local_mgmt':{},'dev_id':'5'}", "-1901"},
-        {"SetupVelanDeamons", "{'local_mgmt':'1','dev_id':5}", "0"},
-        {"RenewDHCPClientIP", "{}", "-1022 Arg. [portname] or [ifname] should not be empty!"},
-        {"RenewDHCPClientIP", "{'portname':'PORT9'}", "-1002 Get ifname failed!"},
-        {"RenewDHCPClientIP", "{'ifname':'swdev9'}", "-1002 Get ifname failed!"},
-        {"RenewDHCPClientIP", "{'portname':'PORT7'}", "-1003 Create WanIfaceInfo instance failed."},
-        {"RenewDHCPClientIP", "{'portname':'PORT3'}", "-1008 IP4_TYPE is not equal to DHCP!"},
-        {"RenewDHCPClientIP", "{'portname':'PORT4'}", "-1008 IP4_TYPE is not equal to DHCP!"},
-        {"RenewDHCPClientIP", "{'ifname':'ppp-swdev4'}", "-1008 IP4_TYPE is not equal to DHCP!"},
-        {"SyslogCarrierStat", "{'carrier':'up'}", "-1022 Arg. [ifname] should not be empty!"},
-        {"SyslogCarrierStat", "{'ifname':'swdev3'}", "-1022 Arg. [carrier] should not be empty!"},
-        {"SyslogCarrierStat", "{'ifname':'swdev9','carrier':'up'}", "-1002 Get portname failed!"},
-        {"SyslogCarrierStat", "{'ifname':'swdev3','carrier':'2'}",
-         "-1001 Arg. [carrier] is invalid or not supported."},
-        {"FB_log", "{'cat_id':'C002'}", "-1022"},
-        {"FB_log", "{'cat_id':'C002','msg_id':1,'level':8}", "-1045"},
-        {"FB_log", "{'cat_id':'C002','msg_id':1,'args':'x'}", "-1012"},
-        {"FB_log", "{'cat_id':'C002','msg_id':1,'args':[[]]}", "-1012"},
-        {"FB_log", "{'cat_id':'C002','msg_id':'a b'}", "-1011"},
-        {"FB_log", "{'cat_id':'C002','msg_id':'1\\n2'}", "-1012"},
-        {"Get_ifname_by_portname", "{'path':'/none'}", "-1022 null"},
-        {"Get_ifname_by_portname", "{'portname':'PORT4'}", "0 ppp-swdev4"},
-        {"Get_ifname_by_portname", "{'portname':'PORT5','type':'RGLINK'}", "0 swdev5"},
-        {"Get_ifname_by_portname", "{'portname':'PORT6','type':'PRILINK'}", "0 lo"},
-        {"Get_ifname_by_portname", "{'portname':'PORT7','type':'LAN','path':''}", "0 swdev7"},
-        {"Get_ifname_by_portname", "{'portname':'PORT7','type':'WAN'}", "-1002 null"},
-        {"Get_ifname_by_portname", "{'portname':'PORT7','path':'/none'}", "-1020 null"},
-        {"Get_default_config", "{'type':'../../../shadow'}", "-1001 type is not suuport!"},
-        {"Get_default_config", "{}", "-1001 type is not suuport!"},
-        {"Get_default_config", "{'type':'segment'}", "0 {}"},
-        {"Get_default_config", "{'type':'site'}", "-1020 null"},
-        {"Get_lanif_list", "", "0 {'lan':['br_v0','lo']}"},
-        {"GetConfigsMetaInfo", "{}", "0 {'device_info.json':{'META':{'VERSION':'1'},'dbversion':'7'}}"},
-        {"GetConfigsMetaInfo", "{'path':'/none'}", "0 {}"},
-        {"GetConfigsMetaInfo", "{'path':'/tmp/odd'}", "0 {}"},
-        {"GetPrefixDelegationStatus", "{'path':'/none'}", "-1020 null"},
-        {"GetLanPortInfo", "{'path':'/dev/zero'}", "-1020 null"},
-        {"Get_available_lan_info", "{'path':'/tmp/odd/pipe.json'}", "-1020 null"}};
     fs::create_directories("/tmp/odd");
     for (const std::string type :
          {"device_info", "hw_port_info", "dhcp_service", "firewall", "policy", "segment", "site", "qos",
@@ -134,8 +81,8 @@ TEST_F(Handlers, JudgeTheirArguments) {
     }
     fs::remove("/usr/lib/networkmanagement/etc/default_config/site.json");
     ASSERT_EQ(mkfifo("/tmp/odd/pipe.json", 0600), 0);
-    for (const auto& [method, request, answer] : cases) {
-        EXPECT_EQ(ask(method, request), answer) << method << request;
+    for (const Json::Value& row : golden("handler_arguments")) {  // method, request, answer
+        EXPECT_EQ(ask_with(row[0], row[1]), row[2].asString()) << row;
     }
 }
 
@@ -362,9 +309,7 @@ TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
         return quoted("{'RULES':{'SITE':[{'ACTION':'DENY','DST_IP':'" + address + "'}]}" + rest + "}");
     };
     // Forwards without any before, then with some, then a refused rule beside changed switches.
-    const struct {
-        std::string document, answer, rule, lan;
-    } steps[] = {
+    const std::array<std::string, 4> steps[] = {
         {with_rule("10.0.0.1", forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.", "10.0.0.1", ""},
         {with_rule("10.0.0.2", forward("10.0.0.8")), "0 ", "10.0.0.2", "10.0.0.8"},
         {with_rule("10.0.0.3", ",'ALG':'0'" + forward("10.6.6.6")), "-1011 PORT_FORWARDING rule1 failed.",
@@ -381,11 +326,9 @@ TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
         EXPECT_EQ(kept["PORT_FORWARDING"][0]["LAN_IP"].asString(), lan) << document;
         EXPECT_EQ(kept.isMember("PORT_FORWARDING"), !lan.empty()) << document;
     }
-    std::string helpers;
-    for (const std::string& line : FakeService::take_calls()) {
-        helpers += line.rfind("modprobe", 0) != 0 ? "" : line.find("<-r>") != std::string::npos ? "-" : "+";
-    }
-    EXPECT_THAT(helpers, testing::MatchesRegex("(-+)[+]+(-+)")) << "taken out, loaded, taken out again";
+    EXPECT_THAT(FakeService::take_text({"modprobe <"}, "; "),
+                testing::MatchesRegex("(-r[^;]*; )+([^-;]*; )+(-r[^;]*; )+"))
+        << "taken out, loaded, taken out again";
     // A list that is refused in the middle leaves no route that came before.
     const auto& routes = rows[2];
     const std::string other =
@@ -406,16 +349,8 @@ TEST_F(Documents, GoBackAsFarAsTheyWereRefused) {
     FakeService::take_calls();
     put(policy, classes("5", "10.6.6.6"));
     EXPECT_EQ(ask("Setup_policy"), "-1011 STEER SITE rule1 failed.");
-    std::string chains;
-    for (const std::string& line : FakeService::take_calls()) {
-        chains += line.rfind("-F ", 0) == 0            ? line + "; "
-                  : line.rfind("-A POLICY -j", 0) == 0 ? line + "; "
-                                                       : "";
-    }
-    const std::string start = "-F POLICY; -A POLICY -j VTARGET --set-xmark 0xc0/960; ";
-    const std::string fifth = "-A POLICY -j VTARGET --set-xmark 320/960 --return; ";
-    const std::string second = "-A POLICY -j VTARGET --set-xmark 128/960 --return; ";
-    EXPECT_EQ(chains, start + fifth + "-F STEER; " + start + second);
+    EXPECT_EQ(FakeService::take_text({"-F ", "-A POLICY -j VTARGET --set-xmark "}, "; "),
+              "POLICY; 0xc0/960; 320/960 --return; STEER; POLICY; 0xc0/960; 128/960 --return; ");
 }
 
 TEST_F(Documents, OfRatesAreReadByTheirService) {
@@ -480,71 +415,17 @@ TEST_F(Handlers, WriteRecordsToTheSystemLog) {
     const nm::FileDescriptor log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address{AF_UNIX, "/dev/log"};
     ASSERT_EQ(bind(log.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    const struct {
-        std::string method, request, priority, record;
-    } cases[] = {
-        {"SyslogCarrierStat", "{'ifname':'swdev3','carrier':'up'}", "<29>",
-         R"([event@32473 class="C002" number="320" value1="3"] WAN port 3: the link is up)"},
-        {"SyslogCarrierStat", "{'ifname':'ppp-swdev4','carrier':0}", "<28>",
-         R"([event@32473 class="C002" number="321" value1="4"] WAN port 4: the link is down)"},
-        {"SyslogCarrierStat", "{'ifname':'swdev7','carrier':'down'}", "<28>",
-         R"([event@32473 class="C002" number="327" value1="7"] LAN port 7: the link is down)"},
-        {"FB_log", "{'cat_id':'C5','msg_id':17}", "<29>", R"([event@32473 class="C5" number="17"] C5 17)"},
-        {"FB_log",
-         "{'level':'err','cat_id':'C5','msg_id':'17','args':['a]\\\\\\' $(touch /pwned);`id`',5,true]}",
-         "<27>",
-         R"([event@32473 class="C5" number="17" value1="a\]\\\" $(touch /pwned);`id`" value2="5" value3="true"])"
-         R"( C5 17 a]\" $(touch /pwned);`id` 5 true)"}};
-    for (const auto& [method, request, priority, record] : cases) {
-        EXPECT_EQ(ask(method, request).substr(0, 2).front(), '0') << request;
+    for (const Json::Value& row : golden("log_records")) {  // method, request, priority, record
+        EXPECT_EQ(ask_with(row[0], row[1]).front(), '0') << row;
         char text[1024];
         const ssize_t length = recv(log.get(), text, sizeof text, MSG_DONTWAIT);
         const std::string sent(text, length > 0 ? static_cast<std::size_t>(length) : 0);
-        EXPECT_EQ(sent.substr(0, 5), priority + "1") << sent;
+        EXPECT_EQ(sent.substr(0, 5), row[2].asString() + "1") << sent;
         const std::size_t at = sent.find("[event");
-        EXPECT_EQ(at == std::string::npos ? sent : sent.substr(at), record);
+        EXPECT_EQ(at == std::string::npos ? sent : sent.substr(at), row[3].asString());
     }
     EXPECT_FALSE(fs::exists("/pwned"));
     unlink("/dev/log");
-}
-
-// ---- What is left behind.
-
-/// Callers that hang up, one after the other and many at once, beside others that check their answers.
-TEST_F(Handlers, OutliveTheirCallers) {
-    const auto hang_up = [](const std::string& method) {
-        const nm::FileDescriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        const sockaddr_un address{AF_UNIX, "/var/run/vservice/networkmanagement.sock"};
-        EXPECT_EQ(connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        std::string request("\0\0\0", 3);
-        request += static_cast<char>(method.size());
-        request += method + std::string("\0\0\0\2{}", 6);
-        EXPECT_EQ(send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL), ssize_t(request.size()));
-    };
-    ask("Get_lanif_list");
-    std::this_thread::sleep_for(
-        std::chrono::milliseconds(200));  // its thread closes the socket behind the reply
-    const std::ptrdiff_t before = open_descriptors();
-    const auto storm = [&](int number) {
-        const std::string port = "PORT" + std::to_string(3 + number % 5);
-        const std::string names[] = {"ppp-swdev4", "swdev5", "lo", "swdev7", "swdev3"};
-        for (int i = 0; i < 10; ++i) {
-            hang_up(vs_api_methods()[static_cast<std::size_t>(number + i) % vs_api_methods().size()].name);
-            EXPECT_EQ(ask("Get_ifname_by_portname", "{'portname':'" + port + "'}"),
-                      "0 " + std::string(names[(number + 4) % 5]));
-        }
-    };
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 64; ++i) {
-        clients.emplace_back(storm, i);
-    }
-    for (std::thread& client : clients) {
-        client.join();
-    }
-    for (int tries = 0; tries < 100 && open_descriptors() != before; ++tries) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // those that nobody waits for
-    }
-    EXPECT_EQ(open_descriptors(), before);
 }
 
 }  // namespace

@@ -4,12 +4,9 @@
 #include <chrono>
 #include <thread>
 
-#include "control/edge_entries.h"
-#include "control/lan_ipv6.h"
-#include "control/lease6_event.h"
-#include "control/setup_lan.h"
 #include "fake_service.h"
-#include "main_log.h"
+#include "golden.h"
+#include "networkinterface.h"
 #include "stand_in.h"
 #include "utils/handles.h"
 
@@ -17,28 +14,8 @@ using namespace fixture;
 
 namespace {
 
-const std::string kUplinks =
-    "'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'},'PORT2':{'INTERFACE':'swdev2'}},'WAN_IFACE_INFO':{"
-    "'swdev1':{'IP4_TYPE':'DISABLED','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:f::1','IP6_GW':'2001:db8:f::2'}"
-    ","
-    "'swdev2':{'IP4_TYPE':'DISABLED','IP6_TYPE':'STATIC','IP6_ADDR':'2001:db8:e::1','IP6_GW':'2001:db8:e::2'}"
-    "},";
-const std::string kOfPort1 = "'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT1','IP6_DHCP_PD':'ENABLED',";
-const std::string kSlaac = ",'IP6_SERVICE_TYPE':'SLAAC_RDNSS'}";
-
-/// br_v1 is numbered from /48, br_v2 from no prefix yet, br_v3 has an uplink of its own, br_v4 no device.
-const std::string kLans =
-    "'LAN_IFACE_INFO':{'br_v1':{" + kOfPort1 +
-    "'IP6_ADDR':'2001:db8:1:7::1','IP6_PD_PREFIX':'2001:db8:1::/48','IP6_SERVICE_TYPE':'STATEFUL',"
-    "'IP6_RANGE_START':'2001:db8:1:7::10','IP6_RANGE_END':'2001:db8:1:7::ff',"
-    "'IP6_DNS_SERVERS':['2001:db8:1:7::1','2001:db8:53::1']},'br_v2':{" +
-    kOfPort1 + "'IP6_ADDR':'::2:0:0:0:1'" + kSlaac +
-    ",'br_v3':{'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT2','IP6_DHCP_PD':'ENABLED','IP6_ADDR':'2001:db8:1:9::1',"
-    "'IP6_PD_PREFIX':'2001:db8:1::/48'" +
-    kSlaac + ",'br_v5':{'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT1','IP6_ADDR':'2001:db8:1:8::1'}," +
-    "'br_v6':'x','br_v7':{" + kOfPort1 + "'IP6_ADDR':'2001:db8:2::1','IP6_PD_PREFIX':'2001:db8:1::/48'}," +
-    "'br_v8':{" + kOfPort1 + "'IP6_ADDR':'2001:db8:1:1234::1','IP6_PD_PREFIX':'2001:db8:1::/48'}}";
-
+/// In golden/renumbered_lans.json br_v1 is numbered from /48, br_v2 from no prefix yet, br_v3 has an uplink
+/// of its own.
 struct LanRenumbering : testing::Test {
     LanRenumbering() {
         for (const char* device : {"swdev1", "swdev2", "br_v1", "br_v2", "br_v3"}) {
@@ -62,16 +39,10 @@ struct LanRenumbering : testing::Test {
     static std::string address(const std::string& lan) {
         return exec(("ip -6 -o addr show dev " + lan + " scope global | awk '{print $4}' | xargs").c_str());
     }
-    static std::string units() {
-        std::string units;
-        for (const std::string& call : FakeService::take_calls()) {
-            units += call.rfind("systemctl", 0) == 0 ? call.substr(10) + "; " : "";
-        }
-        return units;
-    }
+    static std::string units() { return FakeService::take_text({"systemctl "}, "; "); }
 
     const File booted{"/run/network/.boot_fin"},
-        device{kDeviceInfoPath, quoted("{" + kUplinks + kLans + "}}")};
+        device{kDeviceInfoPath, golden("renumbered_lans").toStyledString()};
     const FakeService names{
         "DnsmasqMgr",
         {{"Add_addr", R"({"error":0})"}, {"Del_addr", R"({"error":0})"}, {"Restart", R"({"error":0})"}}};

@@ -1,9 +1,7 @@
 // Requests for LAN ports: which kind of port a model has and begins with, and which document a delete reads.
 
-#include "config/schema.h"
-#include "control/setup_lan.h"
 #include "fake_service.h"
-#include "kernel/bridge.h"
+#include "networkinterface.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

@@ -1,12 +1,7 @@
 // The small sections of the device document: who is reached by which request, and what the walk makes of it.
-#include "control/setup_sections.h"
 #include "fake_service.h"
-#include "sandbox_fixture.h"
+#include "networkinterface.h"
 #include "scripted_listener.h"
-#include "services/dns/name_servers.h"
-#include "services/sections/Misc.h"
-#include "services/sections/Services.h"
-#include "services/sections/Topology.h"
 #include "stand_in.h"
 
 using namespace fixture;

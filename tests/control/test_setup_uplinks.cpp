@@ -1,9 +1,7 @@
 // What follows when an uplink of some kind changes its rates: the work that depends on the set of uplinks,
 // which looks at the kinds that it is about.
 
-#include "control/setup_private.h"
-#include "control/setup_rglink.h"
-#include "control/setup_wan.h"
+#include "networkinterface.h"
 #include "stand_in.h"
 
 using namespace fixture;

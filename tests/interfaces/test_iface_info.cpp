@@ -1,8 +1,8 @@
 // The addressing side of the routed kinds: what an entry becomes, which steps run, and what is in force.
 
 #include "fake_pppoe.h"
+#include "golden.h"
 #include "interfaces/uplink/available_info.h"
-#include "sandbox_fixture.h"
 
 using namespace fixture;
 
@@ -34,10 +34,8 @@ struct Uplink : BaseWanIfaceInfo {
 
 TEST(UplinkEntry, IsFoundAndReadOrHasItsCode) {
     session = {};
-    const std::string wan = R"({'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'},'PORT10':{'INTERFACE':'swdev10'},
-        'PORT2':{'INTERFACE':''}},'WAN_IFACE_INFO':{'swdev10':{'ID':'7','IP4_PREFIX':'16','IP4_DNS':['a',5,
-        null,'b']},'swdev1.7':{'x':1},'swdev10.6':{'IP4_TYPE':'PPPOE','IP4_PREFIX':'x','IP4_DNS':'a'},'eth0':{'x':1},'swdev10.5':'text'}})";
-    const File stored("/etc/networkmanagement/stored.json", quoted(wan));
+    const std::string wan = golden("entries").toStyledString();
+    const File stored("/etc/networkmanagement/stored.json", wan);
     const std::tuple<int, const char*, fs::path, std::string, int, const char*> cases[] = {
         {KIND_WAN, "swdev10", "/p", wan, 0, R"(PORT10(7, "swdev10", 16, { "a", "b" }))"},
         {KIND_WAN, "swdev1.7", stored.path, "{}", 0, R"(PORT1(1, "swdev1.7", 24, {}))"},
@@ -90,12 +88,7 @@ TEST(Status, IsWhatIsInForce) {
     run("ip addr add 203.0.113.5/28 dev swdev1; ip addr add 198.51.100.7 dev ppp-swdev3");
     const File leases("/etc/networkmanagement/dhclient/swdev2.leases",
                       "lease {\n  fixed-address 10.0.0.9;\n  option routers 10.0.0.1;\n}\n");
-    const File document("/etc/networkmanagement/status.json",
-                        quoted(R"({'WAN_PORT':{'PORT1':{'INTERFACE':'swdev1'},
-        'PORT2':{'INTERFACE':'swdev2'},'PORT3':{'INTERFACE':'swdev3'},'PORT4':{'INTERFACE':'swdev4'}},'WAN_IFACE_INFO':{
-        'eth9':{'ID':'1'},'swdev1':{'ID':'7','IP4_TYPE':'STATIC','IP4_ADDR':'.4','IP4_GW':'g1','IP4_DNS':['1.1.1.1']},
-        'swdev2':{'IP4_TYPE':'DHCP','IP6_TYPE':'SLAAC'},'swdev3':{'IP4_TYPE':'PPPOE','IP6_TYPE':'STATIC','IP6_GW':'::1'},
-        'swdev4':{'IP4_TYPE':'PPPOE'}}})"));
+    const File document("/etc/networkmanagement/status.json", golden("status").toStyledString());
     std::vector<available_base_wan_status> wans;
     EXPECT_EQ(get_available_wan_info(wans, "/absent", 0), NM_ERR_NOT_FOUND);
     const auto show = [&](int comprehensive) {

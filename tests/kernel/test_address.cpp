@@ -6,11 +6,9 @@
 #include <chrono>
 #include <future>
 
-#include "kernel/address.h"
-#include "kernel/address_ipv6.h"
-#include "kernel/ethtool_utils.h"
 #include "kernel/netlink.h"
 #include "kernel_world.h"
+#include "networkinterface.h"
 
 using namespace kernel_world;
 using testing::ElementsAre;

@@ -27,17 +27,14 @@ TEST(RequestWaits, ForServicesThatDoNotAnswerHaveABound) {
     const Listener first(stall, directory + "first.sock"), second(stall, directory + "second.sock"),
         third(stall, directory + "third.sock");
     const LogTail log;
-    const struct {
-        std::string service;
-        int limit, code, seconds;
-    } calls[] = {{"first", 2, NM_ERR_BUS_CALL, 2},
-                 {"first", 60, NM_ERR_BUS_CALL, 0},
-                 {"fine", 60, 0, 0},
-                 {"absent", 60, NM_ERR_BUS_CALL, 0},
-                 {"absent", 60, NM_ERR_BUS_CALL, 0},
-                 {"second", 60, NM_ERR_BUS_CALL, 3},
-                 {"third", 60, NM_ERR_BUS_CALL, 1},
-                 {"fine", 60, 0, 0}};
+    const std::tuple<std::string, int, int, int> calls[] = {{"first", 2, NM_ERR_BUS_CALL, 2},
+                                                            {"first", 60, NM_ERR_BUS_CALL, 0},
+                                                            {"fine", 60, 0, 0},
+                                                            {"absent", 60, NM_ERR_BUS_CALL, 0},
+                                                            {"absent", 60, NM_ERR_BUS_CALL, 0},
+                                                            {"second", 60, NM_ERR_BUS_CALL, 3},
+                                                            {"third", 60, NM_ERR_BUS_CALL, 1},
+                                                            {"fine", 60, 0, 0}};
     {
         const nm::RequestWaits request(seconds(3));
         for (const auto& [service, limit, code, took] : calls) {

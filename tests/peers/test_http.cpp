@@ -5,10 +5,7 @@
 #include <chrono>
 
 #include "fake_service.h"
-#include "peers/bus/appliance_services.h"
-#include "peers/bus/service_bus.h"
-#include "peers/http/http.h"
-#include "peers/logs/device_log.h"
+#include "networkinterface.h"
 #include "sandbox_fixture.h"
 #include "scripted_listener.h"
 

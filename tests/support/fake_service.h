@@ -46,16 +46,23 @@ public:
     }
 
     /// All calls so far as "service.method request", and forgets them. Commands that stand_in.h recorded and
-    /// what was noted lie between them as they came.
-    static Calls take_calls() {
+    /// what was noted lie between them as they came. With `begins`, what follows these words in the calls
+    /// that begin so.
+    static Calls take_calls(const Calls& begins = {""}) {
         const std::lock_guard guard(mutex);
         take_commands();
-        return std::exchange(journal, {});
+        Calls calls;
+        for (const std::string& call : std::exchange(journal, {})) {
+            for (const std::string& begin : begins) {
+                call.rfind(begin, 0) == 0 ? calls.push_back(call.substr(begin.size())) : void();
+            }
+        }
+        return calls;
     }
-    static std::string take_text() {
+    static std::string take_text(const Calls& begins = {""}, const std::string& end = "\n") {
         std::string text;
-        for (const std::string& line : take_calls()) {
-            text += line + "\n";
+        for (const std::string& line : take_calls(begins)) {
+            text += line + end;
         }
         return text;
     }

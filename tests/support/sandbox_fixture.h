@@ -129,15 +129,20 @@ inline bool is_lock_free(const std::string& name) {
 /// What the library has logged since the object was made.
 class LogTail {
 public:
-    LogTail() {
+    explicit LogTail(std::string file = "/var/log/network/bootup.log") : file_(std::move(file)) {
         INITIALIZE_LOG("MAIN");
-        start_ = slurp(kFile).size();
+        start_ = slurp(file_).size();
     }
-    bool has(const std::string& words) const { return slurp(kFile).find(words, start_) != std::string::npos; }
+    bool has(const std::string& words) const { return slurp(file_).find(words, start_) != std::string::npos; }
 
 private:
-    static constexpr const char* kFile = "/var/log/network/bootup.log";
-    std::size_t start_;
+    std::string file_;
+    std::size_t start_ = 0;
+};
+
+/// The same for tests that run with the marker of the end of the boot.
+struct MainLog : LogTail {
+    MainLog() : LogTail("/var/log/network/main.log") {}
 };
 
 /// Its tests leave no descriptor behind; leaks of memory are told by the address sanitizer at the end.

@@ -97,10 +97,9 @@ TEST(UtilsFiles, CopyIsOpenToNoMoreUsersThanItsSource) {
     const Scratch dir;
     // Mode and group of the source, of the copy before (none for 0) and after. Group 4 is another than
     // root's.
-    const struct {
-        unsigned source, before, after;
-    } cases[] = {{0600, 0, 0600},    {0640, 0, 0640},    {0644, 0, 0644},   {0600, 0644, 0600},
-                 {0640, 0666, 0640}, {0644, 0600, 0600}, {0640, 0604, 0600}};
+    const std::tuple<unsigned, unsigned, unsigned> cases[] = {
+        {0600, 0, 0600},    {0640, 0, 0640},    {0644, 0, 0644},   {0600, 0644, 0600},
+        {0640, 0666, 0640}, {0644, 0600, 0600}, {0640, 0604, 0600}};
     for (const auto& [source, before, after] : cases) {
         put(dir / "swfrom", "PASSWORD");
         run("chgrp 4 " + (dir / "swfrom"));

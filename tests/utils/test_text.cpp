@@ -1,6 +1,7 @@
 // Addresses, lists and names; and what needs devices to be seen.
 #include <arpa/inet.h>
 
+#include "golden.h"
 #include "utils_support.h"
 
 using namespace fixture;
@@ -86,39 +87,20 @@ TEST(UtilsIp, PrefixesAgreeWithPythonAndAddressesComeBackFromTheirParts) {
 
 TEST(UtilsIp, AnAddressMovesToAnotherDelegation) {
     // Address in its old delegation, its words and host bits, and the address in the new delegation.
-    const std::tuple<const char*, const char*, const char*, const char*, const char*> moves[] = {
-        {"2001:db8:1:1234::1", "2001:db8:1::/48", "1234.0.0.0.0 ::1", "2001:db8:2::/48",
-         "2001:db8:2:1234::1"},
-        {"2001:db8:1:12::1", "2001:db8:1::/48", "12.0.0.0.0 ::1", "2001:db8:2:3400::/56",
-         "2001:db8:2:3412::1"},
-        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:2::/48",
-         "2001:db8:2:34::1"},
-        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:9:40::/58",
-         "2001:db8:9:74::1"},
-        {"2001:db8:1:1234::1", "2001:db8:1:1200::/56", "0.0.0.0 ::34:0:0:0:1", "2001:db8:9:40::/60", "-1010"},
-        {"2001:db8:1:1234::1", "2001:db8:1:1234::/64", "0.0.0.0 ::1", "2001:db8:9::/64", "2001:db8:9::1"}};
-    for (const auto& [ip, before, words, after, moved] : moves) {
+    for (const Json::Value& row : golden("moved_addresses")) {
         IP6_ADDR_OBJ parts;
         std::string now = "untouched";
-        ASSERT_EQ(cast_ip6_addr_to_obj(ip, 64, before, &parts), 0) << ip;
-        EXPECT_EQ(vector_into_string(parts.subnet_id, "", ".") + " " + parts.interface_id, words);
-        ASSERT_EQ(nm::split_ip6_prefix(after, parts.routing_prefix, parts.routing_prefix_len), 0);
+        ASSERT_EQ(cast_ip6_addr_to_obj(row[0].asString(), 64, row[1].asString(), &parts), 0) << row;
+        EXPECT_EQ(vector_into_string(parts.subnet_id, "", ".") + " " + parts.interface_id, row[2].asString());
+        ASSERT_EQ(nm::split_ip6_prefix(row[3].asString(), parts.routing_prefix, parts.routing_prefix_len), 0);
         const int ret = cast_ip6_obj_to_addr(&parts, now);
-        EXPECT_EQ(ret == 0 ? now : std::to_string(ret), moved) << ip << " to " << after;
+        EXPECT_EQ(ret == 0 ? now : std::to_string(ret), row[4].asString()) << row;
     }
-    const std::tuple<const char*, int, const char*, int> refused[] = {
-        {"2001:db8:2::1", 64, "2001:db8:1::/48", NM_ERR_BAD_PREFIX},
-        {"2001:db8::1", 129, "2001:db8::/32", NM_ERR_BAD_PREFIX},
-        {"2001:db8::1", 64, "2001:db8::/129", NM_ERR_BAD_PREFIX},
-        {"2001:db8::1", 64, "2001:db8::/32x", NM_ERR_BAD_PREFIX},
-        {"2001:db8::1", 64, "2001:db8::/", NM_ERR_BAD_PREFIX},
-        {"2001:db8::1", 64, "2001:db8::", NM_ERR_BAD_IP},
-        {"2001:db8::1", 64, "", NM_ERR_BAD_IP},
-        {"2001:db8::1\n", 64, "2001:db8::/32", NM_ERR_BAD_IP},
-        {"192.0.2.1", 64, "2001:db8::/32", NM_ERR_BAD_IP}};
-    for (const auto& [ip, length, routing, code] : refused) {
+    for (const Json::Value& row : golden("refused_addresses")) {  // address, length, delegation, code
         IP6_ADDR_OBJ parts;
-        EXPECT_EQ(cast_ip6_addr_to_obj(ip, static_cast<unsigned char>(length), routing, &parts), code) << ip;
+        const auto length = static_cast<unsigned char>(row[1].asInt());
+        EXPECT_EQ(cast_ip6_addr_to_obj(row[0].asString(), length, row[2].asString(), &parts), row[3].asInt())
+            << row;
         EXPECT_EQ(parts.prefix_len + parts.routing_prefix_len, 0) << "set on success only";
     }
 }

@@ -2,10 +2,8 @@
 // removal takes all of it back.
 
 #include "fake_service.h"
-#include "interfaces/create_info.h"
-#include "interfaces/lan/LanIfaceInfo.h"
+#include "networkinterface.h"
 #include "stand_in.h"
-#include "utils/containers.h"
 
 using namespace fixture;
 

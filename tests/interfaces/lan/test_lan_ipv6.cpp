@@ -2,9 +2,9 @@
 // a failure leaves, and that a removal takes all of it back.
 
 #include "fake_service.h"
+#include "golden.h"
 #include "interfaces/lan/LanIfaceInfo.h"
 #include "interfaces/lan/delegation.h"
-#include "main_log.h"
 #include "stand_in.h"
 
 using namespace fixture;
@@ -78,12 +78,7 @@ TEST_F(LanIpv6, ComesAndGoesWithWhatItsTypesMean) {
     const std::string address = "2001:db8:9:1::1/64; ";
     const std::string routed = address + "from 2001:db8:9:1::1/64; default via 2001:db8:1::1 dev swdev1; ";
     const std::string gone = "stop nm-6relayd@br_v12, ";
-    struct {
-        const char* what;
-        std::string entry;
-        bool booted;
-        std::string force, started, stopped;
-    } const rows[] = {
+    const std::tuple<const char*, std::string, bool, std::string, std::string, std::string> rows[] = {
         {"another prefix has source rules", kOther + kSlaac, true, routed, "restart nm-radvd, ",
          "stop nm-radvd, " + gone},
         {"and a server, if it is managed", kOther + kManaged, true, routed,
@@ -100,24 +95,24 @@ TEST_F(LanIpv6, ComesAndGoesWithWhatItsTypesMean) {
         {"nothing", kSlaac, true, "", "", ""},
         {"nothing by an empty type", "'IP6_TYPE':''," + kSlaac, true, "", "", ""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        row.booted ? put("/run/network/.boot_fin", "") : (void)fs::remove("/run/network/.boot_fin");
-        LanIfaceInfo lan = info(row.entry);
+    for (const auto& [what, entry, booted, force, started, stopped] : rows) {
+        SCOPED_TRACE(what);
+        booted ? put("/run/network/.boot_fin", "") : (void)fs::remove("/run/network/.boot_fin");
+        LanIfaceInfo lan = info(entry);
         EXPECT_EQ(lan.add_info(OPT_IP6), 0);
-        EXPECT_EQ(in_force(), row.force);
-        EXPECT_EQ(units_of(FakeService::take_calls()), row.started);
-        EXPECT_EQ(fs::exists(kServer), row.started.find("dhcpd6") != std::string::npos);
-        EXPECT_EQ(fs::exists(kBlock), row.entry.find("STATIC") != std::string::npos && !row.stopped.empty());
+        EXPECT_EQ(in_force(), force);
+        EXPECT_EQ(units_of(FakeService::take_calls()), started);
+        EXPECT_EQ(fs::exists(kServer), started.find("dhcpd6") != std::string::npos);
+        EXPECT_EQ(fs::exists(kBlock), entry.find("STATIC") != std::string::npos && !stopped.empty());
         EXPECT_TRUE(!fs::exists(kServer) ||
                     std::system(("dhcpd -6 -t -q -cf " + kServer + " 2>&1").c_str()) == 0);
         EXPECT_TRUE(!fs::exists(kBlock) ||
                     std::system(("radvd -c -C " + kBlock + " 2>/dev/null").c_str()) == 0);
         EXPECT_EQ(lan.add_info(OPT_IP6), 0) << "once more";
-        EXPECT_EQ(in_force(), row.force);
+        EXPECT_EQ(in_force(), force);
         (void)FakeService::take_calls();
         EXPECT_EQ(lan.del_info(OPT_IP6), 0);
-        EXPECT_EQ(units_of(FakeService::take_calls()), row.stopped);
+        EXPECT_EQ(units_of(FakeService::take_calls()), stopped);
         EXPECT_EQ(
             in_force() + exec("grep '#' /etc/hosts; find /run/network/ipv6 /etc/networkmanagement/dhcp6 "
                               "/var/lib/dhcpd6 -type f ! -name '*.withdrawn'"),
@@ -257,24 +252,10 @@ TEST_F(LanIpv6, FailsWithItsCodeAndLeavesNothing) {
 }
 
 TEST(LanDelegation, GivesTheLifetimesOfTheFirstPrefixThatHoldsTheAddress) {
-    const auto element = [](const std::string& length, const std::string& preferred,
-                            const std::string& valid) {
-        return "{'prefix':'2001:db8:9::','length':" + length + ",'pltime':" + preferred +
-               ",'vltime':" + valid + "}";
-    };
-    const std::tuple<std::string, uint32_t, uint32_t> rows[] = {
-        {element("'48'", "'600'", "'900'"), 600, 900},
-        {element("48", "600", "900"), 600, 900},
-        {"'x',7,null," + element("'64'", "'1'", "'2'") + "," + element("'48'", "'600'", "'900'"), 600, 900},
-        {element("'48'", "'4294967296'", "'99999999999999999999'"), 4294967295U, 4294967295U},
-        {element("'48'", "'0'", "'900'"), 0, 0},
-        {element("'48'", "'901'", "'900'"), 0, 0},
-        {element("'48'", "'600\\n'", "'900'"), 0, 0},
-        {element("'48'", "'-1'", "'900'"), 0, 0},
-        {element("'129'", "'1'", "'900'") + "," + element("[]", "{}", "'900'"), 0, 0}};
-    for (const auto& [list, preferred, valid] : rows) {
-        const nm::Lifetimes found = nm::delegated_lifetimes(json("[" + list + "]"), "2001:db8:9:1::1");
-        EXPECT_EQ(std::make_pair(found.preferred, found.valid), std::make_pair(preferred, valid)) << list;
+    for (const Json::Value& row : golden("delegations")) {  // list, preferred and valid lifetime
+        const nm::Lifetimes found = nm::delegated_lifetimes(row[0], "2001:db8:9:1::1");
+        EXPECT_EQ(found.preferred, row[1].asUInt()) << row;
+        EXPECT_EQ(found.valid, row[2].asUInt()) << row;
     }
     EXPECT_EQ(nm::delegated_lifetimes("x", "2001:db8:9:1::1").valid, 0U);
 }

@@ -2,19 +2,11 @@
 // becomes of sessions. What all kinds do alike is in test_wan_info.cpp and in tests/system.
 #include <vpppoe.h>
 
-#include "config/schema.h"
-#include "control/setup_private.h"
-#include "control/setup_rglink.h"
 #include "fake_pppoe.h"
 #include "fake_service.h"
-#include "interfaces/create_info.h"
-#include "interfaces/uplink/PrivateIfaceInfo.h"
-#include "interfaces/uplink/PrivateInterface.h"
-#include "interfaces/uplink/RGLinkIfaceInfo.h"
-#include "interfaces/uplink/RGLinkInterface.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
-#include "interfaces/uplink/available_info.h"
+#include "golden.h"
 #include "kernel_world.h"
+#include "networkinterface.h"
 #include "stand_in.h"
 
 using namespace kernel_world;
@@ -52,13 +44,7 @@ struct UplinkKinds : testing::Test {
     }
     /// The calls since the last to these services, or to all of them, without their names.
     static Calls told(const Lines& services = {"nm-hmgr.", "VelanWmd.", "VelanWsd.service.", "pppoe."}) {
-        Calls calls;
-        for (const std::string& call : FakeService::take_calls()) {
-            for (const std::string& service : services) {
-                call.rfind(service, 0) == 0 ? calls.push_back(call.substr(service.size())) : void();
-            }
-        }
-        return calls;
+        return FakeService::take_calls(services);
     }
     static PrivateIfaceInfo circuit(const std::string& info, const std::string& port = kPort) {
         return {"swdev3", kPath, json(document("PRIVATE", info, port))};
@@ -106,19 +92,11 @@ TEST_F(UplinkKinds, AreMadeByNumberAndByName) {
 
 TEST(NewPorts, HaveTheDefaultsOfTheirKindAndModel) {
     const File ports("/etc/networkmanagement/hw_port_info.json", R"({"PORT3":{"INTERFACE":"lan7"}})");
-    const std::string common =
-        "{'INTERFACE':'swdev3','ISP_BW':'1000000000','RX_RATE':'1000000000','TX_RATE':'1000000000',"
-        "'MTU':'1500','PRIO':'3','DEV_TYPE':";
-    const std::map<std::string, std::string> models{
-        {"SOLA_301W", common + "'ethernet','SPEED':'AUTO','VLAN_ID':'0'}"},
-        {"KERO_201", common + "'ethernet','EDMA_BMP':'4','EDMA_VLAN_TAG':'4093'}"},
-        {"VM", common + "'virtio'}"},
-        {"VSola-321", "null"},
-        {"OTHER", "null"}};
-    for (const auto& [model, entry] : models) {
+    const Json::Value models = golden("default_uplinks");
+    for (const std::string& model : models.getMemberNames()) {
         const LogTail log;
-        EXPECT_EQ(generate_default_rglink_port("PORT3", model), json(entry)) << model;
-        EXPECT_EQ(log.has("Model [" + model + "] is not support!"), entry == "null") << model;
+        EXPECT_EQ(generate_default_rglink_port("PORT3", model), models[model]) << model;
+        EXPECT_EQ(log.has("Model [" + model + "] is not support!"), models[model].isNull()) << model;
         EXPECT_EQ(generate_default_private_port("PORT3", model), generate_default_wan_port("PORT3", model));
     }
     EXPECT_EQ(generate_default_private_port("PORT3", "VSola-321")["INTERFACE"], "lan7");

@@ -2,9 +2,7 @@
 // the services, in which order and with which result.
 
 #include "fake_service.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
-#include "interfaces/uplink/WanInterface.h"
-#include "peers/bus/qos_rate.h"
+#include "networkinterface.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;

@@ -1,11 +1,8 @@
 // The IPv6 side of WAN ports: addresses, routes and rules, the LANs that have theirs from the port, and the
 // client with what it reports.
 
-#include "control/lease6_event.h"
-#include "interfaces/uplink/WanIfaceInfo.h"
-#include "interfaces/uplink/available_info.h"
-#include "kernel/link.h"
 #include "kernel_world.h"
+#include "networkinterface.h"
 #include "services/leases/ipv6_record.h"
 #include "stand_in.h"
 #include "utils/handles.h"

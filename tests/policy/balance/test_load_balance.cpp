@@ -31,7 +31,7 @@ struct LoadBalance : testing::Test {
 TEST_F(LoadBalance, WritesTheGoldenScripts) {
     const FakeService monitor("VelanWmd", {{"Reload_condition", kFine}});
     int cases = 0;
-    for (const fs::path& file : fs::directory_iterator(NM_POLICY_DIR "/balance/golden/load_balance")) {
+    for (const fs::path& file : fs::directory_iterator(NM_TEST_DIR "/balance/golden/load_balance")) {
         if (file.extension() != ".json") {
             continue;
         }

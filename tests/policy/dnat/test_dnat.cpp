@@ -2,6 +2,7 @@
 // line leaves. Packets through them are shown in the test machine.
 
 #include "control/edge_entries.h"
+#include "golden.h"
 #include "kernel_world.h"
 #include "policy/dnat/dnat.h"
 #include "stand_in.h"
@@ -25,67 +26,17 @@ std::string forward(const std::string& members) {
 }
 
 TEST(Forward, HasTheLinesOfItsKind) {
-    const std::string to = " -j DNAT --to-destination 10.0.0.5", masq = "-A HAIRPIN_MASQ -d 10.0.0.5";
-    const std::string in = "-A PORT_FORWARDING -i swdev2", pin = "-A HAIRPIN_FWD";
-    const std::string end =
-        " -m conntrack --ctstate DNAT --ctorigdst 192.0.2.2 -j MARK --set-mark 4098/4111\n";
-    const std::string reply = "-A DNATPREROUTING";
-    const auto three = [&](const std::string& wan, const std::string& target, const std::string& lan) {
-        return in + wan + to + target + "\n" + pin + wan + to + target + "\n" + masq + lan +
-               " -j MASQUERADE\n";
-    };
-    const struct {
-        std::string rule, sets, nat, mangle;
-    } cases[] = {
-        {forward("'TCP_WAN_PORT':'80','LAN_PORT':'8080'"), "",
-         three(" -p tcp --dport 80", ":8080", " -p tcp --dport 8080"), reply + " -p tcp --sport 8080" + end},
-        {forward("'TCP_WAN_PORT':80,'LAN_PORT':8080"), "",
-         three(" -p tcp --dport 80", ":8080", " -p tcp --dport 8080"), reply + " -p tcp --sport 8080" + end},
-        {forward("'TCP_WAN_PORT':'80','LAN_PORT':['8080']"), "", "", ""},
-        {forward("'TCP_WAN_PORT':'80','ALLOWED_REMOTE_IPS':[['1.2.3.4']]"), "", "", ""},
-        {forward("'UDP_WAN_PORT':'8000-8010','LAN_PORT':'9000-9010'"), "",
-         three(" -p udp --dport 8000:8010", "", " -p udp --dport 9000:9010"),
-         reply + " -p udp --sport 9000:9010" + end},
-        {forward("'TCP_WAN_PORT':'80,443'"), "",
-         three(" -p tcp -m multiport --dports 80,443", "", " -p tcp -m multiport --dports 80,443"),
-         reply + " -p tcp -m multiport --sport 80,443" + end},
-        {forward("'TCP_WAN_PORT':'80,81','UDP_WAN_PORT':'5','LAN_PORT':'7'"), "",
-         three(" -p tcp -m multiport --dports 80,81", ":7", " -p tcp -m multiport --dports 7") +
-             three(" -p udp --dport 5", ":7", " -p udp --dport 7"),
-         reply + " -p tcp --sport 7" + end + reply + " -p udp --sport 7" + end},
-        {forward("'PROTOCOL':'ESP'"), "",
-         in + " -p esp " + to + "\n" + pin + " -p esp " + to + "\n" + masq + " -p esp -j MASQUERADE\n",
-         reply + " -p esp" + end},
-        {forward("'PROTOCOL':'tcp'"), "", "", ""},
-        {forward(
-             "'TCP_WAN_PORT':'22','IPSET_NAME':'DNAT4','ALLOWED_REMOTE_IPS':['198.51.100.0/24',7,'1.2.3.4']"),
-         "flush DNAT4\nadd DNAT4 198.51.100.0/24\nadd DNAT4 7\nadd DNAT4 1.2.3.4\n",
-         in + " -m set --match-set DNAT4 src -p tcp --dport 22" + to + "\n" + pin +
-             " -m set --match-set DNAT4 src -p tcp --dport 22" + to + "\n" + masq +
-             " -p tcp --dport 22 -j MASQUERADE\n",
-         reply + " -p tcp --sport 22" + end},
-        {"{'TYPE':'1to1NAT','ACTION':'ENABLE','WAN_PORTNAME':'PORT2','LAN_IP':'10.0.0.5','LAN_PORT':'1',"
-         "'TCP_WAN_PORT':'2'}",
-         "", in + to + "\n", reply + end},
-        {"{'TYPE':'1to1NAT','ACTION':'ENABLE','WAN_PORTNAME':'PORT3','LAN_IP':'10.0.0.5'}", "",
-         "-A PORT_FORWARDING -i ppp-swdev3" + to + "\n", ""},
-        {forward("'TCP_WAN_PORT':'22','ACTION':'DISABLE'"), "", "", ""},
-        {forward("'TCP_WAN_PORT':'22','TYPE':'foo'"), "", "", ""},
-        {forward("'TCP_WAN_PORT':'1 -j ACCEPT'"), "", "", ""},
-        {forward("'PROTOCOL':'esp','IPSET_NAME':'a\\nadd b','ALLOWED_REMOTE_IPS':['1.2.3.4']"), "", "", ""},
-        {"7", "", "", ""},
-    };
     Json::Value device = device_document();
     std::vector<available_base_wan_status> wans(2);
     wans[0].ifname = "swdev2", wans[0].ip4.addr = "192.0.2.2", wans[1].ifname = "ppp-swdev3";
-    for (const auto& one : cases) {
-        Json::Value rule = json("[" + one.rule + "]")[0];
+    for (const Json::Value& row : golden("forward_lines")) {  // the entry, then lines of sets, nat and mangle
+        Json::Value rule = row[0];
         std::string sets, nat, mangle;
         gen_dnat_rule(rule, device, sets, nat);
         gen_dnat_prerouting_rule(rule, device, wans, mangle);
-        EXPECT_EQ(sets, one.sets) << one.rule;
-        EXPECT_EQ(nat, one.nat) << one.rule;
-        EXPECT_EQ(mangle, one.mangle) << one.rule;
+        EXPECT_EQ(sets, row[1].asString()) << row;
+        EXPECT_EQ(nat, row[2].asString()) << row;
+        EXPECT_EQ(mangle, row[3].asString()) << row;
     }
 }
 
@@ -109,24 +60,7 @@ TEST_F(Forwards, AreLoadedAsThreeScripts) {
                             forward("'TCP_WAN_PORT':'81','ALLOWED_REMOTE_IPS':['1.2.3.4']") + "," +
                             forward("'TYPE':'foo','TCP_WAN_PORT':'82'") + ",null]");
     EXPECT_EQ(setup_dnat(old, list, error, kDevice), 0) << "only the restore command's words tell a failure";
-    EXPECT_EQ(
-        StandIn::take(),
-        "ipset <restore>\ncreate DNAT1 hash:net --exist\ncreate DNAT2 hash:net --exist\n"
-        "create DNAT3 hash:net --exist\nflush DNAT1\nadd DNAT1 1.2.3.4\n"
-        "iptables-restore <-n>\n*nat\n-F PORT_FORWARDING\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n"
-        "-A PORT_FORWARDING -i swdev2 -p tcp --dport 80 -j DNAT --to-destination 10.0.0.5\n"
-        "-A HAIRPIN_FWD -p tcp --dport 80 -j DNAT --to-destination 10.0.0.5\n"
-        "-A HAIRPIN_MASQ -d 10.0.0.5 -p tcp --dport 80 -j MASQUERADE\n"
-        "-A PORT_FORWARDING -i swdev2 -m set --match-set DNAT1 src -p tcp --dport 81 -j DNAT "
-        "--to-destination 10.0.0.5\n"
-        "-A HAIRPIN_FWD -m set --match-set DNAT1 src -p tcp --dport 81 -j DNAT --to-destination 10.0.0.5\n"
-        "-A HAIRPIN_MASQ -d 10.0.0.5 -p tcp --dport 81 -j MASQUERADE\nCOMMIT\n"
-        "iptables-restore <-n>\n*mangle\n-F DNATPREROUTING\n"
-        "-A DNATPREROUTING -p tcp --sport 80 -m conntrack --ctstate DNAT --ctorigdst 192.0.2.2 -j MARK "
-        "--set-mark 4098/4111\n"
-        "-A DNATPREROUTING -p tcp --sport 81 -m conntrack --ctstate DNAT --ctorigdst 192.0.2.2 -j MARK "
-        "--set-mark 4098/4111\n"
-        "-A DNATPREROUTING -m mark --mark 4096/4096 -j ACCEPT\nCOMMIT\n");
+    EXPECT_EQ(StandIn::take(), slurp(NM_TEST_DIR "/golden/forward_scripts.txt"));
     EXPECT_EQ(list[0]["IPSET_NAME"], "DNAT0");
     EXPECT_EQ(list[2]["ACTION"], "DISABLE");
     std::string args = "{}";
@@ -149,11 +83,7 @@ TEST_F(Forwards, AreRefusedBeforeAnythingIsTouched) {
     for (int i = 0; i < 100; ++i) {
         hundred += "{'WAN_PORTNAME':'PORT" + std::to_string(i) + "'},";
     }
-    const struct {
-        std::string list;
-        int result;
-        std::string words, error;
-    } cases[] = {
+    const std::tuple<std::string, int, std::string, std::string> cases[] = {
         {"{}", -1012, "conf is not arrayValue", ""},
         {"[" + hundred + "{}]", -1012, "conf size is larger than 100", ""},
         {"[" + hundred + "null]", -1012, "conf size is larger than 100", ""},
@@ -169,12 +99,12 @@ TEST_F(Forwards, AreRefusedBeforeAnythingIsTouched) {
         {"[" + forward("'TCP_WAN_PORT':'1','ALLOWED_REMOTE_IPS':['1.2.3.4 x']") + "]", -1011, "",
          "PORT_FORWARDING rule1 failed."},
     };
-    for (const auto& one : cases) {
-        Json::Value list = json(one.list);
+    for (const auto& [text, result, words, reply] : cases) {
+        Json::Value list = json(text);
         error = "";
-        EXPECT_EQ(setup_dnat(none, list, error, kDevice), one.result) << one.list;
-        EXPECT_TRUE(log.has(one.words + one.error)) << one.words;
-        EXPECT_EQ(error, one.error);
+        EXPECT_EQ(setup_dnat(none, list, error, kDevice), result) << text;
+        EXPECT_TRUE(log.has(words + reply)) << words;
+        EXPECT_EQ(error, reply);
     }
     Json::Value list = json("[" + web + "]");
     EXPECT_EQ(setup_dnat(none, list, error, "/absent.json"), -1020);

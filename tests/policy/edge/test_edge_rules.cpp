@@ -1,11 +1,7 @@
 // Edge rules as iptables takes them and as the kernel has them afterwards, and the commands of ipset edits.
 // The match on IP options is no part of stock iptables: its lines are compared with what reaches the restore
 // command, all others are loaded.
-#include "control/edge_entries.h"
-#include "kernel/ipset.h"
-#include "policy/edge/alg.h"
-#include "policy/edge/attack_defense.h"
-#include "policy/edge/tcp_mss.h"
+#include "networkinterface.h"
 #include "stand_in.h"
 
 using namespace fixture;

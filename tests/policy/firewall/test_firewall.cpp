@@ -3,11 +3,7 @@
 // do to packets, is shown in the test machine, whose kernel has the target VTARGET.
 
 #include "fake_service.h"
-#include "policy/firewall/firewall.h"
-#include "policy/firewall/firewall_rule.h"
-#include "policy/firewall/hostname_sets.h"
-#include "policy/firewall/nat_rules.h"
-#include "policy/firewall/policy.h"
+#include "networkinterface.h"
 #include "stand_in.h"
 #include "utils/handles.h"
 
@@ -16,7 +12,7 @@ using namespace fixture;
 namespace {
 
 const std::string kMap = "/var/run/network/dnsmasq.d/ipset.conf";
-const std::string kGolden = NM_POLICY_DIR "/firewall/golden";
+const std::string kGolden = NM_TEST_DIR "/firewall/golden";
 const std::string kAbsent = "case $* in *absent* | 'destroy HOSTNAME1') echo; exit 1;; esac";
 
 Json::Value document(const fs::path& path) {

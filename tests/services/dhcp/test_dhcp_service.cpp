@@ -2,12 +2,8 @@
 // write.
 #include <ctime>
 
-#include "control/setup_dhcp.h"
-#include "sandbox_fixture.h"
-#include "services/dhcp/DhcpService.h"
-#include "services/dhcp/dhcp_defaults.h"
-#include "services/dhcp/server_leases.h"
-#include "services/dhcp/server_reservations.h"
+#include "golden.h"
+#include "networkinterface.h"
 
 namespace {
 
@@ -28,24 +24,18 @@ std::string pool(const std::string& first, const std::string& last) {
     return "'START_IP':'192.168.1." + first + "','END_IP':'192.168." + last + "'";
 }
 
-/// A change of the configuration, the code that comes of it, and what is in the new file, else words of the
-/// log.
-struct Row {
-    std::string patch;
-    int code;
-    std::string expected;
-};
-
 class Dhcp : public testing::Test {
 protected:
     Dhcp() : lan("lan0", true) { run("ip addr add 192.168.1.1/24 dev lan0"); }
 
     /// The service of an entry that differs from a plain one in the members of `patch`.
     std::unique_ptr<DhcpService> service(const std::string& patch, const std::string& kind = "SERVER") {
+        return service_of(json("{" + patch + "}"), kind);
+    }
+    std::unique_ptr<DhcpService> service_of(const Json::Value& patch, const std::string& kind = "SERVER") {
         Json::Value entry = json("{'SERVICE':'" + kind + "','LEASE_TIME':'600'," + pool("10", "1.20") + "}");
-        const Json::Value changes = json("{" + patch + "}");
-        for (const std::string& key : changes.getMemberNames()) {
-            entry[key] = changes[key];
+        for (const std::string& key : patch.getMemberNames()) {
+            entry[key] = patch[key];
         }
         put(kDhcpServicePath, "{\"DHCP_SERVICE\":{\"lan0\":" + nm::write_compact_json(entry) + "}}");
         DhcpService* made = nullptr;
@@ -67,64 +57,27 @@ std::string values(const std::string& words) {
 }
 
 TEST_F(Dhcp, FileIsWhatTheDaemonTakesOrStaysAsItWas) {
-    constexpr int kBad = NM_ERR_BAD_FORMAT;
-    const std::vector<Row> rows{
-        {"", 0, "10 192.168.1.20;"},
-        {hosts(host("15")), 0, "10 192.168.1.14;16 192.168.1.20;"},
-        {hosts(host("10")), 0, "11 192.168.1.20;"},
-        {hosts(host("20") + "," + host("12") + "," + host("13")), 0, "10 192.168.1.11;14 192.168.1.19;"},
-        {hosts(host("12") + "," + host("14") + "," + host("12")), 0,
-         "10 192.168.1.11;13 192.168.1.13;15 192.168.1.20;"},
-        {pool("1", "1.5"), 0, "2 192.168.1.5;"},
-        {pool("0", "1.255"), 0, "0 192.168.1.0;2 192.168.1.255;"},
-        {pool("20", "1.10"), 0, "12 192.168.1.18;"},
-        {pool("1", "1.2") + "," + hosts(host("2")), 0, ""},
-        {pool("1", "1.1"), NM_ERR_POOL_EMPTY, ""},
-        {hosts(host("11", "a\\nb\\r}{;\\u0000\\\"\xff;") + "," + host("20", "\\\"};x")), 0,
-         "10 192.168.1.10;12 192.168.1.19;"},
-        {"'LEASE_TIME':4294967295,'PRIMARY_DNS':'ns-1.example.org'", 0, "10 192.168.1.20;"},
-        {"'LEASE_TIME':''", NM_ERR_EMPTY, "information is not sufficient."},
-        {"'LEASE_TIME':'08'", kBad, "Bad lease time: 08"},
-        {"'LEASE_TIME':'4294967296'", kBad, "Bad lease time"},
-        {"'LEASE_TIME':'600;\\nallow bootp'", kBad, "Bad lease time"},
-        {"'START_IP':'0.0.0.0'", kBad, "dhcp start ip address error. ip: 0.0.0.0"},
-        {"'END_IP':'255.255.255.255'", kBad, "dhcp end ip address error. ip: 255"},
-        {"'END_IP':'no'", NM_ERR_BAD_IP, "Compute the network address fail. ip: no mask: 255.255.255.0"},
-        {"'END_IP':'192.168.1.10\\u0000\\n}'", NM_ERR_BAD_IP, "Bad IP address: 192.168.1.10"},
-        {pool("9", "2.9"), kBad, " -> not the same subnet."},
-        {"'START_IP':'192.168.2.9','END_IP':'192.168.2.19'", NM_ERR_BAD_VALUE,
-         " -> option_router is not in the same"},
-        {pool("1", "1.1") + "," + hosts(host("2")), kBad,
-         "\nreserved ip is not in range ip. start: 192.168.1.1, end: 192.168.1.1, ip: 1"},
-        {hosts(host("15", "")), NM_ERR_EMPTY,
-         "\ninformation is insufficient.\ncurrent reserved_ip info is:\n{\n"},
-        {hosts(host("15") + ",7"), NM_ERR_EMPTY, "information is insufficient."},
-        {hosts("{'DEVICE_NAME':'a','IP4_ADDR':['192.168.1.15']," + kMac + "}"), NM_ERR_EMPTY,
-         "is insufficient."},
-        {hosts(host("15", "tv", "'MAC':{'A':'00:11:22:33:44:55'}")), NM_ERR_EMPTY, "is insufficient."},
-        {hosts(host("15", "tv", "'MAC':'00:11:22:33:44'")), kBad, "\nmac address is invalid. mac: 00"},
-        {hosts(host("15", "tv", "'MAC':'00:11:22:33:44:55\\u0000;}'")), kBad, "more than an address"},
-        {hosts("{'DEVICE_NAME':'a','IP4_ADDR':'0.0.0.0'," + kMac + "}"), kBad,
-         "\nreserved ip address error. ip: 0"},
-        {hosts(host("15;")), NM_ERR_BAD_IP, "\nipaddr_to_hostint fail. ip: 192.168.1.15;"},
-        {"'SECONDARY_DNS':'1.1.1.1;\\n}'", NM_ERR_BAD_IP, "Bad DNS server: 1.1.1.1;"},
-        {"'DNS_SERVERS':['2001:db8::1']", NM_ERR_BAD_IP, "Bad DNS server: 2001:db8::1"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.patch);
+    const std::string check =
+        "dhcpd -t -4 -q -cf " + std::string(kConf) + " >/tmp/check 2>&1 || { cat /tmp/check; false; }";
+    // Members of the entry that differ, the code, and the ranges of the file or words of the log.
+    for (const Json::Value& row : golden("dhcp_entries")) {
+        SCOPED_TRACE(row);
         put(kConf, "old");
         const LogTail log;
-        EXPECT_EQ(service(row.patch)->gen_dhcpserver_conf(), row.code);
+        EXPECT_EQ(service_of(row[0])->gen_dhcpserver_conf(), row[1].asInt());
         EXPECT_FALSE(fs::exists(kConf + std::string(".tmp")));
-        if (row.code == NM_OK || row.code == NM_ERR_POOL_EMPTY) {
-            EXPECT_EQ(values("range 192.168.1."), row.expected);
-            run("dhcpd -t -4 -q -cf " + std::string(kConf) +
-                " >/tmp/check 2>&1 || { cat /tmp/check; false; }");
+        if (row[1] == NM_OK || row[1] == NM_ERR_POOL_EMPTY) {
+            EXPECT_EQ(values("range 192.168.1."), row[2].asString());
+            run(check);
         } else {
             EXPECT_EQ(slurp(kConf), "old");
-            EXPECT_TRUE(log.has(row.expected));
+            EXPECT_TRUE(log.has(row[2].asString()));
         }
     }
+    const std::string hostile = host("11", "a\\nb\\r}{;\\u0000\\\"\xff;") + "," + host("20", "\\\"};x");
+    EXPECT_EQ(service(hosts(hostile))->gen_dhcpserver_conf(), NM_OK);
+    EXPECT_EQ(values("range 192.168.1."), "10 192.168.1.10;12 192.168.1.19;");
+    run(check);
 }
 
 TEST_F(Dhcp, FileHoldsTheseLines) {
@@ -134,16 +87,7 @@ TEST_F(Dhcp, FileHoldsTheseLines) {
     server->update_option_router("192.168.1.254");
     put(kConf + std::string(".tmp"), std::string(4096, '}'));  // what a killed call left
     ASSERT_EQ(server->gen_dhcpserver_conf(), NM_OK);
-    EXPECT_EQ(slurp(kConf),
-              quoted("max-lease-time 600;\ndefault-lease-time 600;\nddns-update-style interim;\n"
-                     "allow booting;\nallow bootp;\nclass 'pxeclients' {\n"
-                     "match if substring(option vendor-class-identifier,0,9)='PXEClient';\n}\n"
-                     "subnet 192.168.1.0 netmask 255.255.255.0{\ninterface 'lan0';\n"
-                     "range 192.168.1.10 192.168.1.14;\nrange 192.168.1.16 192.168.1.20;\n"
-                     "option routers 192.168.1.254;\n"
-                     "option domain-name-servers 9.9.9.9,1.1.1.1,1.1.1.1;\nhost 192.168.1.15 {\n"
-                     "#dev_name 'tv';\nhardware ethernet 00:11:22:33:44:55;\n"
-                     "fixed-address 192.168.1.15;\n}\n}\n"));
+    EXPECT_EQ(slurp(kConf), slurp(NM_TEST_DIR "/golden/dhcpd.conf"));
     ASSERT_EQ(service(pool("1", "1.1"))->gen_dhcpserver_conf(), NM_ERR_POOL_EMPTY);
     EXPECT_TRUE(slurp(kConf).find(quoted("{\ninterface 'lan0';\n}\n")) != std::string::npos);
     ASSERT_EQ(service("")->gen_dhcpserver_conf(), NM_OK);
@@ -171,23 +115,14 @@ TEST_F(Dhcp, OutsideOfItsPoolTheServerIsNotStarted) {
 }
 
 TEST_F(Dhcp, RelayEnvironment) {
-    const std::vector<Row> rows{
-        {"'192.168.1.7','10.9.9.9','192.168.1.8'", 0,
-         "SERVERS='192.168.1.7 10.9.9.9 192.168.1.8'\nUIF_CMD='-iu lan0'"},
-        {"'192.168.1.7','127.0.0.1'", 0, "SERVERS='192.168.1.7 127.0.0.1'\nUIF_CMD='-iu lan0 -iu lo'"},
-        {"'10.9.9.9'", NM_ERR_BAD_FORMAT, "Could not find the upstream network Interface!"},
-        {"", NM_ERR_BAD_FORMAT, "RELAY_SERVERS is empty."},
-        {"'192.168.1.7; touch /tmp/broken'", NM_ERR_BAD_IP, "Bad IP address: "},
-        {"'192.168.1.7\\u0000\\nX=1'", NM_ERR_BAD_IP, "Bad IP address: "},
-        {"'192.168.1.7',['192.168.1.8']", NM_ERR_BAD_IP, "Bad IP address: "},
-        {"{'A':1}", NM_ERR_BAD_IP, "Bad IP address: "},
-    };
-    for (const Row& row : rows) {
+    for (const Json::Value& row : golden("dhcp_relays")) {  // servers, code, the file or words of the log
         put(kRelay, "old");
         const LogTail log;
-        EXPECT_EQ(service("'RELAY_SERVERS':[" + row.patch + "]", "RELAY")->gen_dhcrelay_env_conf(), row.code);
-        EXPECT_EQ(slurp(kRelay), row.code == NM_OK ? quoted(row.expected) : "old") << row.patch;
-        EXPECT_TRUE(row.code == NM_OK || log.has(row.expected)) << row.patch;
+        Json::Value patch;
+        patch["RELAY_SERVERS"] = row[0];
+        EXPECT_EQ(service_of(patch, "RELAY")->gen_dhcrelay_env_conf(), row[1].asInt());
+        EXPECT_EQ(slurp(kRelay), row[1] == NM_OK ? row[2].asString() : "old") << row;
+        EXPECT_TRUE(row[1] == NM_OK || log.has(row[2].asString())) << row;
     }
     EXPECT_FALSE(fs::exists("/tmp/broken"));
 }
@@ -246,25 +181,11 @@ TEST_F(Dhcp, LeaseFile) {
 }
 
 TEST_F(Dhcp, ReservationsReadBack) {
-    const std::string block = "#dev_name \"a\";\nhardware ethernet m;\nfixed-address 1.2.3.4;\n";
-    const std::string one =
-        "[{'ALIVE':0,'DEVICE_NAME':'a','EXPIRES':'Reservation','IP4_ADDR':'1.2.3.4','MAC':'m'}]";
-    const std::vector<std::pair<std::string, std::string>> rows{
-        {"", "''"},
-        {"host x {\n" + block + "}\n", one},
-        {"host x {\n" + block + "}", one},
-        {"host x { \n" + block + "}\n", "''"},
-        {"host x {\n" + block + "hardware ethernet n;\n}\nhost y {\n" + block + "}\n", one},
-        {"host x {\n#dev_name \"a\";\n}\nhost x {\n" + block + "}\n", one},
-        {"\n\n{\n}\nhost{\n" + block + "\n}\n", one},
-        {"host x {\n#dev_name;\n" + block.substr(15) + "}\n",
-         std::string(one).replace(one.find("'a'"), 3, "''")},
-    };
-    for (const auto& [text, expected] : rows) {
-        put(kConf, text);
+    for (const Json::Value& row : golden("reservations")) {  // the file, what is read
+        put(kConf, row[0].asString());
         Json::Value out;
         ASSERT_EQ(get_reserved_ip("lan0", out), NM_OK);
-        EXPECT_EQ(out["RESERVATION"], json("{'l':" + expected + "}")["l"]) << text;
+        EXPECT_EQ(out["RESERVATION"], row[1]) << row;
     }
     ASSERT_EQ(service(hosts(host("11", "a\\nb\\t}{;\\\"\\\\;")))->gen_dhcpserver_conf(), NM_OK);
     Json::Value out;
@@ -336,13 +257,9 @@ TEST_F(Dhcp, Targets) {
     }
 }
 
-TEST_F(Dhcp, OldDocumentsGainKeysAndLoseNothing) {
-    Json::Value document = json("{'X':1,'DHCP_SERVICE':{'a':{'LEASE_TIME':'60','OWN':[1]},'b':{},'c':null}}");
+TEST_F(Dhcp, DocumentsAreWrittenIfTheyGainKeys) {
+    Json::Value document = json("{'DHCP_SERVICE':{'a':{'OWN':[1]}}}");
     ASSERT_EQ(migrate_dhcp_service(document, "/tmp/old.json"), NM_OK);
-    const Json::Value a = document["DHCP_SERVICE"]["a"];
-    EXPECT_TRUE(a["LEASE_TIME"] == "60" && a["OWN"].size() == 1 && a.size() == 11);
-    EXPECT_TRUE(a["SERVICE"] == "DISABLED" && a["START_IP"] == "" && a["RELAY_SERVERS"].isArray());
-    EXPECT_TRUE(document["X"] == 1 && document["DHCP_SERVICE"]["b"].empty());
     EXPECT_EQ(json(slurp("/tmp/old.json")), document);
     fs::remove("/tmp/old.json");
     EXPECT_EQ(migrate_dhcp_service(document, "/tmp/old.json"), NM_OK);

@@ -1,8 +1,6 @@
 // Name servers by owner, the configured ones and the sets of host names.
+#include "networkinterface.h"
 #include "sandbox_fixture.h"
-#include "services/dns/dns.h"
-#include "services/dns/hostname_ipset.h"
-#include "services/dns/name_servers.h"
 #include "utils/handles.h"
 
 using namespace fixture;

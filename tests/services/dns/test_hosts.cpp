@@ -7,11 +7,9 @@
 
 #include <future>
 
-#include "control/edge_entries.h"
 #include "fake_service.h"
+#include "networkinterface.h"
 #include "sandbox_fixture.h"
-#include "services/dns/hosts.h"
-#include "services/dns/name_servers.h"
 #include "services/files/line_file.h"
 #include "utils/handles.h"
 

@@ -1,10 +1,8 @@
 // The files of router advertisements and DHCPv6 servers, letter by letter and against the daemons' own
 // checks, and what is done to their units.
 
-#include "services/radv/dhcpd6.h"
-#include "services/radv/radvd.h"
+#include "networkinterface.h"
 #include "stand_in.h"
-#include "utils/locks.h"
 
 namespace {
 
