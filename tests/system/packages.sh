@@ -39,6 +39,7 @@ run_in_sandbox() {
 # Both worlds wait more than they work.
 run_worlds() {
     run_in_sandbox build >"$BUILD/results/packages-build.log" 2>&1 &
+    check "lintian has nothing to complain of" "$SOURCE_DIR/scripts/package" --lint
     run_in_sandbox packages || tap_failed=1
     wait $! || tap_failed=1
     cat "$BUILD/results/packages-build.log"
