@@ -40,11 +40,16 @@ void for_each_name(const std::string& stem, Work work) {
     }
 }
 
+/// A text goes on behind a NUL, where inet_pton() ends.
+bool is_address(const std::string& text) {
+    return text.find('\0') == std::string::npos && is_valid_ip6(text.c_str());
+}
+
 void append_servers(const std::string& text, Json::Value& servers) {
     std::istringstream words(text);
     std::string word;
     while (words >> word && servers.size() < kMembers) {
-        if (is_valid_ip6(word.c_str())) {
+        if (is_address(word)) {
             servers.append(word);
         }
     }
@@ -129,7 +134,7 @@ Json::Value read_advertisements(const Variable& variable) {
     for_each_name("nd", [&](const std::string& router) {
         const std::string from = variable(router + "_from");
         const std::string lifetime = number(variable(router + "_lifetime"));
-        const bool leads_on = !lifetime.empty() && lifetime != "0" && is_valid_ip6(from.c_str());
+        const bool leads_on = !lifetime.empty() && lifetime != "0" && is_address(from);
         gateway = gateway.empty() && leads_on ? from : gateway;
         take_own_address(variable, router, ra);
         take_links(variable, router, ra);
