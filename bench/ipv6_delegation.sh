@@ -1,33 +1,18 @@
 #!/bin/bash
 # An uplink that asks for an address and a prefix by DHCPv6, and a LAN that is numbered from it: the time from the request
 # to the first answer that a client of the LAN gets from the internet, by nm_bin and by systemd-networkd from its files,
-# with the same provider; and what part of ours our own programs take. Ratios count.
+# with the same provider; and what part of ours our own programs take. Ratios count. Then how long 1, 10 and 50 LANs take to
+# follow another prefix, and until a client of the first has an address of it.
 set -euo pipefail
 
-[[ -e /run/network/.sandbox ]] || {
-    echo "ipv6_delegation: not in the sandbox; run scripts/bench" >&2
-    exit 2
-}
-
+source "$(dirname "$0")/../scripts/lib/bench-world"
 source "$(dirname "$0")/../scripts/lib/ipv6-world"
-BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
-readonly BUILD ROUNDS=${ROUNDS:-7} NETWORKD=/lib/systemd/systemd-networkd
-readonly LOG=/var/log/network/main.log DOCUMENT=/etc/networkmanagement/device_info.json
-export PATH=$BUILD/bin:$PATH
-peers=()
+readonly ROUNDS=${ROUNDS:-7} NETWORKD=/lib/systemd/systemd-networkd
 networkd=""
-trap 'kill "${peers[@]}"; systemctl stop dnsmasqmgr' EXIT
 
 make_world() {
-    touch /run/network/.boot_fin
-    : >/run/network/resolv.dnsmasq
-    nm-base-rules 2>/dev/null
-    printf 'model=VM\ndevid=0\nlocal_mgmt=0\n' >/etc/networkmanagement/ncaas.conf
-    ncaas &
-    peers+=("$!")
-    overlayd /dev/null &
-    peers+=("$!")
-    systemctl start dnsmasqmgr
+    prepare_device 0
+    start_peers
     ip netns add isp1
     at_once isp1
     ip link add swdev1 up type veth peer name far netns isp1
@@ -37,7 +22,6 @@ make_world() {
     delegate6 1 isp1 far 2001:db8:100::/48 56 600
     peers+=("$(<"$world6/kea1.pid")")
     computer6 pc br_v1
-    until [[ -S /run/vservice/VelanWmd.sock && -S /run/vservice/ncaas.sock ]]; do sleep 0.05; done
 }
 
 write_document() {
@@ -130,6 +114,56 @@ median() {
     awk -v c="$2" '{print $c}' "/run/took.$1" | sort -n | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'
 }
 
+# write_lans COUNT: as many LANs, numbered from a prefix of 48 bits.
+write_lans() {
+    write_document
+    jq --argjson count "$1" 'def hex: [., . / 16 | floor] | "\("0123456789abcdef"[.[1]:.[1] + 1])\("0123456789abcdef"[.[0] % 16:.[0] % 16 + 1])";
+        .LAN_IFACE_INFO.br_v1 as $lan | reduce range(1; $count + 1) as $n (.; .LAN_IFACE_INFO["br_v\($n)"] = $lan + {
+            IP6_ADDR: "2001:db8:100:\($n | hex)::1", IP6_PD_PREFIX: "2001:db8:100::/48"})' "$DOCUMENT" >/run/lans.json
+    mv /run/lans.json "$DOCUMENT"
+}
+
+lans() {
+    nm_bin Setup_laninfo "$(jq -c --argjson act "$1" --arg path "$DOCUMENT" '.LAN_IFACE_INFO | map_values({ops: 2, $act, $path})' \
+        "$DOCUMENT")" >/dev/null 2>>/run/bench.errors
+}
+
+eventually_numbered() {
+    local deadline=$((SECONDS + 60))
+    until [[ -n $(address6 pc "$1") ]]; do
+        ((SECONDS < deadline)) || { echo "ipv6_delegation: no address of $1" >&2 && exit 1; }
+        sleep 0.02
+    done
+}
+
+# renumber PREFIX: as an event of the client does when the provider delegates this prefix.
+renumber() {
+    local record=/run/network/ipv6/swdev1.json begun=$EPOCHREALTIME ended
+    jq -c --arg prefix "$1" '.dhcp6.prefixes = [{prefix: $prefix, length: "48", pltime: "3000", vltime: "4000"}] |
+        .pdInfo = .dhcp6.prefixes | .curr_pd_prfx = $prefix | .curr_pd_prfx_len = "48"' "$record" >/run/record.json
+    cp /run/record.json "$record"
+    nm_bin Lease6_event swdev1 apply >/dev/null
+    ended=$EPOCHREALTIME
+    eventually_numbered "${1%::}:"
+    echo "$begun $ended $EPOCHREALTIME"
+}
+
+# measure_renumbering COUNT: medians of three rounds, milliseconds of the event and until the client has an address.
+measure_renumbering() {
+    local round prefix
+    write_lans "$1"
+    request wan swdev1 1
+    until jq -e '.curr_gateway != "" and .curr_pd_prfx != ""' /run/network/ipv6/swdev1.json >/dev/null; do sleep 0.1; done
+    lans 1
+    for round in 1 2 3; do
+        prefix=2001:db8:$((100 + round))::
+        renumber "$prefix"
+    done | awk '{print ($2 - $1) * 1000, ($3 - $1) * 1000}' >/run/took.renumbering
+    printf 'renumbering of %2d LANs: %6.0f ms, a client has an address after %6.0f ms\n' "$1" "$(median renumbering 1)" "$(median renumbering 2)"
+    lans 2
+    request wan swdev1 2
+}
+
 [[ -x $NETWORKD ]] || { echo "ipv6_delegation: $NETWORKD is missing" >&2 && exit 1; }
 make_world
 write_document
@@ -142,3 +176,5 @@ printf 'ms, medians of %d: request to the first answer\n' "$ROUNDS"
 printf '%-10s %8.0f\n' ours "$(median library 1)" networkd "$(median networkd 1)"
 printf 'of ours: requests %.0f, events %.0f (%.0f %%)\n' "$(median library 2)" "$(median library 3)" \
     "$(awk -v t="$(median library 1)" -v r="$(median library 2)" -v e="$(median library 3)" 'BEGIN {print 100 * (r + e) / t}')"
+for ((n = 2; n <= 50; n++)); do echo "link add br_v$n up type veth peer name far$n"; done | ip -batch -
+for count in 1 10 50; do measure_renumbering "$count"; done

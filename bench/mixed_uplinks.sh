@@ -4,31 +4,8 @@
 # daemon is started, whose unit would be most of the time.
 set -euo pipefail
 
-[[ -e /run/network/.sandbox ]] || {
-    echo "mixed_uplinks: not in the sandbox; run scripts/bench" >&2
-    exit 2
-}
-
-BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
-readonly BUILD ROUNDS=9 KINDS=(WAN PRIVATE RGLINK)
-readonly LOG=/var/log/network/main.log DOCUMENT=/etc/networkmanagement/device_info.json
-export PATH=$BUILD/bin:$PATH
-peers=()
-trap 'kill "${peers[@]}"; systemctl stop dnsmasqmgr' EXIT
-
-start_peers() {
-    touch /run/network/.boot_fin
-    nm-base-rules
-    printf 'model=VM\ndevid=0\nlocal_mgmt=0\n' >/etc/networkmanagement/ncaas.conf
-    ncaas &
-    peers+=("$!")
-    overlayd /dev/null &
-    peers+=("$!")
-    systemctl start dnsmasqmgr
-    for name in ncaas rmgmtd VelanWsd.service VelanWmd nm-hmgr DnsmasqMgr; do
-        until [[ -S /run/vservice/$name.sock ]]; do sleep 0.02; done
-    done
-}
+source "$(dirname "$0")/../scripts/lib/bench-world"
+readonly ROUNDS=9 KINDS=(WAN PRIVATE RGLINK)
 
 plug_in() {
     local n
@@ -121,6 +98,7 @@ by_step() {
     ours 2
 }
 
+prepare_device 0
 start_peers
 plug_in
 for count in 4 16 64; do

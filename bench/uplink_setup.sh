@@ -3,27 +3,12 @@
 # peers answering and with none of them there; where the library's time goes; the processes of one request.
 set -euo pipefail
 
-[[ -e /run/network/.sandbox ]] || {
-    echo "uplink_setup: not in the sandbox; run scripts/bench" >&2
-    exit 2
-}
-
-BUILD=$(readlink -f "${NM_BUILD_DIR:-build}")
-readonly BUILD ROUNDS=30
-readonly LOG=/var/log/network/main.log PATH_OF_DOCUMENT=/etc/networkmanagement/device_info.json
-export PATH=$BUILD/bin:$PATH
-peers=()
-
-end_peers() {
-    [[ ${#peers[@]} == 0 ]] || { kill "${peers[@]}" && wait "${peers[@]}" 2>/dev/null; } || true
-    peers=()
-    systemctl stop dnsmasqmgr
-}
-trap end_peers EXIT
+source "$(dirname "$0")/../scripts/lib/bench-world"
+readonly ROUNDS=30
 
 # The provider's router, and behind it a host, which is the router itself.
 make_world() {
-    touch /run/network/.boot_fin
+    prepare_device 1
     ip netns add isp
     ip link add swdev1 type veth peer name uplink netns isp
     ip link set swdev1 up
@@ -31,16 +16,14 @@ make_world() {
     ip -n isp link set uplink up
     ip -n isp addr add 10.1.0.1/24 dev uplink
     ip -n isp addr add 203.0.113.9/32 dev lo
-    nm-base-rules
-    printf 'model=VM\ndevid=1\nlocal_mgmt=0\n' >/etc/networkmanagement/ncaas.conf
 }
 
 store_document() {
     jq -n '{WAN_PORT: {PORT1: {INTERFACE: "swdev1", DEV_TYPE: "ethernet", MTU: "1500", PRIO: "1",
         ISP_BW: "1000000000"}}, WAN_IFACE_INFO: {swdev1: {ID: "1", IP4_TYPE: "STATIC", IP4_ADDR: "10.1.0.2",
-        IP4_PREFIX: "24", IP4_GW: "10.1.0.1", IP6_TYPE: "DISABLED"}}}' >"$PATH_OF_DOCUMENT"
+        IP4_PREFIX: "24", IP4_GW: "10.1.0.1", IP6_TYPE: "DISABLED"}}}' >"$DOCUMENT"
     for act in 1 2; do
-        jq -nc --arg path "$PATH_OF_DOCUMENT" --argjson act "$act" \
+        jq -nc --arg path "$DOCUMENT" --argjson act "$act" \
             '{swdev1: {ops: 1, act: $act, path: $path}}' >"/run/request$act"
     done
 }
@@ -69,17 +52,6 @@ compare() {
         "ip -batch /run/bare.ip && ipset restore </run/bare.sets" \
         "ip -batch /run/bare.undo && ipset restore </run/bare.sets.undo" 2>/run/bench.errors ||
         { cat /run/bench.errors >&2 && return 1; }
-}
-
-start_peers() {
-    ncaas &
-    peers+=("$!")
-    overlayd /dev/null &
-    peers+=("$!")
-    systemctl start dnsmasqmgr
-    for name in ncaas rmgmtd VelanWsd.service VelanWmd nm-hmgr DnsmasqMgr; do
-        until [[ -S /run/vservice/$name.sock ]]; do sleep 0.02; done
-    done
 }
 
 by_step() {
