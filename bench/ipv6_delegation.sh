@@ -117,7 +117,7 @@ median() {
 # write_lans COUNT: as many LANs, numbered from a prefix of 48 bits.
 write_lans() {
     write_document
-    jq --argjson count "$1" 'def hex: [., . / 16 | floor] | "\("0123456789abcdef"[.[1]:.[1] + 1])\("0123456789abcdef"[.[0] % 16:.[0] % 16 + 1])";
+    jq --argjson count "$1" 'def digit: . as $n | "0123456789abcdef"[$n:$n + 1]; def hex: (. / 16 | floor | digit) + (. % 16 | digit);
         .LAN_IFACE_INFO.br_v1 as $lan | reduce range(1; $count + 1) as $n (.; .LAN_IFACE_INFO["br_v\($n)"] = $lan + {
             IP6_ADDR: "2001:db8:100:\($n | hex)::1", IP6_PD_PREFIX: "2001:db8:100::/48"})' "$DOCUMENT" >/run/lans.json
     mv /run/lans.json "$DOCUMENT"
@@ -159,7 +159,8 @@ measure_renumbering() {
         prefix=2001:db8:$((100 + round))::
         renumber "$prefix"
     done | awk '{print ($2 - $1) * 1000, ($3 - $1) * 1000}' >/run/took.renumbering
-    printf 'renumbering of %2d LANs: %6.0f ms, a client has an address after %6.0f ms\n' "$1" "$(median renumbering 1)" "$(median renumbering 2)"
+    printf 'renumbering of %2d LANs: %6.0f ms, a client has an address after %6.0f ms\n' "$1" \
+        "$(median renumbering 1)" "$(median renumbering 2)"
     lans 2
     request wan swdev1 2
 }
