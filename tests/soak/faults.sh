@@ -9,7 +9,7 @@ set -euo pipefail
 source "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/../support/world.sh"
 source "$support_dir/uplink_world.sh"
 
-readonly SCENARIOS=(mtu static-add static-alter static-delete lan-add dhcp-service)
+readonly SCENARIOS=(mtu static-add static-alter static-delete lan-add dhcp-service lan6-add address6 renumber6)
 readonly SERVICE=/etc/networkmanagement/dhcp_service.json
 every=1 error=5 scenarios=()
 request=()
@@ -32,9 +32,16 @@ make_world() {
     nm-base-rules
     printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf
     ip link add br_v10 index 20 up type bridge
+    ip link add br_v11 index 21 up type veth peer name client
+    ip link set client up
+    echo 0 | tee /proc/sys/net/ipv6/conf/{br_v11,swdev2}/accept_dad >/dev/null
     g++ -std=c++17 -O1 -Wall -Wextra -Werror -o "$scratch/fault_injector" "$support_dir/../soak/fault_injector.cpp"
     document "$DEVICE_INFO" '. + {VLAN_SEG: {"10": {INTERFACE: "br_v10", VLANS: ["10"], MTU: "1500", STP: "0"}},
-        LAN_IFACE_INFO: {br_v10: {IP4_TYPE: "STATIC", IP4_ADDR: "10.0.10.1", IP4_PREFIX: "24"}}}'
+        LAN_IFACE_INFO: {br_v10: {IP4_TYPE: "STATIC", IP4_ADDR: "10.0.10.1", IP4_PREFIX: "24"},
+            br_v11: {IP4_TYPE: "DISABLED", IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:200:1::1", IP6_UPLINK: "PORT2",
+                IP6_SERVICE_TYPE: "STATEFUL", IP6_RANGE_START: "2001:db8:200:1::10", IP6_RANGE_END: "2001:db8:200:1::ff",
+                IP6_DHCP_PD: "ENABLED", IP6_PD_PREFIX: "2001:db8:200::/56"}}} |
+        .WAN_IFACE_INFO.swdev2 += {IP6_TYPE: "DHCPV6", IP6_DHCP_PD: "ENABLED"}'
     jq -n '{DHCP_SERVICE: {br_v10: {SERVICE: "SERVER", START_IP: "10.0.10.10", END_IP: "10.0.10.99",
         LEASE_TIME: "600"}}}' >"$SERVICE"
     mkdir "$scratch/clean"
@@ -48,15 +55,30 @@ quietly() {
     nm_bin "$1" "{\"$4\":{\"act\":$2,\"ops\":$3,\"path\":\"${5:-$DEVICE_INFO}\"}}" >/dev/null 2>&1 || true
 }
 
+# lease6 ADDRESS PREFIX: what the client of swdev2 was given, by its record; only 2001:db8:2::7 and 2001:db8:200:: are in
+# force by then.
+lease6() {
+    jq -nc --arg address "$1" --arg prefix "$2" 'def lease($address; $prefix): {curr_ip: $address, curr_prefix_length: "64",
+            curr_gateway: "fe80::9", curr_pd_prfx: $prefix, curr_pd_prfx_len: "56", dns: []};
+        lease($address; $prefix) + {type: "DHCPV6", path: "'"$DEVICE_INFO"'", pdInfo: [],
+            in_force: lease("2001:db8:2::7"; "2001:db8:200::")}' >/run/network/ipv6/swdev2.json
+    ip addr replace "$1/128" dev swdev2 nodad
+}
+
 # The same world for every fault, whatever the last one left.
 reset_world() {
-    local table
+    local table name
     quietly Setup_dhcpservice 2 511 br_v10 "$SERVICE"
     rm -rf /etc/networkmanagement /etc/.[a-z]*hosts* && cp -a "$scratch/documents" /etc/networkmanagement
-    for table in 267 276; do
-        while ip rule del table $table 2>/dev/null; do :; done
+    quietly Setup_laninfo 2 2 br_v11 "$scratch/documents/device_info.json"
+    for table in 267 268 276 277; do
+        while ip rule del table $table 2>/dev/null || ip -6 rule del table $table 2>/dev/null; do :; done
         ip route flush table $table 2>/dev/null || true
+        ip -6 route flush table $table 2>/dev/null || true
     done
+    for name in swdev2 br_v11; do ip -6 addr flush dev "$name" scope global; done
+    ip -6 route flush table 253 2>/dev/null || true
+    rm -f /run/network/ipv6/* /var/lib/dhcpd6/*
     ip link set swdev1 mtu 1500 up
     ip addr flush dev swdev1
     ip addr flush dev br_v10
@@ -89,6 +111,18 @@ prepare() {
             ip addr add 10.0.10.1/24 dev br_v10
             name=br_v10 entry=Setup_dhcpservice ops=511 path=$SERVICE
             ;;
+        lan6-add)
+            lease6 2001:db8:2::7 2001:db8:200::
+            name=br_v11 entry=Setup_laninfo ops=2
+            ;;
+        address6 | renumber6)
+            lease6 2001:db8:2::7 2001:db8:200::
+            quietly Setup_laninfo 1 2 br_v11
+            [[ $1 != address6 ]] || lease6 2001:db8:2::8 2001:db8:200::
+            [[ $1 != renumber6 ]] || lease6 2001:db8:2::7 2001:db8:280::
+            request=(nm_bin Lease6_event swdev2 apply)
+            return
+            ;;
         *) echo "faults.sh: no such scenario: $1" >&2 && exit 2 ;;
     esac
     request=(nm_bin "$entry" "{\"$name\":{\"act\":$act,\"ops\":$ops,\"path\":\"$path\"}}")
@@ -98,15 +132,16 @@ prepare() {
 # write one twice, which changes no answer.
 state() {
     local file
-    ip -o -4 addr | sed 's/^[0-9]*: //; s/ *\\.*//'
+    ip -o addr | sed 's/^[0-9]*: //; s/ *\\.*//'
+    ip -6 rule && ip -6 route show table all
     ip -o link | sed -E 's/^[0-9]+: ([^:@]*)[^<]*<([^>]*)>.* (mtu [0-9]+).*/\1 \2 \3/'
     ip rule && ip route show table all && ipset save && iptables-save | sed '/^#/d; s/\[.*\]//'
-    systemctl is-active nm-dhcpd@br_v10 || true
+    systemctl is-active nm-dhcpd@br_v10 nm-dhcpd6@br_v11 nm-6relayd@br_v11 nm-radvd || true
     sort -u /etc/hosts
     while IFS= read -r file; do
         echo "== $file"
-        [[ $file == *.leases* || $file == *.pid ]] || cat "$file"
-    done < <(find /etc/networkmanagement /etc/hosts?* /etc/.hosts* /run/network /var/lib/dhcpd -type f -not -name '*.lck' -not -name '*~' \
+        [[ $file == *.leases* || $file == *.pid || $file == *.withdrawn ]] || cat "$file"
+    done < <(find /etc/networkmanagement /etc/hosts?* /etc/.hosts* /run/network /var/lib/dhcpd{,6} /etc/radvd.conf -type f -not -name '*.lck' -not -name '*~' \
         2>/dev/null | sort)
 }
 
