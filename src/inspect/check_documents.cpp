@@ -2,7 +2,7 @@
 #include "inspect/check_documents.h"
 
 #include <algorithm>
-#include <array>
+#include <exception>
 
 #include "inspect/checks.h"
 #include "inspect/document_set.h"
@@ -63,6 +63,19 @@ void judge(CheckedDocument& document, nm::Findings& findings) {
     document.state = document.reason.empty() ? document.state : DocumentState::Unreadable;
 }
 
+/// What a check does not expect of a document must not take the findings away.
+void check_together(nm::DocumentSet& documents, nm::Findings& findings) {
+    try {
+        nm::check_meaning(documents, findings);
+    } catch (const std::exception& failure) {
+        NM_LOG(Error) << "The check of documents failed: " << failure.what();
+        for (CheckedDocument& document : documents.all()) {
+            document.state = DocumentState::Unreadable;
+            document.reason = std::string("the check failed: ") + failure.what();
+        }
+    }
+}
+
 Json::Value record_of(const CheckedDocument& document) {
     Json::Value record;
     record["document"] = document.name;
@@ -91,7 +104,7 @@ int check_documents(const std::vector<std::string>& names, Json::Value& report) 
             judge(document, findings);
         }
     }
-    nm::check_meaning(documents, findings);
+    check_together(documents, findings);
     report = Json::objectValue;
     report["documents"] = Json::arrayValue;
     for (const CheckedDocument& document : documents.all()) {

@@ -1,6 +1,8 @@
 // The reading of documents, and places in them.
 #include "inspect/document_set.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -69,6 +71,15 @@ const Json::Value* child_of(const Json::Value& value, const std::string& token) 
     return is_index && index < value.size() ? &value[index] : nullptr;
 }
 
+/// Why a file that is there is not read; empty for one that can be. A pipe is what a shell gives for <(...).
+std::string unreadable_kind(const struct stat& file) {
+    constexpr off_t kLargest = 64L << 20;
+    if (!S_ISREG(file.st_mode) && !S_ISFIFO(file.st_mode)) {
+        return "it is not a file";
+    }
+    return file.st_size > kLargest ? "it is larger than 64 MiB" : "";
+}
+
 }  // namespace
 
 DocumentSet::DocumentSet(const std::vector<std::string>& words) {
@@ -110,16 +121,22 @@ void DocumentSet::take_word(const std::string& word) {
 }
 
 void DocumentSet::read(CheckedDocument& document) {
-    errno = 0;
-    const std::optional<std::string> text = read_file(document.path);
-    const int reason = errno;
+    struct stat file {};
+    const int reason = stat(document.path.c_str(), &file) == 0 ? 0 : errno;
     // A file that is not there is fine if nobody has named it.
     const bool is_stored = document.path == kStore + document.name + ".json";
-    if (!text && reason == ENOENT && is_stored) {
+    if (reason == ENOENT && is_stored) {
         return;
     }
+    document.state = DocumentState::Unreadable;
+    document.reason = reason != 0 ? strerror(reason) : unreadable_kind(file);
+    if (!document.reason.empty()) {
+        return;
+    }
+    errno = 0;
+    const std::optional<std::string> text = read_file(document.path);
+    document.reason = text ? "" : strerror(errno);
     document.state = text ? DocumentState::Checked : DocumentState::Unreadable;
-    document.reason = text ? "" : strerror(reason != 0 ? reason : EISDIR);
     document.text = text.value_or("");
 }
 

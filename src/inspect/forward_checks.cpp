@@ -1,4 +1,6 @@
 // Port forwards: whether each can be loaded, and whether two take the same packets.
+#include <strings.h>
+
 #include <algorithm>
 #include <array>
 
@@ -8,6 +10,7 @@
 #include "inspect/formats.h"
 #include "inspect/rule_words.h"
 #include "utils/json_text.h"
+#include "utils/shell_text.h"
 
 namespace nm {
 
@@ -29,8 +32,10 @@ struct ForwardCheck {
     void all(const Json::Value& forwards) const;
     void forward(const Place& place, const Json::Value& forward) const;
     void target(const Place& place, const Json::Value& forward) const;
+    bool words(const Place& place, const Json::Value& forward) const;
     void ports(const Place& place, const Json::Value& forward) const;
-    void service(const Place& place, const Json::Value& forward) const;
+    void host_ports(const Place& place, const Json::Value& forward) const;
+    Json::Value with_ports(const Place& place, const Json::Value& forward) const;
     void sources(const Place& place, const Json::Value& forward) const;
 };
 
@@ -61,41 +66,81 @@ void ForwardCheck::target(const Place& place, const Json::Value& forward) const 
     }
 }
 
-/// The WAN's ports decide by a comma how the host's are matched.
-void ForwardCheck::ports(const Place& place, const Json::Value& forward) const {
+/// The ports of the forward as they are loaded: those of a service stand in for both protocols.
+Json::Value ForwardCheck::with_ports(const Place& place, const Json::Value& forward) const {
+    const std::string name = text_at(forward, kForwardService);
+    if (name.empty() || !text_at(forward, kWanPorts[0]).empty() || !text_at(forward, kWanPorts[1]).empty()) {
+        return forward;
+    }
+    const std::vector<service_port> services = stored_services(documents);
+    const service_port* const service = find_service(services, name);
+    if (service == nullptr) {
+        findings.error(place / kForwardService, name + " is not a service",
+                       "the name of a service; nm_bin service list shows them", kRegistry);
+        return forward;
+    }
+    Json::Value loaded = forward;
+    std::string ports = service->ports;
+    ports.erase(std::remove(ports.begin(), ports.end(), ' '), ports.end());
+    std::replace(ports.begin(), ports.end(), '~', '-');
+    loaded[kWanPorts[0]] = (protocol_mask(service->protocol) & kTcp) != 0 ? ports : "";
+    loaded[kWanPorts[1]] = (protocol_mask(service->protocol) & kUdp) != 0 ? ports : "";
+    return loaded;
+}
+
+/// What stands in a script has to be plain, whether it is used or not.
+bool ForwardCheck::words(const Place& place, const Json::Value& forward) const {
+    bool are_plain = true;
+    for (const char* const key : {"TCP_WAN_PORT", "UDP_WAN_PORT", "LAN_PORT"}) {
+        const std::string text = text_at(forward, key);
+        if (!text.empty() && !is_plain(text)) {
+            are_plain = false;
+            findings.error(place / key, show_value(place / key, text) + " is not valid",
+                           "ports: digits, commas and hyphens");
+        }
+    }
+    return are_plain;
+}
+
+/// Whether the host's ports can stand behind those of the uplink, whose comma decides how both are matched.
+bool is_matched(const std::string& host, const std::string& wan) {
+    const bool is_list = wan.find(',') != std::string::npos;
+    return wan.empty() || host.empty() || is_rule_ports(host, is_list);
+}
+
+bool has_no_ports(const Json::Value& forward) {
+    const std::string protocol = json_string_or(forward, "PROTOCOL", "all");
+    return strcasecmp(protocol.c_str(), "ah") == 0 || strcasecmp(protocol.c_str(), "esp") == 0;
+}
+
+/// A single port becomes part of the target, which takes none for a protocol without ports.
+void ForwardCheck::host_ports(const Place& place, const Json::Value& forward) const {
     const std::string host = text_at(forward, "LAN_PORT");
-    bool is_list = false;
+    const bool are_matched = std::all_of(kWanPorts.begin(), kWanPorts.end(), [&](const char* key) {
+        return is_matched(host, text_at(forward, key));
+    });
+    if (!are_matched) {
+        findings.error(place / "LAN_PORT", show_value(place / "LAN_PORT", host) + " is not valid",
+                       "one port of the host or a range; a list with commas behind lists only");
+    } else if (has_no_ports(forward) && !host.empty() && host.find_first_of(",:-") == std::string::npos) {
+        findings.error(place / "LAN_PORT", "the protocol has no ports", "no LAN_PORT, or another PROTOCOL");
+    }
+}
+
+void ForwardCheck::ports(const Place& place, const Json::Value& forward) const {
     bool has_wan_ports = false;
     for (const char* const key : kWanPorts) {
         const std::string wan = text_at(forward, key);
         has_wan_ports = has_wan_ports || !wan.empty();
-        is_list = is_list || wan.find(',') != std::string::npos;
         if (!wan.empty() && !is_rule_ports(wan)) {
             findings.error(place / key, show_value(place / key, wan) + " is not valid",
                            "a port, a range A-B, or a list with commas of at most 15");
         }
     }
-    if (!host.empty() && has_wan_ports && !is_rule_ports(host)) {
-        findings.error(place / "LAN_PORT", show_value(place / "LAN_PORT", host) + " is not valid",
-                       "a port of the host, a range A-B, or a list with commas");
-    } else if (has_wan_ports && host.find(',') != std::string::npos && !is_list) {
-        findings.error(place / "LAN_PORT", "a list of ports behind a single one cannot be matched",
-                       "one port or range, or a list of WAN ports as well");
-    }
-    const std::string protocol = json_string_or(forward, "PROTOCOL", "all");
-    if (!has_wan_ports && protocol != "ah" && protocol != "esp" && text_at(forward, "WAN_SERVICE").empty()) {
+    host_ports(place, forward);
+    if (!has_wan_ports && !has_no_ports(forward) && text_at(forward, kForwardService).empty()) {
         findings.warn(place, "the forward has no ports, and takes nothing",
                       "TCP_WAN_PORT, UDP_WAN_PORT or WAN_SERVICE, or PROTOCOL \"ah\" or \"esp\"");
-    }
-}
-
-void ForwardCheck::service(const Place& place, const Json::Value& forward) const {
-    const std::string name = text_at(forward, "WAN_SERVICE");
-    const bool has_ports = !text_at(forward, kWanPorts[0]).empty() || !text_at(forward, kWanPorts[1]).empty();
-    const std::vector<service_port> services = stored_services(documents);
-    if (!name.empty() && !has_ports && find_service(services, name) == nullptr) {
-        findings.error(place / "WAN_SERVICE", name + " is not a service",
-                       "the name of a service; nm_bin service list shows them", kRegistry);
     }
 }
 
@@ -125,14 +170,14 @@ void ForwardCheck::forward(const Place& place, const Json::Value& forward) const
                       "the forward is disabled: " + show_value(place, action) + " is not an action",
                       "ENABLE or DISABLE");
     }
-    service(place, forward);
+    const Json::Value loaded = with_ports(place, forward);
     if (!is_known || action != "ENABLE") {
         return;
     }
     target(place, forward);
     sources(place, forward);
-    if (type == "port_forwarding") {
-        ports(place, forward);
+    if (words(place, loaded) && type == "port_forwarding") {
+        ports(place, loaded);
     }
 }
 

@@ -97,7 +97,8 @@ void RouteCheck::ip4(const Place& place, Json::ArrayIndex index, const Json::Val
         findings.error(place / "FAMILY", show_value(place / "FAMILY", family) + " is not valid", "4 or 6");
     }
     way_out(place, route);
-    once(place, index, address.asString() + "/" + text_at(route, "NETMASK") + " " + text_at(route, "METRIC"));
+    once(place, index,
+         text_at(route, "IP") + "/" + text_at(route, "NETMASK") + " " + text_at(route, "METRIC"));
 }
 
 /// A route needs a device and a gateway; that of an uplink may come with its lease.

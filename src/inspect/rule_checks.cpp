@@ -85,7 +85,7 @@ void check_ports_of(const RuleCheck& check) {
         if (text.empty()) {
             continue;
         }
-        if (!has_ports(check.parsed.protocol)) {
+        if (!has_ports(check.parsed.protocol, text)) {
             check.findings.error(check.place / key, check.parsed.protocol + " has no ports",
                                  "ports with the protocol tcp or udp only");
         } else if (!is_rule_ports(text)) {
@@ -181,7 +181,6 @@ void check_active(const RuleCheck& check, const std::string& chain) {
     check_ports_of(check);
     check_source(check);
     check_hostname(check);
-    check_services_of(check);
     if (chain != "POLICY") {
         check_segments(check);
     }
@@ -199,6 +198,7 @@ bool is_steered_elsewhere(const Json::Value& rule) {
 void check_rule(const RuleDocument& document, const Place& place, const Json::Value& rule,
                 const Surroundings& around, Findings& findings) {
     bool has_effect = false;
+    check_services_of({place, rule, firewall_rule(), around, findings});  // they are looked up in any case
     for (const char* const chain : document.chains) {
         firewall_rule parsed;
         if (rule.isObject()) {

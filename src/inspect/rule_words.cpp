@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
-#include "inspect/formats.h"
-#include "utils/containers.h"
 #include "utils/shell_text.h"
 
 namespace nm {
@@ -21,35 +22,80 @@ constexpr std::array<std::string_view, 11> kProtocols{"all",       "tcp", "udp",
                                                       "ipv6-icmp", "esp", "ah",  "sctp",    "dccp"};
 constexpr std::array<std::string_view, 6> kWithPorts{"all", "tcp", "udp", "udplite", "sctp", "dccp"};
 
-bool is_number_to(const std::string& text, int most) {
-    constexpr size_t kDigits = 5;
-    return !text.empty() && text.size() <= kDigits &&
-           text.find_first_not_of("0123456789") == std::string::npos && std::stoi(text) <= most;
+/// A number as xtables_strtoui() reads it: of base 10, 8 ("010") or 16 ("0x10"); -1 for what is none.
+long number_of(const std::string& text, long most) {
+    char* end = nullptr;
+    const bool is_number = !text.empty() && text[0] >= '0' && text[0] <= '9';
+    const unsigned long number = is_number ? strtoul(text.c_str(), &end, 0) : 0;
+    return is_number && *end == '\0' && number <= static_cast<unsigned long>(most) ? static_cast<long>(number)
+                                                                                   : -1;
 }
 
-/// -1 for what is none.
-int port_of(const std::string& text) {
-    constexpr int kLast = 65535;
-    if (is_number_to(text, kLast)) {
-        return std::stoi(text);
-    }
-    const servent* const service = getservbyname(text.c_str(), nullptr);
-    return service != nullptr ? kLast : -1;
+bool is_port(const std::string& text) {
+    constexpr long kLast = 65535;
+    return number_of(text, kLast) >= 0 || getservbyname(text.c_str(), nullptr) != nullptr;
 }
 
-/// Either end of a range may be left out.
+/// A reversed range is loaded for some protocols, and matches nothing.
+bool is_in_order(const std::string& first, const std::string& last) {
+    constexpr long kLast = 65535;
+    const long end = number_of(last, kLast);
+    return end < 0 || number_of(first, kLast) <= end;
+}
+
 bool is_port_range(const std::string& text, bool may_be_open) {
     const size_t sign = text.find_first_of(":-");
     if (sign == std::string::npos) {
-        return port_of(text) >= 0;
+        return is_port(text);
     }
     const std::string first = text.substr(0, sign);
     const std::string last = text.substr(sign + 1);
-    const bool is_open = (first.empty() || last.empty()) && may_be_open;
-    if (is_open) {
-        return first.size() + last.size() > 0 && port_of(first + last) >= 0;
+    return ((may_be_open && first.empty()) || is_port(first)) &&
+           ((may_be_open && last.empty()) || is_port(last)) && is_in_order(first, last);
+}
+
+/// All pieces, empty ones too, which no command takes.
+std::vector<std::string> pieces_of(const std::string& text) {
+    std::vector<std::string> pieces;
+    size_t begin = 0;
+    for (size_t end = text.find(','); end != std::string::npos; end = text.find(',', begin)) {
+        pieces.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
     }
-    return port_of(first) >= 0 && port_of(last) >= port_of(first);
+    pieces.push_back(text.substr(begin));
+    return pieces;
+}
+
+/// One to four numbers with points between them: what is left out at the end is 0.
+bool read_address(const std::string& text, uint32_t& address) {
+    constexpr int kParts = 4;
+    std::istringstream parts(text);
+    std::string part;
+    int count = 0;
+    address = 0;
+    for (; std::getline(parts, part, '.'); ++count) {
+        const bool is_byte = !part.empty() && part.size() <= 3 &&
+                             part.find_first_not_of("0123456789") == std::string::npos &&
+                             std::stoi(part) <= 255;
+        if (!is_byte || count >= kParts) {
+            return false;
+        }
+        address |= static_cast<uint32_t>(std::stoi(part)) << (8 * (kParts - 1 - count));
+    }
+    return count > 0 && text.back() != '.';
+}
+
+/// A mask may have gaps.
+bool is_network(const std::string& text) {
+    constexpr long kBits = 32;
+    const size_t slash = text.find('/');
+    uint32_t address = 0;
+    if (!read_address(text.substr(0, slash), address)) {
+        return false;
+    }
+    const std::string mask = slash == std::string::npos ? "32" : text.substr(slash + 1);
+    return number_of(mask, kBits) >= 0 ||
+           (mask.find('.') != std::string::npos && read_address(mask, address));
 }
 
 }  // namespace
@@ -62,39 +108,36 @@ bool is_rule_address(const std::string& text) {
         return false;
     }
     if (range != std::string::npos) {
-        return read_ip4(text.substr(0, range), first) && read_ip4(text.substr(range + 1), last) &&
+        return read_address(text.substr(0, range), first) && read_address(text.substr(range + 1), last) &&
                first <= last;
     }
-    std::vector<std::string> words;
-    split_into_vector(text, ',', words);
-    return !words.empty() && std::all_of(words.begin(), words.end(), [](const std::string& word) {
-        Network4 network;
-        return read_network4(word, network);
-    });
+    const std::vector<std::string> pieces = pieces_of(text);
+    return std::all_of(pieces.begin(), pieces.end(), is_network);
 }
 
-bool is_rule_ports(const std::string& text) {
+bool is_rule_ports(const std::string& text, bool is_list) {
     constexpr size_t kMostPlaces = 15;  // xt_multiport.h: XT_MULTI_PORTS
-    std::vector<std::string> words;
-    split_into_vector(text, ',', words);
+    const std::vector<std::string> pieces = pieces_of(text);
     size_t places = 0;
-    for (const std::string& word : words) {
-        places += word.find_first_of(":-") == std::string::npos ? 1 : 2;
+    for (const std::string& piece : pieces) {
+        places += piece.find_first_of(":-") == std::string::npos ? 1 : 2;
     }
-    const bool is_list = text.find(',') != std::string::npos;
-    return is_plain(text) && !words.empty() && (!is_list || places <= kMostPlaces) &&
-           std::all_of(words.begin(), words.end(),
-                       [is_list](const std::string& word) { return is_port_range(word, !is_list); });
+    return is_plain(text) && (!is_list || places <= kMostPlaces) && (is_list || pieces.size() == 1) &&
+           std::all_of(pieces.begin(), pieces.end(),
+                       [is_list](const std::string& piece) { return is_port_range(piece, !is_list); });
 }
 
 bool is_rule_protocol(const std::string& text) {
-    constexpr int kLast = 255;
+    constexpr long kLast = 255;
     return is_plain(text) && (std::find(kProtocols.begin(), kProtocols.end(), text) != kProtocols.end() ||
-                              is_number_to(text, kLast) || getprotobyname(text.c_str()) != nullptr);
+                              number_of(text, kLast) >= 0 || getprotobyname(text.c_str()) != nullptr);
 }
 
-bool has_ports(const std::string& protocol) {
-    return std::find(kWithPorts.begin(), kWithPorts.end(), protocol) != kWithPorts.end();
+bool has_ports(const std::string& protocol, const std::string& ports) {
+    constexpr std::array<std::string_view, 5> kNumbers{"6", "17", "33", "132", "136"};
+    const bool is_list = ports.find(',') != std::string::npos;
+    return std::find(kWithPorts.begin(), kWithPorts.end(), protocol) != kWithPorts.end() ||
+           (is_list && std::find(kNumbers.begin(), kNumbers.end(), protocol) != kNumbers.end());
 }
 
 }  // namespace nm

@@ -6,7 +6,11 @@
 // text.
 #include "inspect/schema_check.h"
 
+// It would end the program otherwise, where it meets what it does not expect.
+#define VALIJSON_USE_EXCEPTIONS 1
+
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <set>
 #include <valijson/adapters/jsoncpp_adapter.hpp>
@@ -29,6 +33,7 @@ using valijson::constraints::Constraint;
 using Context = std::vector<std::string>;
 
 constexpr const char* kBadText = "text";
+constexpr const char* kFormatWord = "x-format";
 constexpr const char* kSchemaDirectory = NM_SCHEMA_DIR "/";
 
 /// A rule for a value that can be read as text, number or not.
@@ -215,14 +220,30 @@ std::string words_of(const std::vector<const Json::Value*>& nodes, const Json::V
     return words.empty() ? "see the schema" : words;
 }
 
-/// Strings longer than any that is right, cut: the validator's patterns use the stack for each character.
-void clip(Json::Value& value) {
+/// What the validator cannot take: strings longer than any that is right are cut, as its patterns use the
+/// stack for each character, and numbers that no int holds become text.
+void tame(Json::Value& value) {
     constexpr size_t kLongest = 1000;
     if (value.isString() && value.asString().size() > kLongest) {
         value = value.asString().substr(0, kLongest);
+    } else if (value.isNumeric() && !value.isInt()) {
+        value = value.asString();
     }
     for (Json::Value& each : value) {
-        clip(each);
+        tame(each);
+    }
+}
+
+/// The validator's own `format` reads every value as a text, and fails on what is none.
+void hide_formats(Json::Value& node) {
+    if (node.isObject() && node["format"].isString()) {
+        node[kFormatWord] = node["format"];
+    }
+    if (node.isObject()) {
+        node.removeMember("format");
+    }
+    for (Json::Value& each : node) {
+        hide_formats(each);
     }
 }
 
@@ -298,24 +319,38 @@ private:
 
 }  // namespace
 
+namespace {
+
+void validate(const CheckedDocument& document, const Json::Value& text, Findings& findings) {
+    Json::Value rules = text;
+    hide_formats(rules);
+    valijson::SchemaParser parser;
+    parser.addConstraintBuilder(kFormatWord, new Builder<FormatConstraint>);  // the parser deletes both
+    parser.addConstraintBuilder("x-range", new Builder<RangeConstraint>);
+    valijson::Schema schema;
+    parser.populateSchema(JsonCppAdapter(rules), schema);
+    Json::Value tamed = document.root;
+    tame(tamed);
+    valijson::ValidationResults results;
+    valijson::Validator().validate(schema, JsonCppAdapter(tamed), &results);
+    Interpreter interpreter(document, text, findings);
+    for (const auto& error : results) {
+        interpreter.take(error);
+    }
+}
+
+}  // namespace
+
 std::string check_schema(const CheckedDocument& document, Findings& findings) {
     const std::string path = kSchemaDirectory + document.name + ".json";
     Json::Value text;
     if (!parse_json(read_file(path).value_or(""), text) || !text.isObject()) {
         return "there is no schema " + path;
     }
-    valijson::SchemaParser parser;
-    parser.addConstraintBuilder("format", new Builder<FormatConstraint>);  // the parser deletes both
-    parser.addConstraintBuilder("x-range", new Builder<RangeConstraint>);
-    valijson::Schema schema;
-    parser.populateSchema(JsonCppAdapter(text), schema);
-    Json::Value clipped = document.root;
-    clip(clipped);
-    valijson::ValidationResults results;
-    valijson::Validator().validate(schema, JsonCppAdapter(clipped), &results);
-    Interpreter interpreter(document, text, findings);
-    for (const auto& error : results) {
-        interpreter.take(error);
+    try {
+        validate(document, text, findings);
+    } catch (const std::exception& failure) {
+        return std::string("the validator failed: ") + failure.what();
     }
     return "";
 }

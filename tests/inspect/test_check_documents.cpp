@@ -208,6 +208,7 @@ TEST_F(Checked, FilesStandForTheStoredDocumentsThatTheyAreToReplace) {
         {{"polizy"}, "unknown", NM_ERR_NOT_FOUND},
         {{scratch / "qos.json"}, "unreadable", NM_ERR_NOT_FOUND},
         {{"qos=" + scratch / ""}, "unreadable", NM_ERR_NOT_FOUND},
+        {{"qos=/dev/zero"}, "unreadable", NM_ERR_NOT_FOUND},
     };
     for (const auto& test : cases) {
         int code = NM_OK;

@@ -73,6 +73,21 @@ check_causes() {
     says "an unknown code" 2 'no such code' nm_bin codes -1
 }
 
+# The documents of the world as they are, one that is to take the place of a stored one, and what cannot be read.
+check_documents() {
+    local unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+    says "no fault" 0 '^0 errors, 0 warnings in [0-9]+ document' nm_bin check --text
+    sed 's/"MTU": "1500"/"MTU": "15"/; s/"me"/["me"]/' "$DEVICE_INFO" >"$scratch/device_info.json"
+    chmod 600 "$DEVICE_INFO"
+    says "a file to be stored" 1 "^$scratch/device_info.json:[0-9]+:[0-9]+: error: /WAN_PORT/PORT1/MTU: \"15\" is not valid" \
+        nm_bin check --text "$scratch/device_info.json"
+    says "what would be right" 1 '^    right: largest packet in bytes, from 68' nm_bin check --text "$scratch/device_info.json"
+    says "for editors" 1 '"pointer" : "/WAN_IFACE_INFO/swdev1/USERNAME"' nm_bin check "device_info=$scratch/device_info.json"
+    says "what may not be read" 2 '^nm_bin: .*/device_info.json is not checked: Permission denied' \
+        "${unprivileged[@]}" nm_bin check --text
+    says "an unknown document" 2 'no document has this name' nm_bin check --text nonsense
+}
+
 # A terminal, without which nobody watches.
 on_terminal() {
     TERM=xterm script -qec "$1" /dev/null
@@ -271,6 +286,7 @@ check_pages() {
 
 make_world
 check_causes
+check_documents
 check_wait
 check_edits
 check_damage
