@@ -24,11 +24,10 @@ namespace {
 
 constexpr const char* kLans = "LAN_IFACE_INFO";
 
-/// A LAN's entry before and after a renumbering.
+/// A LAN's entry after a renumbering.
 struct Move {
     std::string ifname;
-    Json::Value before;
-    Json::Value after;
+    Json::Value entry;
 };
 
 void keep_first(int& failure, int ret) {
@@ -61,12 +60,12 @@ int plan_moves(const Json::Value& device, const std::string& uplink, const std::
         if (!nm::is_delegated_lan(entry, uplink)) {
             return;
         }
-        Move move{ifname, entry, entry};
-        const int ret = nm::renumber_lan(prefix, move.after);
+        Move move{ifname, entry};
+        const int ret = nm::renumber_lan(prefix, move.entry);
         if (ret != NM_OK) {
             NM_LOG(Error) << ifname << " cannot be renumbered to " << prefix << ", ret=" << ret;
             keep_first(failure, ret);
-        } else if (move.after != move.before) {
+        } else if (move.entry != entry) {
             moves.push_back(move);
         }
     });
@@ -77,7 +76,7 @@ int plan_moves(const Json::Value& device, const std::string& uplink, const std::
 int apply_moves(Json::Value device, std::vector<Move>& moves) {
     int failure = NM_OK;
     for (const Move& move : moves) {
-        device[kLans][move.ifname] = move.after;
+        device[kLans][move.ifname] = move.entry;
     }
     std::vector<Move> done;
     nm::RadvdHold advertisements;
@@ -96,21 +95,13 @@ int apply_moves(Json::Value device, std::vector<Move>& moves) {
     return failure;
 }
 
-/// Puts what has changed into the entry, but for what somebody else has changed meanwhile.
-void merge_move(const Move& move, Json::Value& entry) {
-    for (const std::string& key : move.after.getMemberNames()) {
-        const Json::Value& before = nm::json_member(move.before, key);
-        if (before != move.after[key] && nm::json_member(entry, key) == before) {
-            entry[key] = move.after[key];
-        }
-    }
-}
-
-int store_moves(const std::vector<Move>& moves) {
+/// What somebody else has changed of the entries meanwhile is renumbered with them.
+int store_moves(const std::vector<Move>& moves, const std::string& prefix) {
     const int ret = nm::edit_document(kDeviceInfoPath, [&](Json::Value& device) {
         for (const Move& move : moves) {
-            if (nm::json_member(nm::json_member(device, kLans), move.ifname).isObject()) {
-                merge_move(move, device[kLans][move.ifname]);
+            if (nm::json_member(nm::json_member(device, kLans), move.ifname).isObject() &&
+                nm::renumber_lan(prefix, device[kLans][move.ifname]) != NM_OK) {
+                NM_LOG(Error) << move.ifname << " was changed meanwhile; it is stored as it is.";
             }
         }
         return NM_OK;
@@ -170,7 +161,7 @@ int reconfig_pd_downlinks(std::string uplink_ifname, std::string new_prefix) {
         return NM_EXIT(failure);
     }
     const int applied = apply_moves(device, moves);
-    const int stored = moves.empty() ? NM_OK : store_moves(moves);
+    const int stored = moves.empty() ? NM_OK : store_moves(moves, new_prefix);
     failure = applied != NM_OK ? applied : failure;
     return NM_EXIT(stored != NM_OK ? stored : failure);
 }

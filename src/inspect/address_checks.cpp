@@ -151,14 +151,15 @@ void check_range6(const Lan6& lan, int prefix, Findings& findings) {
 }
 
 void check_service6(const Lan6& lan, Findings& findings) {
-    constexpr unsigned long kLongest = UINT32_MAX;
     const std::string service = lan.text("IP6_SERVICE_TYPE", "DISABLED");
     const int prefix = static_cast<int>(leading_number(lan.text("IP6_PREFIX", "64")));
     const bool is_numbered = lan.text("IP6_TYPE") == "STATIC" && is_valid_ip6(lan.text("IP6_ADDR").c_str());
     if (!is_numbered || service == "DISABLED" || prefix < 1 || prefix > 128) {
         return;
     }
-    check_seconds(lan, "IP6_LIFETIME", "3600", 0, kLongest, findings);
+    if (lan.text("IP6_LIFETIME", "3600") != "0") {
+        check_seconds(lan, "IP6_LIFETIME", "3600", 30, 9000, findings);
+    }
     check_seconds(lan, "IP6_LEASE_TIME", "86400", 300, 2592000, findings);
     if (service == "STATEFUL") {
         check_range6(lan, prefix, findings);

@@ -371,13 +371,15 @@ int LanIfaceInfo::resume_ipv6(uint32_t) {
     return NM_EXIT(advertise());
 }
 
+/// The gateway of a static uplink is the configured one, which cannot be reached before its address is there.
 bool LanIfaceInfo::find_uplink(available_base_wan_status& uplink) {
     std::vector<available_base_wan_status> wans;
     if (ip6_uplink.empty() || get_available_wan_info(wans, path, 0) != NM_OK) {
         return false;
     }
     for (const available_base_wan_status& wan : wans) {
-        if (wan.portname == ip6_uplink && wan.ifindex != 0 && !(wan.ip6.addr + wan.ip6.gw).empty()) {
+        const bool is_ready = !wan.ip6.addr.empty() || (wan.ip6.type != "STATIC" && !wan.ip6.gw.empty());
+        if (wan.portname == ip6_uplink && wan.ifindex != 0 && is_ready) {
             NM_LOG(Debug) << "Find uplink interface: " << wan.ifname << "; ifindex: " << wan.ifindex
                           << "; IPv6 gateway: " << wan.ip6.gw;
             uplink = wan;

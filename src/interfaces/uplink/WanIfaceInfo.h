@@ -91,6 +91,7 @@ private:
     int write_routes6(const DHCP6_INFO& lease);
     void attach(const downlink_lock_info& downlink, const DHCP6_INFO& lease, bool is_new);
     void run_relay(const downlink_lock_info& downlink, const char* mode, bool is_new);
+    void unroute(const downlink_lock_info& downlink);
     void detach(const nm::DownlinkLocks& downlinks);
     int take_down_ipv6(int mode);
     int remove_addresses6();

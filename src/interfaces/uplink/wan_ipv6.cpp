@@ -219,6 +219,7 @@ void WanIfaceInfo::attach(const downlink_lock_info& downlink, const DHCP6_INFO& 
         get_ip6_prefix_addr(downlink.ip6_addr.c_str(), static_cast<unsigned char>(downlink.ip6_prefix));
     NM_LOG(Debug) << "Uplink ipv6 prefix: " << prefix << ", Downlink ipv6 prefix: " << own;
     if (prefix == own) {
+        unroute(downlink);  // it may have had another prefix than the uplink
         run_relay(downlink, "-N", is_new);
         return;
     }
@@ -246,13 +247,16 @@ void WanIfaceInfo::run_relay(const downlink_lock_info& downlink, const char* mod
     }
 }
 
+void WanIfaceInfo::unroute(const downlink_lock_info& downlink) {
+    if (downlink.ifindex != 0) {
+        (void)set_ip6_routerule_by_oifindex(downlink.ifindex, 0, nullptr, 0, nullptr, 0, 1);  // logged there
+    }
+}
+
 void WanIfaceInfo::detach(const nm::DownlinkLocks& downlinks) {
     for (const downlink_lock_info& downlink : downlinks.held()) {
         NM_LOG(Debug) << "Clean up downlink " << downlink.ifname << " routerule.";
-        if (downlink.ifindex != 0) {
-            (void)set_ip6_routerule_by_oifindex(downlink.ifindex, 0, nullptr, 0, nullptr, 0,
-                                                1);  // logged there
-        }
+        unroute(downlink);
         (void)service_stop(kRelayUnit, downlink.ifname.c_str(), nullptr);  // there may be none
     }
 }

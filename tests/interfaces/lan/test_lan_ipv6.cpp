@@ -119,6 +119,12 @@ TEST_F(LanIpv6, ComesAndGoesWithWhatItsTypesMean) {
             "");
         put("/run/network/.boot_fin", "");
     }
+    run("ip -6 addr flush dev swdev1 scope global");
+    LanIfaceInfo early = info(kOther + kSlaac);
+    EXPECT_EQ(early.add_info(OPT_IP6), 0) << "before its uplink, which has a gateway by its document";
+    EXPECT_EQ(in_force(), address);
+    EXPECT_TRUE(fs::exists(kBlock));
+    EXPECT_EQ(early.del_info(OPT_IP6), 0);
 }
 
 TEST_F(LanIpv6, KeepsNothingOfTheTypeThatItHadBefore) {

@@ -193,6 +193,9 @@ TEST_F(Wan6, FollowsItsClient) {
         }
         EXPECT_EQ(uplink.skipped_downlinks(), Lines(other ? 1 : 0, "nw3"));
         EXPECT_EQ(state().size(), lines) << report;
+        EXPECT_EQ(exec(("ip -6 rule show table " + number("nw0")).c_str()).empty(),
+                  current != "2001:db8:3::7/128 ")
+            << "routed or relayed, by whether it shares the prefix: " << report;
         Json::Value record;
         EXPECT_EQ(nm::read_ipv6_record("swdev3", record), 0);
         const std::string text = record["curr_ip"].asString() + "/" +
