@@ -11,10 +11,14 @@ source "$SOURCE_DIR/tests/support/tap.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# Both copies at once, since the tree may be edited while the first is built.
+for copy in first second/below; do
+    mkdir -p "$work/$copy"
+    tar -C "$SOURCE_DIR" -c --exclude-vcs --exclude='./build*' . | tar -C "$work/$copy" -x
+done
+
 # build NAME UMASK [VARIABLE=VALUE]...
 build() {
-    mkdir -p "$work/$1"
-    tar -C "$SOURCE_DIR" -c --exclude-vcs --exclude='./build*' . | tar -C "$work/$1" -x
     (umask "$2" && env CCACHE_DISABLE=1 "${@:3}" "$work/$1/scripts/package") >"$work/$1.log" 2>&1
 }
 
