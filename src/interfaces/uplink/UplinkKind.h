@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 class UplinkIfaceInfo;
 class UplinkInterface;
-
-#pragma GCC visibility push(default)
 
 /// The words and numbers in which the kinds differ, and how the objects of their two sides are made.
 struct UplinkKind {
