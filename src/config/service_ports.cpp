@@ -149,12 +149,12 @@ void judge_others(const service_port& service, const std::vector<service_port>& 
     }
 }
 
-/// Rules that name the service would lose it.
+/// Rules that name the service would lose it, or be refused with it.
 void judge_use(const std::string& name, const char* what, Faults& faults) {
     for (const nm::ServiceReference& reference : nm::stored_service_references()) {
         if (nm::is_same_service(reference.service, name)) {
-            faults.push_back(quoted(name) + " cannot be " + what + ": " + reference.document +
-                             " names it at " + reference.pointer);
+            faults.push_back(quoted(name) + " cannot " + what + ": " + reference.document + " names it at " +
+                             reference.pointer);
         }
     }
 }
@@ -224,7 +224,14 @@ int change_row(const std::string& name, const service_port& service, Json::Value
     judge_words(service, faults);
     judge_others(service, services_of(document), name, faults);
     if (!nm::is_same_service(name, service.service)) {
-        judge_use(name, "renamed", faults);
+        judge_use(name, "be renamed", faults);
+    }
+    if ((nm::protocol_mask(service_of(*row).protocol) & ~nm::protocol_mask(service.protocol)) != 0) {
+        judge_use(name, "lose a protocol", faults);
+    }
+    std::vector<PortRange> ranges;
+    if (nm::parse_ports(service.ports, ranges) && nm::count_places(ranges) > nm::kMostPlaces) {
+        judge_use(name, "have more ports than a rule takes", faults);
     }
     if (faults.empty()) {
         write_row(service, *row);
@@ -237,7 +244,7 @@ int remove_service(const std::string& name, Json::Value& document, Faults& fault
         faults.push_back("there is no service " + quoted(name));
         return NM_ERR_NOT_FOUND;
     }
-    judge_use(name, "deleted", faults);
+    judge_use(name, "be deleted", faults);
     if (faults.empty()) {
         remove_row(document, name);
     }

@@ -22,7 +22,8 @@
 /// `internal_name` if that is not empty. What is kept is the service in the form shown above. `faults` lists
 /// all that is wrong, a line each: the name is empty, longer than 64 bytes, not printable or another
 /// service's; the protocol or a port is none; ports are those of another service; the registry holds 1,024
-/// own services; a service is renamed or loses its ports while rules name it.
+/// own services; while rules name it, a service is renamed, loses a protocol or gets more ports than a rule
+/// takes.
 ///
 /// 0; NM_ERR_BAD_VALUE with `faults`; NM_ERR_NOT_FOUND if there is no service to change; NM_ERR_BAD_FORMAT
 /// for a registry of another form; the codes of reading and writing the document, which is locked meanwhile.
@@ -69,6 +70,11 @@ struct PortRange {
 /// The ranges of a text as `ports` has it ("-" may stand for "~"), ordered; false for what is not a list of
 /// ports, is empty, or holds a port twice.
 bool parse_ports(const std::string& text, std::vector<PortRange>& ranges);
+
+/// How many ports the match of one rule takes (xt_multiport.h: XT_MULTI_PORTS), and how many of them the
+/// ranges count as: a range of more than one port takes two.
+constexpr size_t kMostPlaces = 15;
+size_t count_places(const std::vector<PortRange>& ranges);
 
 /// Protocols as a mask: 1 TCP, 2 UDP; 0 for another word.
 constexpr unsigned kTcp = 1;

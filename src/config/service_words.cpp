@@ -73,6 +73,14 @@ bool parse_ports(const std::string& text, std::vector<PortRange>& ranges) {
     return true;
 }
 
+size_t count_places(const std::vector<PortRange>& ranges) {
+    size_t places = 0;
+    for (const PortRange& range : ranges) {
+        places += range.first == range.last ? 1 : 2;
+    }
+    return places;
+}
+
 unsigned protocol_mask(const std::string& protocol) {
     const auto* const found = std::find_if(
         kProtocols.begin(), kProtocols.end(),

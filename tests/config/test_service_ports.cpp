@@ -88,11 +88,21 @@ TEST_F(Services, ThatRulesNameStay) {
         EXPECT_TRUE(code == 0 || faults[0].find(words) != std::string::npos) << faults[0];
     }
     EXPECT_EQ(of_ports("123", "All"), "");
+    const std::string most =
+        "555,554,9999,20001~20012,20021~20022,20031~20032,20041~20042,20051~20052,20061~20062";
+    const service_port changes[] = {
+        {"Cameras", "TCP", "554", "", "be renamed"},
+        {"Camera", "UDP", "554", "", "lose a protocol"},
+        {"Camera", "TCP", most + ",20070", "", "have more ports than a rule takes"}};
+    for (service_port change : changes) {
+        const std::string words =
+            "\"Camera\" cannot " + std::exchange(change.internal_name, "") + ": firewall";
+        faults.clear();
+        EXPECT_EQ(change_service_port("Camera", change, faults), NM_ERR_BAD_VALUE) << words;
+        EXPECT_THAT(faults, testing::ElementsAre(testing::HasSubstr(words)));
+    }
     faults.clear();
-    EXPECT_EQ(change_service_port("Camera", {"Cameras", "TCP", "554", "", ""}, faults), NM_ERR_BAD_VALUE);
-    faults.clear();
-    EXPECT_EQ(change_service_port("camera", {"CAMERA", "TCP", "555,554", "r", ""}, faults), 0)
-        << faults.size();
+    EXPECT_EQ(change_service_port("camera", {"CAMERA", "All", most, "r", ""}, faults), 0) << faults.size();
     EXPECT_EQ(of_ports("555", "TCP"), "CAMERA;") << "its own ports are no clash";
     Json::Value references, services;
     ASSERT_EQ(list_service_references(references), 0);

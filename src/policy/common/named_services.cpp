@@ -11,9 +11,6 @@ namespace nm {
 
 namespace {
 
-/// xt_multiport.h: XT_MULTI_PORTS. A range takes two places.
-constexpr size_t kMostPlaces = 15;
-
 struct RuleEnd {
     const char* service;
     const char* ports;
@@ -38,14 +35,12 @@ std::optional<std::string> rule_ports(const service_port& service) {
         return std::nullopt;
     }
     std::string ports;
-    size_t places = 0;
     for (const PortRange& range : ranges) {
         const bool single = range.first == range.last;
-        places += single ? 1 : 2;
         ports += (ports.empty() ? "" : ",") + std::to_string(range.first);
         ports += single ? "" : "-" + std::to_string(range.last);
     }
-    if (places > kMostPlaces) {
+    if (count_places(ranges) > kMostPlaces) {
         NM_LOG(Error) << "The service " << service.service << " has more ports than a rule takes";
         return std::nullopt;
     }
