@@ -139,7 +139,7 @@ check_damage() {
     done
     cp "$DEVICE_INFO" "$scratch/sound"
     echo '{"WAN_PORT":"x"}' >"$DEVICE_INFO"
-    says "a section that is not an object" 1 "$DEVICE_INFO or one of its sections is not" nm_bin add wan PORT9
+    says "a section that is not an object" 1 "$DEVICE_INFO or one of its sections is not an object; nm_bin check shows where" nm_bin add wan PORT9
     echo '[]' >"$DEVICE_INFO"
     says "a boot without a device" 0 '^0 NM_OK' nm_bin boot finish
     cp "$scratch/sound" "$DEVICE_INFO"

@@ -99,7 +99,7 @@ int load_all(Documents& documents, std::string& complaint) {
         const std::string path(family.document);
         const int code = documents.count(path) != 0 ? NM_OK : load(path, documents[path]);
         if (code == NM_ERR_BAD_FORMAT) {
-            complaint = path + " or one of its sections is not an object; nm_bin migrate repairs it";
+            complaint = path + " or one of its sections is not an object; nm_bin check shows where";
         }
         if (code < 0) {
             return code;
