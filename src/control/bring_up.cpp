@@ -90,6 +90,7 @@ private:
     static int work_member(std::string key, void* data);
     int step(const char* label, const std::string& key, const std::function<int()>& work);
     void fail(int ret);
+    void fail_at(const char* label, const std::string& key, int ret);
     void walk(Json::Value& document, const char* section, const Walk& walk);
     void set_up_ports(Json::Value& device);
     void set_up_parameters(Json::Value& device);
@@ -117,9 +118,15 @@ void Run::fail(int ret) {
     ret_ = ret < NM_OK ? ret : ret_;
 }
 
+/// What fails before there is a member to work is a step of its own, for whoever follows the run.
+void Run::fail_at(const char* label, const std::string& key, int ret) {
+    fail(step(label, key, [ret] { return ret; }));
+}
+
 int Run::work_member(std::string key, void* data) {
     const Walk& walk = *static_cast<const Walk*>(data);
     const int ret = walk.run.step(walk.label, key, [&] { return walk.work(key, walk.opt); });
+    walk.run.fail(ret);
     if (ret < NM_OK) {
         NM_LOG(Error) << walk.label << key << " failed!";
     }
@@ -132,7 +139,10 @@ void Run::walk(Json::Value& document, const char* section, const Walk& walk) {
         return;
     }
     Walk handed = walk;
-    fail(json_key_foreach_value_do(document, section, false, work_member, &handed));
+    const int ret = json_key_foreach_value_do(document, section, false, work_member, &handed);
+    if (ret < NM_OK && !document[section].isObject()) {
+        fail_at(walk.label, section, ret);
+    }
 }
 
 void Run::set_up_ports(Json::Value& device) {
@@ -167,7 +177,9 @@ void Run::set_up_dhcp_services() {
     int ret = json_file_to_mem(kDhcpServicePath, services);
     if (ret < 0) {
         NM_LOG(Error) << "Could not get " << kDhcpServicePath << ", return.";
-        fail(ret);
+        if (ret != NM_ERR_NOT_FOUND) {  // a device without a DHCP service may have no document
+            fail_at("json_file_to_mem: ", kDhcpServicePath, ret);
+        }
         return;
     }
     ret =
@@ -189,7 +201,8 @@ int Run::all() {
     NM_LOG(Debug) << "Enter";
     const nm::DocumentScope documents;
     Json::Value device;
-    const int ret = json_file_to_mem(kDeviceInfoPath, device);
+    int ret = json_file_to_mem(kDeviceInfoPath, device);
+    ret = ret == NM_OK && !device.isObject() ? NM_ERR_BAD_FORMAT : ret;
     if (ret < 0) {
         NM_LOG(Error) << "Could not get " << kDeviceInfoPath << ", return.";
         return NM_EXIT(ret);

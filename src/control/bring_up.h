@@ -15,7 +15,8 @@
 struct bring_up_step {
     /// What was set up ("setup_wanif: ", ...), as it stands in the log.
     const char* label;
-    /// The member of the document that was set up; empty for work on the whole device.
+    /// The member of the document that was set up, the section or the path of the document if that is what
+    /// could not be read; empty for work on the whole device.
     const char* key;
     /// 0 or positive, or a code of result_codes.h.
     int result;
@@ -32,7 +33,9 @@ typedef void (*bring_up_report)(const bring_up_step* step, void* data);
 ///
 /// 0, or the last code among the ports, interfaces, parameters, DHCP services and documents; work that
 /// depends on the set of uplinks, the device snapshot and the health manager are not looked at, as after a
-/// single request. One request in what it waits for the services of the bus (90 seconds in all).
+/// single request. A document of DHCP services that is absent is logged and counts as one without services; a
+/// device document that is not an object is NM_ERR_BAD_FORMAT. One request in what it waits for the services
+/// of the bus (90 seconds in all).
 extern "C" int setup_all_iface_by_config(uint32_t opt);
 
 /// The same, reporting each step.

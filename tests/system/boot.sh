@@ -20,7 +20,6 @@ same "the directories are there, for root alone to write to" "755 root:root" \
     "$(stat -L -c '%n %a %U:%G' "${directories[@]}" | sed '\|^/run/lock/network 700 root:root$|d; s/^[^ ]* //' | sort -u)"
 same "only root can open a lock file" "700 root:root" "$(stat -c '%a %U:%G' /run/lock/network)"
 : >/run/network/.boot_fin
-: >/run/network/resolv.dnsmasq
 same "and all that a request needs" "0 0" "$(nm_bin Add_hosts 192.0.2.1 swdev1 | cut -d' ' -f1) $(
     kernel_call insert_dns_server 192.0.2.53 swdev1)"
 check "and it is logged" test -s "$MAIN_LOG"
@@ -92,6 +91,15 @@ far6 reaches the branch: 1" "$(site_report | sed '1s/far[12]$/one of both/')"
 same "what was applied can be put back, the rates as well, and is as private as what was stored" \
     "600 firewall.curr 600 policy.curr 600 segment.curr 600 static_route.curr 644 qos.json" \
     "$(find /run/network -maxdepth 1 \( -name '*.curr' -o -name '*.json' \) ! -name 'device_info.*' -printf '%m %f\n' | sort | xargs)"
+
+# The same site, but for the port without a device, and with a firewall that is refused.
+systemctl stop networkinterface.target nm-boot-begin nm-bringup nm-boot-finish
+cp "$SITE_LIB/site-documents/device_info.json" "$DEVICE_INFO"
+jq '.RULES.SITE += [{ACTION: "DENY", DST_SERVICE: "nobody-knows"}]' "$SITE_LIB/site-documents/firewall.json" \
+    >/etc/networkmanagement/firewall.json
+systemctl start networkinterface.target
+same "a packet policy that is refused is a failed unit, and the boot goes on" "failed active active active" \
+    "$(systemctl is-active nm-boot-begin nm-bringup nm-boot-finish networkinterface.target | xargs)"
 systemctl start nm-reboot nm-poweroff
 marks() {
     find /run/network -name '.boot_fin' -o -name '.reboot' -o -name '.poweroff' | sort | xargs

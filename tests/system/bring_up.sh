@@ -130,6 +130,24 @@ rm /etc/networkmanagement/dhcp_service.json
 bring_up
 same "a device that has no model is set up as far as that goes" \
     "$(grep -vE ' (PORT|swdev)|dhcp_service' <<<"$ORDER")" "$(awk 'NF -= 1' <<<"$steps")"
+
+# What cannot be read: the step, its failure and the result of the run, each with its document.
+serve ncaas ncaas
+read_by() {
+    nm_bin --json setup_all_iface_by_config 2>/dev/null |
+        jq -r 'if has("step") then select(.key | test("^MISC$|_PORT$|json$")) | "\(.step) \(.key) \(.code)" else .code end' | paste -sd,
+}
+while IFS='|' read -r name device services expected; do
+    rm -f /etc/networkmanagement/dhcp_service.json
+    [[ -z $services ]] || echo "$services" >/etc/networkmanagement/dhcp_service.json
+    echo "$device" >"$DEVICE_INFO"
+    same "$name" "$expected" "$(read_by)"
+done <<'END'
+a device without DHCP services has no document of them|{}||0
+a broken document of services|{}|{|json_file_to_mem /etc/networkmanagement/dhcp_service.json -1032,-1032
+a section that is not an object|{"WAN_PORT":[],"MISC":"x"}||setup_wanif WAN_PORT -1052,setup_misc MISC -1052,-1052
+a device document that is not an object|[]||-1012
+END
 same "without a terminal only failures are shown" 0 "$(nm_bin setup_all_iface_by_config 2>&1 >/dev/null | grep -c ' s  ')"
 mv "$DEVICE_INFO" "$DEVICE_INFO.away"
 same "without a device document there is nothing to do" "-1020 NM_ERR_NOT_FOUND" \

@@ -1,5 +1,5 @@
-// What a boot does beside the bring-up itself: the stored packet policy before the first port is up, and what
-// has to wait until all ports are up.
+// What a boot does beside the bring-up itself: migrations and the stored packet policy before the first port
+// is up, and what has to wait until all ports are up.
 #include <networkinterface.h>
 #include <sys/socket.h>
 
@@ -158,7 +158,12 @@ int boot(const Arguments& words, const Options& options) {
         return usage_error("boot takes begin|finish");
     }
     INITIALIZE_LOG("MAIN");
-    return print_result(words[0] == "begin" ? begin() : finish(), options);
+    if (words[0] == "finish") {
+        return print_result(finish(), options);
+    }
+    const int migrated = migrate({}, options);
+    const int begun = print_result(begin(), options);
+    return begun != kExitOk ? begun : migrated;
 }
 
 }  // namespace nm_bin
