@@ -201,12 +201,16 @@ check_own_library() {
 }
 
 check_purge() {
+    printf '%s\n' '192.0.2.9  host  host  #wan' '192.0.2.8 foreign # of the LAN' '2001:db8::1  host  host  #lan0' >/etc/hosts
+    chmod 640 /etc/hosts
+    echo lo=lo >/run/network/ifstate
     check "a purge" apt purge -y "${OURS[@]}" appliance-bus
     same "ends the daemons" "" "$(pgrep -fa '^/usr/sbin/(dhcpd|dhcpcd|dnsmasq|nm_|ncaas|overlayd)|pppoe/session' || true)"
     same "leaves no secret" "" "$(grep -rlF "$SECRET" /etc /var /run /tmp /usr /root 2>/dev/null || true)"
     same "leaves no file" "" "$(find / -xdev \( -path "$SOURCE_DIR" -o -path /var/cache -o -path /proc -o -path /sys -o -name nm-sandbox.target \) -prune -o \
         \( -path '*network*management*' -o -path '*networkinterface*' -o -name '*vpppoe*' -o -name '*vservice*' \
-        -o -name 'nm-*' -o -name 'nm_*' -o -path '/run/network*' -o -path '/var/db*' -o -path /etc/dhcpcd.conf -o -path '/var/log/network*' -o -name '*VTARGET*' \) -print)"
+        -o -name 'nm-*' -o -name 'nm_*' -o -path '/run/network/*' ! -path /run/network/ifstate -o -path '/var/db*' -o -path /etc/dhcpcd.conf -o -path '/var/log/network*' -o -name '*VTARGET*' \) -print)"
+    same "leaves what others have" "640 192.0.2.8 foreign # of the LAN lo=lo" "$(stat -c %a /etc/hosts) $(</etc/hosts) $(</run/network/ifstate)"
 }
 
 second() {
