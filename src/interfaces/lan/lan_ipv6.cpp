@@ -407,8 +407,10 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
         note_skip(uplink.interface);
         return NM_EXIT(NM_OK);
     }
-    // Whoever had the lock may have changed it.
-    const int ret = find_uplink(uplink) ? tie_to_uplink(uplink) : NM_OK;
+    // Whoever had the lock may have changed it. One that has gone meanwhile waits for this LAN, and then
+    // unties it.
+    (void)find_uplink(uplink);
+    const int ret = tie_to_uplink(uplink);
     (void)nm::note_downlinks(uplink.interface, {ifname}, {});  // a static one has no record
     return NM_EXIT(ret);
 }
