@@ -24,6 +24,7 @@
 namespace {
 
 constexpr int kTries = 20;
+constexpr int kRounds = 3;
 constexpr std::chrono::milliseconds kRest{500};
 constexpr int kHasWork = 1;
 
@@ -106,20 +107,32 @@ bool try_address(const std::string& ifname, int& ret, LeftBehind& left) {
     return true;
 }
 
-/// A LAN that was being set up and this uplink may each have waited for the other's lock, and have given up.
-/// With no lock held any more the LAN can follow.
-int apply_address(const std::string& ifname) {
+int take_address(const std::string& ifname, LeftBehind& left) {
     int ret = NM_OK;
-    LeftBehind left;
     for (int attempt = 0; attempt < kTries; ++attempt) {
         if (try_address(ifname, ret, left)) {
-            const int followed = left.lans.empty() ? NM_OK : renew_lan_ipv6(left.path, left.lans);
-            return ret != NM_OK ? ret : followed;
+            return ret;
         }
         std::this_thread::sleep_for(kRest);
     }
     NM_LOG(Error) << ifname << " cannot take its IPv6 lease, ret=" << ret;
     return ret;
+}
+
+/// A LAN that was being set up and this uplink may each have waited for the other's lock, and have given up.
+/// With no lock held any more the LAN can follow; a relay has nothing to resume and is met in the next round.
+int apply_address(const std::string& ifname) {
+    int failure = NM_OK;
+    for (int round = 0; round < kRounds; ++round) {
+        LeftBehind left;
+        failure = take_address(ifname, left);
+        if (left.lans.empty()) {
+            break;
+        }
+        const int followed = renew_lan_ipv6(left.path, left.lans);
+        failure = failure != NM_OK ? failure : followed;
+    }
+    return failure;
 }
 
 /// Renumbers the LANs behind the port to what its record says by now, with no lock of its own or theirs held.
@@ -142,23 +155,20 @@ int renumber(const std::string& ifname) {
     return ret != NM_OK ? ret : noted;
 }
 
-/// One report at a time: a slow one with an older prefix would move LANs back that a later one has moved. The
-/// lock is of no device's, whose names are shorter.
-int apply_prefix(const std::string& ifname) {
+/// One report at a time: a slow one with an older prefix would move LANs back that a later one has moved, and
+/// one that holds the uplink would wait for a LAN that waits for the uplink on behalf of another. The lock is
+/// of no device's, whose names are shorter.
+int apply_report(const std::string& ifname) {
     for (int attempt = 0; attempt < kTries; ++attempt) {
-        const nm::LockGuard turn(ifname + ".renumbering");
+        const nm::LockGuard turn(ifname + ".lease6_report");
         if (turn.held()) {
-            return renumber(ifname);
+            const int ret = apply_address(ifname);
+            const int renumbered = renumber(ifname);
+            return ret != NM_OK ? ret : renumbered;
         }
     }
-    NM_LOG(Error) << ifname << " is renumbering its LANs still; skip. They follow at the next event.";
+    NM_LOG(Error) << ifname << " is busy with an older report still; skip. The next event makes up for it.";
     return NM_ERR_LOCK;
-}
-
-int apply_report(const std::string& ifname) {
-    const int ret = apply_address(ifname);
-    const int renumbered = apply_prefix(ifname);
-    return ret != NM_OK ? ret : renumbered;
 }
 
 int lease6_event(const char* ifname, const char* act) {

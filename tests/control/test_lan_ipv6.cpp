@@ -101,7 +101,7 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     };
     const auto began = std::chrono::steady_clock::now();
     {
-        nm::LockGuard earlier("swdev1.renumbering");
+        nm::LockGuard earlier("swdev1.lease6_report");
         std::thread later([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(300));
             delegate("2001:db8:9::");

@@ -88,7 +88,8 @@ struct Device {
         }
         up ? run("ip link set " + far + " up && ip link set " + name + " up") : void();
     }
-    ~Device() { run("ip link del " + name); }
+    /// It may be going, too, with the network of its far end.
+    ~Device() { run("ip link del " + name + " || test ! -e /sys/class/net/" + name); }
     std::string name;
 };
 

@@ -201,7 +201,7 @@ public:
             "option dhcp6.name-servers 2001:db8::53, 2001:db8::54;\nsubnet6 2001:db8:1::/64 {\n"
             "  range6 2001:db8:1::100 2001:db8:1::100;\n  prefix6 2001:db8:8:: 2001:db8:8:: /56;\n}\n");
         run("ip link set swdev1 up; sysctl -qw net.ipv6.conf.swdev1.disable_ipv6=0; : >/tmp/d6.leases; "
-            "unshare -n sleep 60 & echo $! >/tmp/d6.net; sleep 0.2; ip link set far netns $(cat "
+            "unshare -n sleep 600 & echo $! >/tmp/d6.net; sleep 0.2; ip link set far netns $(cat "
             "/tmp/d6.net); "
             "nsenter -t $(cat /tmp/d6.net) -n sh -c 'sysctl -qw net.ipv6.conf.far.disable_ipv6=0; ip link "
             "set far up; "
