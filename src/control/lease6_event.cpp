@@ -2,6 +2,8 @@
 // it.
 #include "control/lease6_event.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -135,10 +137,16 @@ int apply_address(const std::string& ifname) {
     return failure;
 }
 
+/// Whether a renumbering that ended like this may fare better at the next report: a LAN was in use, or the
+/// document could not be read or written.
+bool is_worth_another_try(int ret) {
+    constexpr std::array kPassing{NM_ERR_LOCK, NM_ERR_OPEN, NM_ERR_PARSE, NM_ERR_WRITE};
+    return std::find(kPassing.begin(), kPassing.end(), ret) != kPassing.end();
+}
+
 /// Renumbers the LANs behind the port to what its record says by now, with no lock of its own or theirs held.
-/// A prefix that a LAN could not take as it was in use, or that could not be stored, is not in force yet, so
-/// that the next report renumbers it. LANs keep a prefix that has gone without another one in its place:
-/// their clients have no better one.
+/// A prefix that may be had at another try is not in force yet, so that the next report renumbers them. LANs
+/// keep a prefix that has gone without another one in its place: their clients have no better one.
 int renumber(const std::string& ifname) {
     Json::Value record;
     int ret = nm::read_ipv6_record(ifname, record);
@@ -150,8 +158,10 @@ int renumber(const std::string& ifname) {
         ret =
             reconfig_pd_downlinks(ifname, prefix + "/" + nm::json_string_or(record, "curr_pd_prfx_len", ""));
     }
-    const bool is_due = ret == NM_ERR_LOCK || ret == NM_ERR_WRITE;
-    const int noted = is_due ? ret : nm::mark_in_force(ifname, record, nm::kDelegationKeys);
+    if (is_worth_another_try(ret)) {
+        return ret;
+    }
+    const int noted = nm::mark_in_force(ifname, record, nm::kDelegationKeys);
     return ret != NM_OK ? ret : noted;
 }
 

@@ -126,6 +126,10 @@ TEST_F(LanRenumbering, SkipsWhatIsInUseAndIsMadeUpForByTheNextEvent) {
     EXPECT_EQ(exec("ip -6 rule | grep -c 2001:db8:1:9::"), "0\n");
 
     char all[] = "{}";
+    const std::string documents = slurp(kDeviceInfoPath);
+    put(kDeviceInfoPath, "{");
+    EXPECT_EQ(event(), NM_ERR_PARSE);
+    put(kDeviceInfoPath, documents);
     EXPECT_EQ(event(), NM_ERR_BAD_PREFIX);
     EXPECT_EQ(event(), 0) << "nothing is new any more";
     EXPECT_EQ(address("br_v1") + lans()["br_v1"]["IP6_ADDR"].asString(),
