@@ -27,6 +27,7 @@
 #include "services/dhcp/DhcpService.h"
 #include "services/dhcp/dhcp_defaults.h"
 #include "services/radv/radvd.h"
+#include "utils/call_notes.h"
 #include "utils/json_text.h"
 
 namespace {
@@ -88,8 +89,9 @@ private:
     };
 
     static int work_member(std::string key, void* data);
-    int step(const char* label, const std::string& key, const std::function<int()>& work);
-    void fail(int ret);
+    int step(const char* label, const std::string& key, const std::function<int()>& work, bool counts = true);
+    /// One that the result of the run does not look at.
+    int extra(const char* label, const std::function<int()>& work) { return step(label, "", work, false); }
     void fail_at(const char* label, const std::string& key, int ret);
     void walk(Json::Value& document, const char* section, const Walk& walk);
     void set_up_ports(Json::Value& device);
@@ -103,30 +105,32 @@ private:
     int ret_ = NM_OK;
 };
 
-int Run::step(const char* label, const std::string& key, const std::function<int()>& work) {
+/// Whoever watches the run knows the step by its label as far as the colon, and its key.
+std::string name_of(const std::string& label, const std::string& key) {
+    const std::string name = label.substr(0, label.rfind(": "));
+    return key.empty() ? name : name + " " + key;
+}
+
+int Run::step(const char* label, const std::string& key, const std::function<int()>& work, bool counts) {
     const auto begun = Clock::now();
-    const int ret = nm::shielded(work);
+    const int ret = nm::work_target(name_of(label, key), [&work] { return nm::shielded(work); });
     const auto spent = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begun);
+    ret_ = counts && ret < NM_OK ? ret : ret_;
     if (report_ != nullptr) {
-        const bring_up_step ended{label, key.c_str(), ret, static_cast<uint64_t>(spent.count())};
+        const bring_up_step ended{label, key.c_str(), ret, static_cast<uint64_t>(spent.count()), counts};
         report_(&ended, data_);
     }
     return ret;
 }
 
-void Run::fail(int ret) {
-    ret_ = ret < NM_OK ? ret : ret_;
-}
-
 /// What fails before there is a member to work is a step of its own, for whoever follows the run.
 void Run::fail_at(const char* label, const std::string& key, int ret) {
-    fail(step(label, key, [ret] { return ret; }));
+    (void)step(label, key, [ret] { return ret; });
 }
 
 int Run::work_member(std::string key, void* data) {
     const Walk& walk = *static_cast<const Walk*>(data);
     const int ret = walk.run.step(walk.label, key, [&] { return walk.work(key, walk.opt); });
-    walk.run.fail(ret);
     if (ret < NM_OK) {
         NM_LOG(Error) << walk.label << key << " failed!";
     }
@@ -147,10 +151,8 @@ void Run::walk(Json::Value& document, const char* section, const Walk& walk) {
 
 void Run::set_up_ports(Json::Value& device) {
     std::string model;
-    const int ret = step("get_model: ", "", [&] { return get_model(model); });
-    if (ret != NM_OK) {
+    if (step("get_model: ", "", [&] { return get_model(model); }) != NM_OK) {
         NM_LOG(Error) << "Could not get [MODEL] through ncaas, return.";
-        fail(ret);
         return;
     }
     const nm::RadvdHold advertisements;
@@ -174,7 +176,7 @@ void Run::set_up_parameters(Json::Value& device) {
 
 void Run::set_up_dhcp_services() {
     Json::Value services;
-    int ret = json_file_to_mem(kDhcpServicePath, services);
+    const int ret = json_file_to_mem(kDhcpServicePath, services);
     if (ret < 0) {
         NM_LOG(Error) << "Could not get " << kDhcpServicePath << ", return.";
         if (ret != NM_ERR_NOT_FOUND) {  // a device without a DHCP service may have no document
@@ -182,9 +184,8 @@ void Run::set_up_dhcp_services() {
         }
         return;
     }
-    ret =
-        step("migrate_dhcp_service: ", "", [&] { return migrate_dhcp_service(services, kDhcpServicePath); });
-    fail(ret);
+    (void)step("migrate_dhcp_service: ", "",
+               [&] { return migrate_dhcp_service(services, kDhcpServicePath); });
     walk(services, "DHCP_SERVICE",
          {*this, "setup_dhcpservice: ", opt_ | kDhcpMask, [](const std::string& key, uint32_t opt) {
               return _setup_dhcpservice(key, ACT_ADD, opt, kDhcpServicePath);
@@ -193,8 +194,8 @@ void Run::set_up_dhcp_services() {
 
 /// None of it changes the result: the ports are set up, and each logs what it could not do.
 void Run::finish() {
-    (void)step("set_tcp_mss: ", "", [] { return set_tcp_mss(kDeviceInfoPath); });
-    (void)step("update_network_info: ", "", [] { return update_network_info(kHealthManagerSeconds); });
+    (void)extra("set_tcp_mss: ", [] { return set_tcp_mss(kDeviceInfoPath); });
+    (void)extra("update_network_info: ", [] { return update_network_info(kHealthManagerSeconds); });
 }
 
 int Run::all() {
@@ -210,9 +211,9 @@ int Run::all() {
     set_up_ports(device);
     set_up_parameters(device);
     for (const FollowUp& balancing : kBalancing) {
-        (void)step(balancing.label, "", [&] { return balancing.work(kDeviceInfoPath); });
+        (void)extra(balancing.label, [&] { return balancing.work(kDeviceInfoPath); });
     }
-    if (step("copy_save_to_curr: ", "", copy_save_to_curr) < NM_OK) {
+    if (extra("copy_save_to_curr: ", copy_save_to_curr) < NM_OK) {
         NM_LOG(Error) << "Doing copy_save_to_curr failed";
     }
     set_up_dhcp_services();

@@ -22,6 +22,8 @@ struct bring_up_step {
     int result;
     /// How long it took.
     uint64_t microseconds;
+    /// Whether the result of the run may be this one.
+    bool counts;
 };
 
 /// Is called after each step, in the order of the run; `data` is the caller's own pointer.

@@ -19,6 +19,7 @@
 #include "policy/routes/static_route.h"
 #include "result_codes.h"
 #include "services/dhcp/dhcp_defaults.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/handles.h"
@@ -248,7 +249,8 @@ int migrate_documents(const std::vector<std::string>& names, bool dry_run, Json:
     int result = NM_OK;
     for (const std::string& name : wanted) {
         Json::Value& record = report.append(Json::objectValue);
-        const int ret = migrate_one(*find_stored(name), dry_run, record);
+        const int ret =
+            nm::work_target(name, [&] { return migrate_one(*find_stored(name), dry_run, record); });
         result = result != NM_OK ? result : ret;
         if (!dry_run && is_written(record)) {
             sync_file(record["path"].asString());

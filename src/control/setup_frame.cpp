@@ -118,14 +118,16 @@ int run_request(const char* json, const RequestFamily& family) {
     uint32_t all_ops = 0;
     bool set_of_ports_changed = false;
     for (auto member = root.begin(); member != root.end(); ++member) {
-        Request request;
-        ret = read_request(*member, member.name(), request);
-        if (ret == NM_OK) {
-            ret = family.target(member.name(), request.act, request.ops, path, document);
+        ret = work_target(member.name(), [&] {
+            Request request;
+            const int read = read_request(*member, member.name(), request);
+            if (read != NM_OK) {
+                return read;
+            }
             all_ops |= request.ops;
             set_of_ports_changed = set_of_ports_changed || request.act != ACT_ALT;
-        }
-        note_target(member.name(), ret);
+            return family.target(member.name(), request.act, request.ops, path, document);
+        });
     }
     if ((all_ops & OPT_RATE) == 0 && !set_of_ports_changed) {
         return ret;
@@ -143,12 +145,11 @@ int run_section_request(const char* json, SectionTarget target) {
         return ret;
     }
     for (auto entry = root.begin(); entry != root.end(); ++entry) {
-        SectionMember member;
-        ret = read_section_member(entry, member);
-        if (ret == NM_OK) {
-            ret = target(member.name, member.act, member.ops, member.path);
-        }
-        note_target(member.name, ret);
+        ret = work_target(entry.name(), [&] {
+            SectionMember member;
+            const int read = read_section_member(entry, member);
+            return read == NM_OK ? target(member.name, member.act, member.ops, member.path) : read;
+        });
     }
     return ret;
 }

@@ -48,9 +48,10 @@ int setup_topology(const char* json) {
             NM_LOG(Error) << "No opt or empty config path.";
             return NM_ERR_BAD_FORMAT;
         }
-        const int setup_ret =
-            nm::shielded([&] { return __setup_topology(member.name, member.path, member.ops, member.act); });
-        nm::note_target(member.name, setup_ret);
+        const int setup_ret = nm::work_target(member.name, [&member] {
+            return nm::shielded(
+                [&] { return __setup_topology(member.name, member.path, member.ops, member.act); });
+        });
         if (setup_ret != NM_OK) {
             NM_LOG(Error) << "Setup " << member.name << " failed, ret: " << setup_ret;
             ++failures;

@@ -1,12 +1,15 @@
 // Notes to the watcher of a call (utils/call_watch.h), from where things happen.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace nm {
 
 void note_error(const std::string& text);
-void note_target(const std::string& target, int code);
+
+/// Works a target, or what else has a name and a result of its own, between the notes of both; its result.
+int work_target(const std::string& target, const std::function<int()>& work);
 
 /// A wait, for the life of the object.
 class WaitNote {

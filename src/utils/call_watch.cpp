@@ -29,8 +29,11 @@ void note_error(const std::string& text) {
     tell(&nm_call_watch::error_logged, text.c_str());
 }
 
-void note_target(const std::string& target, int code) {
+int work_target(const std::string& target, const std::function<int()>& work) {
+    tell(&nm_call_watch::target_begins, target.c_str());
+    const int code = work();
     tell(&nm_call_watch::target_done, target.c_str(), code);
+    return code;
 }
 
 WaitNote::WaitNote(const std::string& what, int limit, const char* lock_file) {

@@ -1,5 +1,6 @@
 // What a program that shows a call to a person may learn while the call runs: what it waits for, which errors
-// it logs, how each target came out. Without a watcher, which is the rule, that costs a look at a pointer.
+// it logs, which target it works, how that came out. Without a watcher, which is the rule, that costs a look
+// at a pointer.
 #pragma once
 
 #pragma GCC visibility push(default)
@@ -16,7 +17,10 @@ struct nm_call_watch {
     /// The text of a statement of the level ERROR, whether or not there is a log that takes it.
     void (*error_logged)(const char* text);
 
-    /// A target of a request has been worked, with this result.
+    /// A target of a request ("PORT1"), a step of a bring-up ("setup_wanif PORT1") or a document of a
+    /// migration is worked from now on; and has been, with this result. One follows the other, none lies in
+    /// another; what is noted between two of them belongs to the call as a whole.
+    void (*target_begins)(const char* target);
     void (*target_done)(const char* target, int code);
 };
 

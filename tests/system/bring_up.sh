@@ -55,10 +55,10 @@ is_probed() {
     [[ -z $(ip -6 -o addr show tentative) ]]
 }
 
-# What a terminal shows of a run: a line for each step with its time and result, then what failed.
+# What a terminal shows of a run: a line for each step with its time and result, behind that of a wait; then what failed.
 bring_up() {
     script -qefc "nm_bin setup_all_iface_by_config" /dev/null </dev/null >"$scratch/terminal" || true
-    steps=$(sed -nE 's/^(.*[^ ]) +[0-9]+\.[0-9]{3} s  ([A-Za-z_]+)\r?$/\1 \2/p' "$scratch/terminal")
+    steps=$(sed -nE 's/.*\x1b\[K//; s/^(.*[^ ]) +[0-9]+\.[0-9]{3} s  ([A-Za-z_]+)\r?$/\1 \2/p' "$scratch/terminal")
 }
 
 # Steps on ports and interfaces that failed; load balancing needs a kernel with more matches.

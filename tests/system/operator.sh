@@ -51,7 +51,7 @@ without() {
 check_causes() {
     local words unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
     says "no permission" 77 '^try: only root' "${unprivileged[@]}" nm_bin Setup_wanif "{$(of PORT1 4 3)}"
-    for words in "set PORT1 mtu 1400" "service add Camera TCP 554" migrate setup_all_iface_by_config; do
+    for words in "set PORT1 mtu 1400" "service add Camera TCP 554" migrate setup_all_iface_by_config "boot begin"; do
         # shellcheck disable=SC2086  # the words of a command
         says "no permission to $words" 77 '^try: only root' "${unprivileged[@]}" nm_bin $words
     done
@@ -61,6 +61,10 @@ check_causes() {
         without /etc/networkmanagement nm_bin Setup_wanif "{$(of PORT1 4 3)}"
     says "a service that is down" 69 '^try: the service ncaas does not run' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
     says "which an addition needs, too" 69 '^try: the service ncaas does not run' nm_bin add wan PORT9
+    says "and a bring-up" 69 '^try: the service ncaas does not run' nm_bin setup_all_iface_by_config
+    same "the step that needs it, for machines" "get_model -1602 the service ncaas does not run; start it true" "$(
+        nm_bin --json setup_all_iface_by_config 2>/dev/null | jq -r 'select(.step == "get_model") |
+        "\(.step) \(.code) \(.try) \(.errors | length > 0)"')"
     says "an error of the log, the secret masked" 1 '^error: \*\*\* does not exist' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
     says "and its code" 1 '^failed: -1002 NM_ERR_NO_IFACE' nm_bin Setup_wanif "{$(of PORT3 4 1)}"
     says "each target's result" 1 '^  PORT1 0 NM_OK' nm_bin Setup_wanif "{$(of PORT1 4 3),$(of PORT3 4 1)}"
@@ -93,11 +97,45 @@ on_terminal() {
     TERM=xterm script -qec "$1" /dev/null
 }
 
+# hold NAME: somebody else has the lock, until $holder is killed.
+hold() {
+    flock --no-fork "$LOCKS/$1.lck" sleep 120 &
+    holder=$!
+    eventually 5 bash -c "! flock --nonblock $LOCKS/$1.lck true"
+}
+
+# ended STATUS FILE: what a command has left that ran beside.
+ended() {
+    cat "$2"
+    return "$1"
+}
+
+# A wait that ends, and two at the same time that do not: of a bring-up, and of a request that fails otherwise, too.
 check_wait() {
-    flock "$LOCKS/swdev1.lck" sleep 2.5 &
-    eventually 5 bash -c "! flock --nonblock $LOCKS/swdev1.lck true"
-    says "a wait is shown" 0 'waiting for the lock of swdev1, held by flock \(process [0-9]+\): [12] s of at most 10' \
-        on_terminal "nm_bin Setup_wanif '{$(of PORT1 4 3)}'"
+    local status=0 run
+    hold swdev1
+    on_terminal "nm_bin Setup_wanif '{$(of PORT1 4 3)}'" >"$scratch/shown" &
+    run=$!
+    check "a wait is shown" eventually 20 grep -qE \
+        'PORT1: waiting [0-9]+ s of at most 10 for the lock of swdev1, held by sleep \(process [0-9]+\)' "$scratch/shown"
+    kill "$holder"
+    wait "$run" || status=$?
+    says "and ends with the lock" 0 '0 NM_OK success' ended "$status" "$scratch/shown"
+
+    serve ncaas ncaas
+    cp "$DEVICE_INFO" "$scratch/sound"
+    jq '{WAN_PORT: {PORT1: .WAN_PORT.PORT1, PORT2: (.WAN_PORT.PORT1 * {INTERFACE: "swdev2"})}}' "$scratch/sound" >"$DEVICE_INFO"
+    hold swdev2
+    on_terminal "nm_bin setup_all_iface_by_config" >"$scratch/shown" &
+    run=$!
+    same "a target's failure is not explained by another's" "failed: PORT2: -1015" \
+        "$(nm_bin Setup_wanif "{$(of PORT1 4 9),$(of PORT2 4 3)}" 2>&1 | grep -B 1 '^try: the lock' | grep -o '^failed: [^ ]* -[0-9]*')"
+    status=0
+    wait "$run" || status=$?
+    says "a step that waits is shown" 75 'setup_wanif PORT2: waiting [0-9]+ s of at most 10' ended "$status" "$scratch/shown"
+    says "and why it failed" 75 '^try: the lock /var/lock/network/swdev2.lck is held by sleep' ended "$status" "$scratch/shown"
+    kill "$holder"
+    cp "$scratch/sound" "$DEVICE_INFO"
 }
 
 stored() {
@@ -147,7 +185,6 @@ check_damage() {
 
 check_edits() {
     local before pid pids=()
-    serve ncaas ncaas
     says "set" 0 '^0 NM_OK' nm_bin set PORT1 mtu 1400
     same "is in force and stored" "1400 1400" "$(cat /sys/class/net/swdev1/mtu) $(stored .WAN_PORT.PORT1.MTU)"
     before=$(state)
@@ -181,12 +218,12 @@ END
     wait "${pids[@]}"
     same "editors at the same time lose nothing" "7 1000000000 1450" \
         "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW) \(.MTU)"')"
-    flock "$LOCKS/swdev1.lck" sleep 2 &
-    eventually 5 bash -c "! flock --nonblock $LOCKS/swdev1.lck true"
+    hold swdev1
     nm_bin set PORT1 prio 8 >/dev/null &
     pid=$!
-    sleep 1
+    eventually 20 grep -q nanosleep "/proc/$pid/wchan"
     jq '.WAN_PORT.PORT1.ISP_BW = "2000000000"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    kill "$holder"
     wait "$pid"
     same "what another writes during an edit stays" "8 2000000000" "$(stored '.WAN_PORT.PORT1 | "\(.PRIO) \(.ISP_BW)"')"
     jq '.WAN_PORT.PORT1.MTU = "1499"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"

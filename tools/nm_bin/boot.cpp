@@ -4,7 +4,7 @@
 #include <sys/socket.h>
 
 #include <cstdlib>
-#include <iostream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -88,14 +88,10 @@ const std::vector<Document>& routes_and_rates() {
     return all;
 }
 
-/// Keeps the first failure of several steps, and says which it was.
-void keep_first(int& first, int code, const std::string& what) {
-    if (code >= NM_OK) {
-        return;
-    }
-    const ResultCode result = describe_result(code);
-    std::cerr << "nm_bin: " << what << ": " << code << " " << result.name << " " << result.meaning << "\n";
-    first = first == NM_OK ? code : first;
+/// Works one of several steps; the first failure among them is kept.
+void step(int& first, const std::string& name, const std::function<int()>& work) {
+    const int code = work_step(name, work);
+    first = first == NM_OK && code < NM_OK ? code : first;
 }
 
 /// A device that has no such document has nothing to apply.
@@ -104,7 +100,7 @@ int apply_stored(const std::vector<Document>& documents) {
     for (const Document& document : documents) {
         Arguments words{document.path, document.current};
         if (is_file_exists(document.path)) {
-            keep_first(first, document.apply(words), document.path);
+            step(first, document.path, [&] { return document.apply(words); });
         }
     }
     return first;
@@ -139,12 +135,12 @@ int finish() {
     Json::Value device;
     const bool is_configured = json_file_to_mem(kDeviceInfoPath, device) == NM_OK && device.isObject();
     if (is_configured && !device["SERVICES"].empty()) {
-        keep_first(first, bootup_dns(), "name servers");
+        step(first, "name servers", bootup_dns);
     }
-    keep_first(first, writeValue(kBooted, "", false), kBooted);
+    step(first, kBooted, [] { return writeValue(kBooted, "", false); });
     restart_dnsmasq();
     if (is_configured) {
-        keep_first(first, reload_lan_ipv6(kDeviceInfoPath, ""), "IPv6 of the LANs");
+        step(first, "IPv6 of the LANs", [] { return reload_lan_ipv6(kDeviceInfoPath, ""); });
     }
     (void)setup_site_to_site_load_balance(kDeviceInfoPath);  // logged, as after any change of uplinks
     (void)setup_lan_to_wan_load_balance(kDeviceInfoPath);
@@ -158,12 +154,13 @@ int boot(const Arguments& words, const Options& options) {
         return usage_error("boot takes begin|finish");
     }
     INITIALIZE_LOG("MAIN");
-    if (words[0] == "finish") {
-        return print_result(finish(), options);
-    }
-    const int migrated = migrate({}, options);
-    const int begun = print_result(begin(), options);
-    return begun != kExitOk ? begun : migrated;
+    const bool is_begin = words[0] == "begin";
+    const int migrated = is_begin ? migrate({}, options) : kExitOk;
+    // Whatever stands in the way: what can be done at boot is done.
+    const int status = follow_call(is_begin ? begin : finish, [&options](const Outcome& outcome) {
+        (void)print_result(outcome.code, options);
+    });
+    return status != kExitOk ? status : migrated;
 }
 
 }  // namespace nm_bin

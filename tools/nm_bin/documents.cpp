@@ -69,15 +69,15 @@ int migrate(const Arguments& names, const Options& options) {
             return usage_error("no such document: " + name);
         }
     }
-    const std::optional<Cause> obstacle = options.dry_run ? std::nullopt : find_obstacle();
-    if (obstacle) {
-        return explain_obstacle(*obstacle);
-    }
-    INITIALIZE_LOG("MAIN");
     Json::Value records;
-    const int code = migrate_documents(names, options.dry_run, records);
-    options.json ? print_json(records) : print_records(records, options.dry_run);
-    return code < 0 ? kExitFailed : kExitOk;
+    const auto work = [&] {
+        INITIALIZE_LOG("MAIN");
+        return migrate_documents(names, options.dry_run, records);
+    };
+    const auto print = [&](const Outcome&) {
+        options.json ? print_json(records) : print_records(records, options.dry_run);
+    };
+    return options.dry_run ? follow_call(work, print) : run_call(work, options, print);
 }
 
 int show_changes(const Arguments& words, const Options& options) {

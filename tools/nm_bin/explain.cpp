@@ -16,6 +16,7 @@
 #include <set>
 #include <sstream>
 
+#include "nm_bin/places.h"
 #include "nm_bin/secrets.h"
 
 namespace nm_bin {
@@ -43,45 +44,45 @@ std::vector<std::string> boot_directories() {
 }
 
 /// Whether an error names something in the directory, by /run or by /var/run.
-bool is_named(const std::string& directory, const Outcome& outcome) {
+bool is_named(const std::string& directory, const Notes& notes) {
     const std::string path = directory.rfind("/run/", 0) == 0 ? directory.substr(4) : directory;
-    return std::any_of(outcome.errors.begin(), outcome.errors.end(), [&path](const std::string& line) {
+    return std::any_of(notes.errors.begin(), notes.errors.end(), [&path](const std::string& line) {
         return line.find(path + "/") != std::string::npos;
     });
 }
 
-std::optional<Cause> find_missing_directory(const Outcome& outcome, int /*code*/) {
+std::optional<Cause> find_missing_directory(const Notes& notes, int /*code*/) {
     for (const std::string& directory : boot_directories()) {
-        if (!is_dir_exists(directory) && is_named(directory, outcome)) {
+        if (!is_dir_exists(directory) && is_named(directory, notes)) {
             return Cause{EX_OSFILE, "the directory " + directory + " is missing; " + kMakeDirectories};
         }
     }
     return std::nullopt;
 }
 
-std::optional<Cause> find_missing_permission(const Outcome& /*outcome*/, int /*code*/) {
+std::optional<Cause> find_missing_permission(const Notes& /*notes*/, int /*code*/) {
     if (geteuid() == 0) {
         return std::nullopt;
     }
     return Cause{EX_NOPERM, "only root changes the network: run it by sudo"};
 }
 
-std::optional<Cause> find_held_lock(const Outcome& outcome, int code) {
+std::optional<Cause> find_held_lock(const Notes& notes, int code) {
     const bool has_waited =
-        std::any_of(outcome.errors.begin(), outcome.errors.end(),
+        std::any_of(notes.errors.begin(), notes.errors.end(),
                     [](const std::string& line) { return line.rfind("Get LOCK failed: ", 0) == 0; });
-    if ((code != NM_ERR_LOCK && !has_waited) || outcome.holder.empty()) {
+    if ((code != NM_ERR_LOCK && !has_waited) || notes.holder.empty()) {
         return std::nullopt;
     }
-    return Cause{EX_TEMPFAIL, "the lock " + outcome.lock + " is held by " + outcome.holder +
+    return Cause{EX_TEMPFAIL, "the lock " + notes.lock + " is held by " + notes.holder +
                                   "; repeat the command when that has ended"};
 }
 
-std::optional<Cause> find_stopped_service(const Outcome& outcome, int code) {
-    if (code != NM_ERR_BUS_CALL || outcome.service.empty()) {
+std::optional<Cause> find_stopped_service(const Notes& notes, int code) {
+    if (code != NM_ERR_BUS_CALL || notes.service.empty()) {
         return std::nullopt;
     }
-    const std::string& service = outcome.service;
+    const std::string& service = notes.service;
     const bool is_there = access(("/var/run/vservice/" + service + ".sock").c_str(), F_OK) == 0;
     return Cause{EX_UNAVAILABLE, is_there
                                      ? "the service " + service + " runs but did not answer; see its journal"
@@ -93,45 +94,69 @@ std::string advice_of(int code) {
     return advice.empty() ? "read the log, which names what was refused: nm_bin log" : std::string(advice);
 }
 
-Cause find_cause(const Outcome& outcome, int code) {
+Cause find_cause(const Notes& notes, int code) {
     constexpr std::array kFinders{find_missing_permission, find_missing_directory, find_held_lock,
                                   find_stopped_service};
     for (const auto find : kFinders) {
-        if (const std::optional<Cause> cause = find(outcome, code)) {
+        if (const std::optional<Cause> cause = find(notes, code)) {
             return *cause;
         }
     }
     return {kExitFailed, advice_of(code)};
 }
 
-/// The codes that failed, each once, the call's own first.
-std::vector<int> failed_codes(const Outcome& outcome) {
-    std::vector<int> codes;
-    const auto add = [&codes](int code) {
-        if (code < 0 && std::find(codes.begin(), codes.end(), code) == codes.end()) {
-            codes.push_back(code);
+/// What has failed with one code for one cause: targets, or the call itself.
+struct Failure {
+    std::string targets;
+    int code;
+    Cause cause;
+    std::vector<std::string> errors;
+    bool counts;
+};
+
+void add_errors(const Notes& notes, std::vector<std::string>& errors) {
+    for (const std::string& error : notes.errors) {
+        if (std::find(errors.begin(), errors.end(), error) == errors.end()) {
+            errors.push_back(error);
         }
-    };
-    add(outcome.code);
-    for (const TargetResult& result : outcome.targets) {
-        add(result.code);
     }
-    return codes;
 }
 
-std::string targets_of(const Outcome& outcome, int code) {
-    std::string names;
+void add_failure(const TargetResult& result, std::vector<Failure>& failures) {
+    const Cause cause = find_cause(result.notes, result.code);
+    const auto like = std::find_if(failures.begin(), failures.end(), [&](const Failure& failure) {
+        return failure.code == result.code && failure.cause.advice == cause.advice;
+    });
+    if (like == failures.end()) {
+        failures.push_back({result.target, result.code, cause, {}, result.counts});
+        add_errors(result.notes, failures.back().errors);
+        return;
+    }
+    like->targets += ", " + result.target;
+    like->counts = like->counts || result.counts;
+    add_errors(result.notes, like->errors);
+}
+
+std::vector<Failure> find_failures(const Outcome& outcome) {
+    std::vector<Failure> failures;
+    const bool is_of_target =
+        std::any_of(outcome.targets.begin(), outcome.targets.end(),
+                    [&outcome](const TargetResult& result) { return result.code == outcome.code; });
+    if (outcome.code < 0 && !is_of_target) {
+        add_failure({"", outcome.code, outcome.notes}, failures);
+    }
     for (const TargetResult& result : outcome.targets) {
-        if (result.code == code) {
-            names += (names.empty() ? "" : ", ") + result.target;
+        if (result.code < 0) {
+            add_failure(result, failures);
         }
     }
-    return names.empty() ? "" : names + ": ";
+    return failures;
 }
 
 std::string failed_line(const std::string& targets, int code) {
     const ResultCode row = describe_result(code);
-    return targets + std::to_string(code) + " " + std::string(row.name) + ", " + std::string(row.meaning);
+    return targets + (targets.empty() ? "" : ": ") + std::to_string(code) + " " + std::string(row.name) +
+           ", " + std::string(row.meaning);
 }
 
 void print_cause(const std::string& targets, int code, const Cause& cause) {
@@ -139,7 +164,7 @@ void print_cause(const std::string& targets, int code, const Cause& cause) {
               << "try: " << cause.advice << " (nm_bin codes " << code << " tells more)\n";
 }
 
-Json::Value result_object(int code) {
+Json::Value code_object(int code) {
     const ResultCode row = describe_result(code);
     Json::Value object;
     object["code"] = code;
@@ -152,7 +177,7 @@ void print_json(const Outcome& outcome) {
     const ResultCode row = describe_result(outcome.code);
     Json::Value targets(Json::arrayValue);
     for (const TargetResult& result : outcome.targets) {
-        Json::Value object = result_object(result.code);
+        Json::Value object = result_object(result);
         object["target"] = result.target;
         targets.append(object);
     }
@@ -171,6 +196,19 @@ void print_code(int code) {
 }
 
 }  // namespace
+
+Json::Value result_object(const TargetResult& result) {
+    Json::Value object = code_object(result.code);
+    if (result.code >= 0) {
+        return object;
+    }
+    object["try"] = find_cause(result.notes, result.code).advice;
+    object["errors"] = Json::arrayValue;
+    for (const std::string& error : result.notes.errors) {
+        object["errors"].append(mask_text(error));
+    }
+    return object;
+}
 
 std::optional<Cause> find_obstacle() {
     if (access(kLockDirectory, W_OK | X_OK) == 0) {
@@ -208,18 +246,18 @@ int print_result(int code, const Options& options) {
 }
 
 int explain(const Outcome& outcome) {
-    const std::vector<int> codes = failed_codes(outcome);
-    if (codes.empty()) {
-        return kExitOk;
-    }
-    for (const std::string& error : outcome.errors) {
-        std::cerr << tint(Tint::Bad, "error:", STDERR_FILENO) << " " << mask_text(error) << "\n";
-    }
     std::set<int> statuses;
-    for (const int code : codes) {
-        const Cause cause = find_cause(outcome, code);
-        print_cause(outcome.targets.size() > 1 ? targets_of(outcome, code) : "", code, cause);
-        statuses.insert(cause.status);
+    for (const Failure& failure : find_failures(outcome)) {
+        for (const std::string& error : failure.errors) {
+            std::cerr << tint(Tint::Bad, "error:", STDERR_FILENO) << " " << mask_text(error) << "\n";
+        }
+        print_cause(outcome.targets.size() > 1 ? failure.targets : "", failure.code, failure.cause);
+        if (failure.counts) {
+            statuses.insert(failure.cause.status);
+        }
+    }
+    if (statuses.empty()) {
+        return kExitOk;
     }
     return statuses.size() == 1 ? *statuses.begin() : kExitFailed;
 }
@@ -229,14 +267,24 @@ int explain_obstacle(const Cause& cause) {
     return cause.status;
 }
 
-int run_call(const std::function<int()>& call, const Options& options) {
+int follow_call(const std::function<int()>& call, const Print& print) {
+    (void)read_documents();  // whose secrets are then known
+    const Outcome outcome = watch_call(call);
+    print(outcome);
+    std::cout << std::flush;  // before what is said about it on standard error
+    return explain(outcome);
+}
+
+int run_call(const std::function<int()>& call, const Options& options, const Print& print) {
     if (const std::optional<Cause> obstacle = find_obstacle()) {
         (void)print_result(NM_ERR_LOCK, options);
         return explain_obstacle(*obstacle);
     }
-    const Outcome outcome = watch_call(call);
-    print_result(outcome, options);
-    return explain(outcome);
+    return follow_call(call, print);
+}
+
+int run_call(const std::function<int()>& call, const Options& options) {
+    return run_call(call, options, [&options](const Outcome& outcome) { print_result(outcome, options); });
 }
 
 int show_codes(const std::string& code, const Options& options) {
@@ -258,7 +306,7 @@ int show_codes(const std::string& code, const Options& options) {
         print_code(row->code);
         return kExitOk;
     }
-    Json::Value object = result_object(row->code);
+    Json::Value object = code_object(row->code);
     object["try"] = row->code < 0 ? advice_of(row->code) : "";
     std::cout << Json::FastWriter().write(object);
     return kExitOk;

@@ -1,6 +1,8 @@
 // Results in words: what failed, why, and what to try.
 #pragma once
 
+#include <json/value.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,6 +19,9 @@ struct Cause {
     std::string advice;
 };
 
+/// Code, name and meaning; of a failure also the advice and the errors.
+Json::Value result_object(const TargetResult& result);
+
 /// What would make every call fail; nothing if a call can be made.
 std::optional<Cause> find_obstacle();
 
@@ -27,10 +32,19 @@ void print_result(const Outcome& outcome, const Options& options);
 int print_result(int code, const Options& options);
 
 /// What failed, why, and what to try, on standard error; the exit status. For an outcome without a failure
-/// kExitOk.
+/// that counts kExitOk.
 int explain(const Outcome& outcome);
 
-/// Makes the call unless something would make it fail, prints its result and explains it; the exit status.
+/// Prints the outcome of a call in a command's own way.
+using Print = std::function<void(const Outcome& outcome)>;
+
+/// Makes the call, prints its outcome and explains it; the exit status. For what only looks at things.
+int follow_call(const std::function<int()>& call, const Print& print);
+
+/// The same unless something would make the call fail, which then is the result.
+int run_call(const std::function<int()>& call, const Options& options, const Print& print);
+
+/// The same for a call whose result is all that it prints.
 int run_call(const std::function<int()>& call, const Options& options);
 
 /// Explains an obstacle like a call that failed for it.

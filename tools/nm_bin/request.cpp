@@ -97,7 +97,6 @@ int run_entry(const Entry& entry, Arguments words, const Options& options) {
     if (!complaint.empty()) {
         return usage_error(complaint);
     }
-    (void)read_documents();  // whose secrets are then known
     warn_of_request(entry, words);
     return run_call([&] { return entry.run(words); }, options);
 }

@@ -16,22 +16,21 @@ namespace {
 
 using Faults = std::vector<std::string>;
 
-int print_result(int code, bool as_json) {
-    Options options;
-    options.json = as_json;
-    return nm_bin::print_result(code, options);
-}
-
 /// Prints the result of an edit, and all that is wrong with it.
-int edit(const std::function<int(Faults& faults)>& work, bool as_json) {
+int edit(const std::function<int(Faults& faults)>& work, const Options& options) {
     Faults faults;
-    Options options;
-    options.json = as_json;
     const int status = run_call([&] { return work(faults); }, options);
     for (const std::string& fault : faults) {
         std::cerr << "nm_bin: " << fault << "\n";
     }
     return status;
+}
+
+/// Looks something up, and prints it or why there is nothing to print.
+int view(const std::function<int()>& look_up, const std::function<void()>& print, const Options& options) {
+    return follow_call(look_up, [&](const Outcome& outcome) {
+        outcome.has_failed() ? print_result(outcome, options) : print();
+    });
 }
 
 /// NAME PROTOCOL PORTS [REMARK] from the word `first` on.
@@ -51,29 +50,22 @@ void print_json(const Json::Value& value) {
     std::cout << Json::writeString(Json::StreamWriterBuilder(), value) << "\n";
 }
 
-int list(const Arguments&, bool as_json) {
+int list(const Arguments&, const Options& options) {
     Json::Value rows;
-    const int code = list_service_ports(rows);
-    if (code < 0) {
-        return print_result(code, as_json);
-    }
-    if (as_json) {
-        print_json(rows);
-        return kExitOk;
-    }
-    for (const Json::Value& row : rows) {
-        const auto text = [&row](const char* key) { return row.get(key, "").asString(); };
-        print_row(text("service"), text("protocol"), text("ports"), text("remark"));
-    }
-    return kExitOk;
+    const auto print = [&] {
+        if (options.json) {
+            print_json(rows);
+            return;
+        }
+        for (const Json::Value& row : rows) {
+            const auto text = [&row](const char* key) { return row.get(key, "").asString(); };
+            print_row(text("service"), text("protocol"), text("ports"), text("remark"));
+        }
+    };
+    return view([&rows] { return list_service_ports(rows); }, print, options);
 }
 
-int find(const Arguments& words, bool as_json) {
-    std::vector<service_port> found;
-    const int code = find_services_of_ports(words[1], words.size() > 2 ? words[2] : "All", found);
-    if (code < 0) {
-        return print_result(code, as_json);
-    }
+void print_found(const std::vector<service_port>& found, bool as_json) {
     Json::Value rows(Json::arrayValue);
     for (const service_port& service : found) {
         Json::Value& row = rows.append(Json::objectValue);
@@ -83,40 +75,46 @@ int find(const Arguments& words, bool as_json) {
         as_json ? void() : print_row(service.service, service.protocol, service.ports, service.remark);
     }
     as_json ? print_json(rows) : void();
-    return found.empty() ? kExitFailed : kExitOk;
 }
 
-int add(const Arguments& words, bool as_json) {
-    return edit([&](Faults& faults) { return add_service_port(service_of(words, 1), faults); }, as_json);
+int find(const Arguments& words, const Options& options) {
+    std::vector<service_port> found;
+    const int status =
+        view([&] { return find_services_of_ports(words[1], words.size() > 2 ? words[2] : "All", found); },
+             [&] { print_found(found, options.json); }, options);
+    return status == kExitOk && found.empty() ? kExitFailed : status;
 }
 
-int change(const Arguments& words, bool as_json) {
+int add(const Arguments& words, const Options& options) {
+    return edit([&](Faults& faults) { return add_service_port(service_of(words, 1), faults); }, options);
+}
+
+int change(const Arguments& words, const Options& options) {
     return edit([&](Faults& faults) { return change_service_port(words[1], service_of(words, 1), faults); },
-                as_json);
+                options);
 }
 
-int remove(const Arguments& words, bool as_json) {
-    return edit([&](Faults& faults) { return delete_service_port(words[1], faults); }, as_json);
+int remove(const Arguments& words, const Options& options) {
+    return edit([&](Faults& faults) { return delete_service_port(words[1], faults); }, options);
 }
 
 /// The services that rules name; 1 if one of them is not known.
-int uses(const Arguments&, bool as_json) {
+int uses(const Arguments&, const Options& options) {
     Json::Value rows;
-    const int code = list_service_references(rows);
-    if (code < 0) {
-        return print_result(code, as_json);
-    }
-    bool all_known = true;
-    for (const Json::Value& row : rows) {
-        const bool known = row["known"].asBool();
-        all_known = all_known && known;
-        if (!as_json) {
-            std::cout << row["document"].asString() << " " << row["pointer"].asString() << " "
-                      << row["service"].asString() << (known ? "" : " (not known)") << "\n";
+    const auto print = [&] {
+        for (const Json::Value& row : rows) {
+            if (!options.json) {
+                std::cout << row["document"].asString() << " " << row["pointer"].asString() << " "
+                          << row["service"].asString() << (row["known"].asBool() ? "" : " (not known)")
+                          << "\n";
+            }
         }
-    }
-    as_json ? print_json(rows) : void();
-    return all_known ? kExitOk : kExitFailed;
+        options.json ? print_json(rows) : void();
+    };
+    const int status = view([&rows] { return list_service_references(rows); }, print, options);
+    const bool all_known =
+        std::all_of(rows.begin(), rows.end(), [](const Json::Value& row) { return row["known"].asBool(); });
+    return status == kExitOk && !all_known ? kExitFailed : status;
 }
 
 /// A verb, how many words may stand behind it, and its work.
@@ -124,7 +122,7 @@ struct Verb {
     std::string_view name;
     size_t least;
     size_t most;
-    int (*run)(const Arguments& words, bool as_json);
+    int (*run)(const Arguments& words, const Options& options);
 };
 constexpr std::array kVerbs{Verb{"list", 0, 0, list},     Verb{"find", 1, 2, find},
                             Verb{"uses", 0, 0, uses},     Verb{"add", 3, 4, add},
@@ -141,7 +139,7 @@ int manage_services(const Arguments& words, const Options& options) {
         return usage_error("service takes list, find, uses, add, change or delete, and their words");
     }
     INITIALIZE_LOG("MAIN");
-    return verb->run(words, options.json);
+    return verb->run(words, options);
 }
 
 }  // namespace nm_bin

@@ -2,6 +2,7 @@
 #include "nm_bin/watch.h"
 
 #include <networkinterface.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -38,8 +40,10 @@ public:
         thread_.join();
     }
 
-    void begin(const std::string& what, const std::string& lock_file, int limit) {
+    /// Who waits, in front of the line, and for what.
+    void begin(const std::string& who, const std::string& what, const std::string& lock_file, int limit) {
         const std::lock_guard guard(mutex_);
+        who_ = who;
         what_ = what;
         lock_file_ = lock_file;
         limit_ = limit;
@@ -70,13 +74,20 @@ private:
     void draw(long seconds) {
         const std::string holder = lock_file_.empty() ? "" : lock_holder(lock_file_);
         std::ostringstream line;
-        line << "waiting for " << what_ << (holder.empty() ? "" : ", held by " + holder) << ": " << seconds
-             << " s";
+        line << who_ << (who_.empty() ? "" : ": ") << "waiting " << seconds << " s";
         if (limit_ > 0) {
             line << " of at most " << limit_;
         }
-        std::cerr << "\r\033[K" << line.str() << std::flush;
+        line << " for " << what_ << (holder.empty() ? "" : ", held by " + holder);
+        std::cerr << "\r\033[K" << line.str().substr(0, columns()) << std::flush;
         is_drawn_ = true;
+    }
+
+    /// What stays on one line, which alone can be wiped.
+    static size_t columns() {
+        winsize size{};
+        const bool is_known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+        return is_known ? size.ws_col - 1U : std::string::npos;
     }
 
     void wipe() {
@@ -90,6 +101,7 @@ private:
     std::condition_variable changed_;
     bool is_over_ = false;
     bool is_drawn_ = false;
+    std::string who_;
     std::string what_;
     std::string lock_file_;
     int limit_ = 0;
@@ -97,87 +109,100 @@ private:
     std::thread thread_;  // last: it uses all of the above
 };
 
+/// The call under way.
+struct Call {
+    Outcome outcome;
+    std::optional<TargetResult> target;  // that is worked
+    std::unique_ptr<WaitLine> line;      // null without a terminal
+
+    Notes& notes() { return target ? target->notes : outcome.notes; }
+};
+
 // The library's notes carry no pointer of the watcher's.
-Outcome* outcome = nullptr;
-WaitLine* wait_line = nullptr;
+Call* watched = nullptr;
 
 void note_holder() {
-    const std::string holder = outcome->lock.empty() ? "" : lock_holder(outcome->lock);
+    Notes& notes = watched->notes();
+    const std::string holder = notes.lock.empty() ? "" : lock_holder(notes.lock);
     if (!holder.empty()) {
-        outcome->holder = holder;
+        notes.holder = holder;
     }
 }
 
 void note_wait(const char* what, const char* lock_file, int limit) {
     constexpr std::string_view kService = "an answer of ";
-    outcome->lock = lock_file == nullptr ? "" : lock_file;
-    outcome->holder.clear();
+    Notes& notes = watched->notes();
+    notes.lock = lock_file == nullptr ? "" : lock_file;
+    notes.holder.clear();
     if (std::string_view(what).substr(0, kService.size()) == kService) {
-        outcome->service = what + kService.size();
+        notes.service = what + kService.size();
     }
     note_holder();
-    if (wait_line != nullptr) {
-        wait_line->begin(what, outcome->lock, limit);
+    if (watched->line != nullptr) {
+        watched->line->begin(watched->target ? watched->target->target : "", what, notes.lock, limit);
     }
 }
 
 /// Who has the lock at last is why the call fails.
 void note_wait_end() {
     note_holder();
-    if (wait_line != nullptr) {
-        wait_line->end();
+    if (watched->line != nullptr) {
+        watched->line->end();
     }
 }
-
-/// The last errors since the last target was done.
-std::vector<std::string> recent;
 
 void note_error(const char* text) {
     constexpr size_t kKept = 5;
+    std::vector<std::string>& errors = watched->notes().errors;
     std::string line = text;
     std::replace(line.begin(), line.end(), '\n', ' ');
     line.erase(0, line.find_first_not_of(' '));
-    if (line.empty() || (!recent.empty() && recent.back() == line)) {
+    if (line.empty() || (!errors.empty() && errors.back() == line)) {
         return;
     }
-    recent.push_back(line);
-    if (recent.size() > kKept) {
-        recent.erase(recent.begin());
+    errors.push_back(line);
+    if (errors.size() > kKept) {
+        errors.erase(errors.begin());
     }
 }
 
-/// What a target that succeeded logged on its way is not why the call fails, nor is what comes after them
-/// all.
-void note_target(const char* target, int code) {
-    outcome->targets.push_back({target, code});
-    if (code < 0) {
-        outcome->errors.insert(outcome->errors.end(), recent.begin(), recent.end());
+void note_target(const char* target) {
+    watched->target.emplace();
+    watched->target->target = target;
+}
+
+/// What a target that succeeded logged on its way is not why the call fails.
+void note_result(const char* /*target*/, int code) {
+    if (!watched->target) {
+        return;
     }
-    recent.clear();
+    watched->target->code = code;
+    watched->outcome.targets.push_back(*watched->target);
+    watched->target.reset();
 }
 
 /// The watch of this process, for the length of a call.
 class Watch {
 public:
-    explicit Watch(Outcome& result) {
-        static constexpr nm_call_watch kNotes{note_wait, note_wait_end, note_error, note_target};
-        outcome = &result;
+    Watch() {
+        static constexpr nm_call_watch kNotes{note_wait, note_wait_end, note_error, note_target, note_result};
         if (isatty(STDERR_FILENO) == 1) {
-            line_ = std::make_unique<WaitLine>();
+            call_.line = std::make_unique<WaitLine>();
         }
-        wait_line = line_.get();
+        watched = &call_;
         nm_watch_calls(&kNotes);
     }
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
     ~Watch() {
         nm_watch_calls(nullptr);
-        wait_line = nullptr;
-        outcome = nullptr;
+        watched = nullptr;
     }
 
+    Outcome& outcome() { return call_.outcome; }
+
 private:
-    std::unique_ptr<WaitLine> line_;
+    Call call_;
 };
 
 std::string process_name(const std::string& pid) {
@@ -203,14 +228,20 @@ bool Outcome::has_failed() const {
 }
 
 Outcome watch_call(const std::function<int()>& call) {
-    Outcome result;
-    const Watch watch(result);
-    recent.clear();
-    result.code = call();
-    if (result.errors.empty()) {
-        result.errors = recent;
-    }
-    return result;
+    Watch watch;
+    watch.outcome().code = call();
+    return watch.outcome();
+}
+
+int work_step(const std::string& name, const std::function<int()>& work) {
+    note_target(name.c_str());
+    const int code = work();
+    note_result(name.c_str(), code);
+    return code;
+}
+
+TargetResult& last_target() {
+    return watched->outcome.targets.back();
 }
 
 std::string lock_holder(const std::string& lock_file) {

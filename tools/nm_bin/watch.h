@@ -8,25 +8,40 @@
 
 namespace nm_bin {
 
+/// What was noted while a piece of work lasted.
+struct Notes {
+    std::vector<std::string> errors;  // the last ones
+    std::string lock;                 // that it waited for last, the name of its file
+    std::string holder;               // who had that lock, empty if nobody was found
+    std::string service;              // of the bus, that it asked last
+};
+
+/// A target of a request, or a step of a command that has several.
 struct TargetResult {
     std::string target;
-    int code;
+    int code = 0;
+    Notes notes{};
+    bool counts = true;  // whether its failure is one of the command
 };
 
 /// What is known about a call when it is over.
 struct Outcome {
     int code = 0;
     std::vector<TargetResult> targets;
-    std::vector<std::string> errors;  // the last ones of each target that failed, else of the call
-    std::string lock;                 // that it waited for last, the name of its file
-    std::string holder;               // who had that lock, empty if nobody was found
-    std::string service;              // of the bus, that it asked last
+    Notes notes;  // of what belongs to no target
 
     bool has_failed() const;
 };
 
-/// Runs the call; where standard error is a terminal, a wait of more than a second is shown there meanwhile.
+/// Runs the call; where standard error is a terminal, a wait of more than a second is shown there meanwhile,
+/// with the target that waits.
 Outcome watch_call(const std::function<int()>& call);
+
+/// Works a step of the call under way that no entry of the library names as a target; its result.
+int work_step(const std::string& name, const std::function<int()>& work);
+
+/// The target of the call under way that was done last; one has to have been.
+TargetResult& last_target();
 
 /// The other process that holds the lock of this file, "NAME (process PID)"; empty if none does.
 std::string lock_holder(const std::string& lock_file);
