@@ -2,11 +2,10 @@
 #include <malloc.h>
 #include <networkinterface.h>
 #include <service_notify.h>
-#include <signal.h>
+#include <stop_signals.h>
 #include <vservice.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -29,21 +28,6 @@ constexpr char kUsage[] =
     "\n"
     "  --methods    print the table of all methods\n"
     "  --arguments  print each method with the names of its arguments, one a line\n";
-
-/// What a signal handler reaches without an argument of its own; null when there is nothing to stop.
-std::atomic<vs_server*> running_server{nullptr};
-
-void stop_on_signal(int) {
-    vs_server_stop(running_server);
-}
-
-void catch_signals() {
-    struct sigaction action {};
-    action.sa_handler = stop_on_signal;
-    for (const int number : {SIGTERM, SIGINT}) {
-        sigaction(number, &action, nullptr);
-    }
-}
 
 int fail(const std::string& what, int error) {
     std::cerr << "nm_serviced: " << what << ": " << std::strerror(error) << '\n';
@@ -121,23 +105,24 @@ void keep_memory_small() {
 
 int serve() {
     keep_memory_small();
-    running_server = vs_server_create(kService);
-    if (running_server == nullptr) {
+    vs_server* const server = vs_server_create(kService);
+    if (server == nullptr) {
         return fail("cannot listen", errno);
     }
     for (const vs_api_method& method : vs_api_methods()) {
-        vs_server_add_method(running_server, method.name, method.handler);
+        vs_server_add_method(server, method.name, method.handler);
     }
-    vs_server_add_method(running_server, kAlive, answer_alive);
-    catch_signals();
+    vs_server_add_method(server, kAlive, answer_alive);
+    stop_on_signals(server);
     int result = 0;
     {
         const Watchdog watchdog(watchdog_patience());
         notify_manager("READY=1");
-        result = vs_server_run(running_server);
+        result = vs_server_run(server);
         notify_manager("STOPPING=1");
     }
-    vs_server_free(running_server.exchange(nullptr));
+    stop_on_signals(nullptr);
+    vs_server_free(server);
     return result == 0 ? 0 : fail("cannot serve", -result);
 }
 

@@ -2,21 +2,18 @@
 #include "service.h"
 
 #include <errno.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <iostream>
 
 #include "service_notify.h"
+#include "stop_signals.h"
 #include "store.h"
 
 namespace peers {
 
 namespace {
-
-// What a signal handler reaches without an argument of its own.
-vs_server* running_server = nullptr;
 
 void tell(const std::string& what) {
     std::cerr << std::string(program_invocation_short_name) + ": " + what + '\n';
@@ -39,18 +36,6 @@ Json::Value reply_to(const std::string& text, Answer answer) {
     }
 }
 
-void stop_on_signal(int) {
-    vs_server_stop(running_server);
-}
-
-void catch_signals() {
-    struct sigaction action {};
-    action.sa_handler = stop_on_signal;
-    for (const int number : {SIGTERM, SIGINT}) {
-        sigaction(number, &action, nullptr);
-    }
-}
-
 }  // namespace
 
 int answer_call(vs_io* io, int socket, Answer answer) {
@@ -66,22 +51,23 @@ int answer_call(vs_io* io, int socket, Answer answer) {
 }
 
 int run_service(const char* name, const std::vector<Method>& methods, void (*at_start)()) {
-    running_server = vs_server_create(name);
-    if (running_server == nullptr) {
+    vs_server* const server = vs_server_create(name);
+    if (server == nullptr) {
         tell(std::string("cannot listen: ") + std::strerror(errno));
         return 1;
     }
     for (const Method& method : methods) {
-        vs_server_add_method(running_server, method.name, method.serve);
+        vs_server_add_method(server, method.name, method.serve);
     }
-    catch_signals();
+    stop_on_signals(server);
     at_start();
     notify_manager("READY=1");
-    const int result = vs_server_run(running_server);
+    const int result = vs_server_run(server);
     if (result != 0) {
         tell(std::string("cannot serve: ") + std::strerror(-result));
     }
-    vs_server_free(running_server);
+    stop_on_signals(nullptr);
+    vs_server_free(server);
     return result == 0 ? 0 : 1;
 }
 
