@@ -14,6 +14,7 @@
 #include <set>
 
 #include "icmp6.h"
+#include "kernel/route_table.h"
 
 namespace relay6 {
 
@@ -25,11 +26,6 @@ using AddressSet = std::set<in6_addr, AddressOrder>;
 // use that iproute2's rt_protos does not name.
 constexpr std::uint8_t kProtocol = 106;
 constexpr unsigned int kHostLength = 128;
-
-// An interface owns sixteen priorities; its other rules take the first ones.
-constexpr unsigned int kBlock = 16;
-constexpr unsigned int kMainSlot = 14;
-constexpr unsigned int kUplinkSlot = 15;
 
 constexpr std::uint16_t kAdd = NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_REPLACE;
 constexpr std::uint16_t kAddOnce = NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_EXCL;
@@ -203,13 +199,14 @@ void KernelTables::downlink_rules(unsigned int ifindex, unsigned int table, bool
     if (if_indextoname(ifindex, name) == nullptr) {
         return;
     }
-    for (const unsigned int slot : {kMainSlot, kUplinkSlot}) {
+    for (const nm::RuleSlot slot : {nm::RuleSlot::RelayMain, nm::RuleSlot::RelayUplink}) {
         fib_rule_hdr body{};
         body.family = AF_INET6;
         body.action = FR_ACT_TO_TBL;
         Request request(add ? RTM_NEWRULE : RTM_DELRULE, add ? kAddOnce : kDelete, body);
-        request.put(FRA_PRIORITY, kBlock * ifindex + slot).put_text(FRA_IIFNAME, name);
-        if (slot == kMainSlot) {
+        request.put(FRA_PRIORITY, nm::rule_priority(nm::uplink_rule_base(ifindex), slot))
+            .put_text(FRA_IIFNAME, name);
+        if (slot == nm::RuleSlot::RelayMain) {
             request.put(FRA_TABLE, std::uint32_t{RT_TABLE_MAIN})
                 .put(FRA_SUPPRESS_PREFIXLEN, std::uint32_t{0});
         } else if (table != 0) {

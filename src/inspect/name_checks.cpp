@@ -4,6 +4,7 @@
 
 #include "config/service_ports.h"
 #include "inspect/checks.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/presence.h"
 #include "utils/json_text.h"
 #include "utils/shell_text.h"
@@ -16,7 +17,7 @@ namespace {
 void check_segment(const Place& place, const std::string& key, std::map<std::string, std::string>& sets,
                    Findings& findings) {
     constexpr size_t kLongest = 31;  // ip_set.h: IPSET_MAXNAMELEN without its end
-    const std::string set = segment_name("seg", key);
+    const std::string set = segment_name(kSegmentSets, key);
     if (!is_plain(set) || set.find('/') != std::string::npos || set.size() > kLongest) {
         findings.error(place, "no set can be called " + set,
                        "a name of letters and digits, at most 27 characters");

@@ -11,6 +11,7 @@
 #include "inspect/rule_words.h"
 #include "kernel/marks.h"
 #include "kernel/vlan.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/presence.h"
 #include "policy/firewall/firewall_rule.h"
 #include "services/dns/hostname_ipset.h"
@@ -295,7 +296,7 @@ void check_rules(const DocumentSet& documents, Findings& findings) {
     Surroundings around{documents.root(kDevice), {}, stored_services(documents)};
     const Json::Value& segments = documents.root(kSegments);
     for (const std::string& key : segments.isObject() ? segments.getMemberNames() : Json::Value::Members()) {
-        around.segments.insert(segment_name("seg", key));
+        around.segments.insert(segment_name(kSegmentSets, key));
     }
     for (const RuleDocument& document : rule_documents()) {
         check_document(document, documents.root(document.name), around, findings);

@@ -27,6 +27,7 @@
 #include "utils/mac.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
@@ -165,7 +166,6 @@ bool remove_record(const std::string& path) {
 }
 
 int control_dh6dns(const std::string& ifname, bool start) {
-    constexpr const char* kUnit = "nm-dhclient-6-dns@";
     if (nm::leaves_directory(ifname)) {
         NM_LOG(Error) << "No such interface: " << ifname;
         return NM_ERR_NO_IFACE;
@@ -175,10 +175,10 @@ int control_dh6dns(const std::string& ifname, bool start) {
         NM_LOG(Debug) << "No previous dns info " << path;
     }
     if (!start) {
-        return service_stop(kUnit, ifname.c_str(), nullptr);
+        return service_stop(nm::kDhcp6DnsUnit, ifname.c_str(), nullptr);
     }
     NM_LOG(Debug) << "VNE: skip wait_for_link_address";
-    return service_start(kUnit, ifname.c_str(), nullptr);
+    return service_start(nm::kDhcp6DnsUnit, ifname.c_str(), nullptr);
 }
 
 }  // namespace

@@ -16,18 +16,32 @@ constexpr RT_ID kSecondStaticTable = 1;
 constexpr RT_ID kDefaultRoutesTable = 253;
 
 /// The block of priorities that starts at an interface's base.
-enum class RuleSlot : unsigned int { Source = 1, Oif = 2, Dnat = 3, LanToWan = 4 };
+/// The last two are those of a
+/// LAN that shares its uplink's IPv6 prefix, and are the relay's (platform/relay6/).
+enum class RuleSlot : unsigned int {
+    Source = 1,
+    Oif = 2,
+    Dnat = 3,
+    LanToWan = 4,
+    RelayMain = 14,
+    RelayUplink = 15
+};
+
+/// The first table of an uplink is this and its index; no index from the second on has one.
+constexpr RT_ID kFirstUplinkTable = 256;
+constexpr unsigned int kUplinkIndexEnd = 65536 - kFirstUplinkTable;
+
+/// How many rule priorities belong to an interface.
+constexpr unsigned int kRuleBlock = 16;
 
 /// The table of the interface with this index; 0 for an index whose table number would reach 65536.
 constexpr RT_ID uplink_table(unsigned int ifindex) {
-    constexpr RT_ID kFirst = 256;
-    constexpr unsigned int kEnd = 65536 - kFirst;
-    return ifindex < kEnd ? kFirst + ifindex : 0;
+    return ifindex < kUplinkIndexEnd ? kFirstUplinkTable + ifindex : 0;
 }
 
 /// The base of the interface's rule priorities.
 constexpr unsigned int uplink_rule_base(unsigned int ifindex) {
-    return ifindex * 16;
+    return ifindex * kRuleBlock;
 }
 
 /// The priority of a slot of the block.

@@ -15,15 +15,6 @@ std::string text_of(const Json::Value& record, const char* key) {
     return record.get(key, "").asString();
 }
 
-/// Names in documents may hold what moves a terminal's cursor.
-std::string harmless(const std::string& text) {
-    std::string shown;
-    for (const char c : text) {
-        shown += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
-    }
-    return shown;
-}
-
 /// The form that compilers have and editors jump by.
 void print_finding(const Json::Value& finding) {
     const bool is_error = finding["grade"] == "error";
@@ -33,10 +24,6 @@ void print_finding(const Json::Value& finding) {
               << tint(is_error ? Tint::Bad : Tint::Warning, text_of(finding, "grade"), STDOUT_FILENO) << ": "
               << harmless(pointer + (pointer.empty() ? "" : ": ") + text_of(finding, "what")) << "\n    "
               << tint(Tint::Faint, "right: " + harmless(text_of(finding, "right")), STDOUT_FILENO) << "\n";
-}
-
-std::string count_of(size_t number, const std::string& what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
 void print_summary(const Json::Value& report) {

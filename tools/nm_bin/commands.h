@@ -41,6 +41,10 @@ int log(const Arguments& words, const Options& options);
 /// kExitUsage if something could not be checked.
 int check(const Arguments& words, const Options& options);
 
+/// Who owns what, and what lies there: kExitFailed if something is not its owner's, kExitUsage if something
+/// could not be looked at.
+int owners(const Arguments& words, const Options& options);
+
 /// Documents, their migrations and their differences.
 int migrate(const Arguments& words, const Options& options);
 int show_changes(const Arguments& words, const Options& options);

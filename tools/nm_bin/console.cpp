@@ -50,6 +50,18 @@ std::string tint(Tint colour, const std::string& text, int fd) {
                                            : text;
 }
 
+std::string harmless(const std::string& text) {
+    std::string shown;
+    for (const char c : text) {
+        shown += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
+    }
+    return shown;
+}
+
+std::string count_of(size_t number, const std::string& what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 size_t Table::width(size_t column) const {
     size_t widest = header_[column].size();
     for (const std::vector<std::string>& row : rows_) {

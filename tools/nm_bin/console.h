@@ -28,6 +28,12 @@ enum class Tint { Good, Bad, Warning, Faint };
 /// `text` in a colour, as it is where descriptor `fd` is not a terminal or NO_COLOR or TERM ask for none.
 std::string tint(Tint colour, const std::string& text, int fd);
 
+/// Without what moves a terminal's cursor, as names in documents and of files may hold it.
+std::string harmless(const std::string& text);
+
+/// "1 error", "2 errors".
+std::string count_of(size_t number, const std::string& what);
+
 /// Rows under a header; as JSON a list of objects whose keys are the header's words.
 class Table {
 public:

@@ -9,6 +9,7 @@
 #include "log.h"
 #include "peers/bus/qos_rate.h"
 #include "peers/bus/service_bus.h"
+#include "policy/common/packet_names.h"
 #include "policy/dnat/dnat.h"
 #include "policy/edge/alg.h"
 #include "policy/edge/attack_defense.h"
@@ -132,7 +133,7 @@ void set_up_switches(const Json::Value& document) {
 
 int apply_firewall(Json::Value& old_config, Json::Value& new_config, std::string& error) {
     set_up_switches(new_config);
-    return setup_firewall(old_config, new_config, "mangle", "FIREWALL", error);
+    return setup_firewall(old_config, new_config, "mangle", nm::kVerdictChain, error);
 }
 
 void undo_switches(Json::Value& old_config, Json::Value&) {
@@ -159,7 +160,7 @@ int apply_forwards(Json::Value& old_config, Json::Value& new_config, std::string
 
 int apply_policy(Json::Value& old_config, Json::Value& new_config, std::string& error) {
     const int ret = setup_firewall_policy(old_config, new_config, error);
-    return ret != NM_OK ? ret : setup_firewall(old_config, new_config, "mangle", "STEER", error);
+    return ret != NM_OK ? ret : setup_firewall(old_config, new_config, "mangle", nm::kSteeringChain, error);
 }
 
 /// Each chain is replaced in one step, but classes that were accepted must not outlive their steering.

@@ -29,11 +29,11 @@
 #include "utils/ip_text.h"
 #include "utils/json_text.h"
 #include "utils/shell_text.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
 
-constexpr const char* kRelayUnit = "nm-6relayd@";
 /// How the relay runs: as a relay of advertisements and DHCPv6, or as a proxy of neighbour discovery alone.
 constexpr const char* kRelayAll = "-A";
 constexpr const char* kRelayNeighbours = "-N";
@@ -230,8 +230,8 @@ void LanIfaceInfo::withdraw_ipv6() {
 /// The unit reads the text as a file of its variables.
 int LanIfaceInfo::start_relay(const std::string& device, const char* mode) {
     const std::string env = "UPLINK=" + device + "\nMODE=" + mode;
-    const int ret =
-        nm::is_plain(device) ? service_start(kRelayUnit, ifname.c_str(), env.c_str()) : NM_ERR_BAD_FORMAT;
+    const int ret = nm::is_plain(device) ? service_start(nm::kRelay6Unit, ifname.c_str(), env.c_str())
+                                         : NM_ERR_BAD_FORMAT;
     if (ret != NM_OK) {
         NM_LOG(Error) << "Enable 6relayd fail. Interface: " << ifname;
     }
@@ -241,7 +241,7 @@ int LanIfaceInfo::start_relay(const std::string& device, const char* mode) {
 int LanIfaceInfo::setup_ipv6_relay(int on) {
     NM_LOG(Debug) << "Enter";
     if (on != 1) {
-        const int ret = service_stop(kRelayUnit, ifname.c_str(), nullptr);
+        const int ret = service_stop(nm::kRelay6Unit, ifname.c_str(), nullptr);
         if (ret != NM_OK) {
             NM_LOG(Error) << "Disable 6relayd fail. Interface: " << ifname;
         }
@@ -395,7 +395,7 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
         (void)delete_routerule(ifname.c_str(), ifindex, AF_INET6);  // logged there
     }
     if (on != 1) {
-        return NM_EXIT(service_stop(kRelayUnit, ifname.c_str(), nullptr));
+        return NM_EXIT(service_stop(nm::kRelay6Unit, ifname.c_str(), nullptr));
     }
     available_base_wan_status uplink;
     if (!find_uplink(uplink)) {

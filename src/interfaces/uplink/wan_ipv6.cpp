@@ -22,12 +22,12 @@
 #include "utils/ip_text.h"
 #include "utils/locks.h"
 #include "utils/shell_text.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
 
 constexpr int kWholeAddress = 128;
-constexpr const char* kRelayUnit = "nm-6relayd@";
 
 /// Keeps the first failure of several steps.
 void keep_first(int& first, int ret) {
@@ -223,7 +223,7 @@ void WanIfaceInfo::attach(const downlink_lock_info& downlink, const DHCP6_INFO& 
         run_relay(downlink, "-N", is_new);
         return;
     }
-    if (is_new && service_stop(kRelayUnit, downlink.ifname.c_str(), nullptr) != NM_OK) {
+    if (is_new && service_stop(nm::kRelay6Unit, downlink.ifname.c_str(), nullptr) != NM_OK) {
         NM_LOG(Error) << "Disabled 6relayd fail. Interface: " << downlink.ifname;
     }
     if (downlink.ip6_type == "STATIC" && downlink.ifindex != 0) {
@@ -241,7 +241,7 @@ void WanIfaceInfo::run_relay(const downlink_lock_info& downlink, const char* mod
         NM_LOG(Debug) << "Restart 6relayd " << mode << ". Interface: " << downlink.ifname;
     }
     const int ret =
-        (is_new ? service_restart : service_start)(kRelayUnit, downlink.ifname.c_str(), env.c_str());
+        (is_new ? service_restart : service_start)(nm::kRelay6Unit, downlink.ifname.c_str(), env.c_str());
     if (ret != NM_OK) {
         NM_LOG(Error) << (is_new ? "Restart" : "Enable") << " 6relayd fail. Interface: " << downlink.ifname;
     }
@@ -257,7 +257,7 @@ void WanIfaceInfo::detach(const nm::DownlinkLocks& downlinks) {
     for (const downlink_lock_info& downlink : downlinks.held()) {
         NM_LOG(Debug) << "Clean up downlink " << downlink.ifname << " routerule.";
         unroute(downlink);
-        (void)service_stop(kRelayUnit, downlink.ifname.c_str(), nullptr);  // there may be none
+        (void)service_stop(nm::kRelay6Unit, downlink.ifname.c_str(), nullptr);  // there may be none
     }
 }
 

@@ -18,6 +18,7 @@
 #include "kernel/marks.h"
 #include "log.h"
 #include "peers/bus/bus_exchange.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
@@ -39,9 +40,9 @@ struct Chain {
     std::string mask() const { return nm::hex_mark(flag | nm::kEgressPort.mask); }
 };
 
-constexpr Chain kSiteToSite{"S2SLB", "", 0};
-constexpr Chain kWithoutMpls{"S2SLB_WITHOUT_MPLS", "", 0};
-constexpr Chain kLanToWan{"WANLB", "_ncsi", nm::kLanToWan};
+constexpr Chain kSiteToSite{nm::kSiteBalanceChain, "", 0};
+constexpr Chain kWithoutMpls{nm::kPlainSiteBalanceChain, "", 0};
+constexpr Chain kLanToWan{nm::kLanBalanceChain, "_ncsi", nm::kLanToWan};
 
 constexpr const char* kSingleWan = "single_wan_condition";
 

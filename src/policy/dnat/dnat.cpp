@@ -11,6 +11,7 @@
 #include "kernel/marks.h"
 #include "log.h"
 #include "policy/common/named_services.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
@@ -21,8 +22,6 @@ namespace {
 
 constexpr const char* kFirewallPath = "/etc/networkmanagement/firewall.json";
 constexpr const char* kRestoreSets = "/bin/cat <<- EOF | /sbin/ipset restore";
-constexpr const char* kNatChain = "PORT_FORWARDING";
-constexpr const char* kMarkChain = "DNATPREROUTING";
 constexpr Json::ArrayIndex kMostRules = 100;
 constexpr int kEverywhere = 0;  // mode of get_ifname(): ports of all kinds
 
@@ -107,7 +106,7 @@ bool is_writable(const dnat_rule& rule) {
 void name_sets(Json::Value& rules) {
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
         if (rules[i].isObject()) {
-            rules[i]["IPSET_NAME"] = "DNAT" + std::to_string(i);
+            rules[i]["IPSET_NAME"] = nm::kForwardSets + std::to_string(i);
         }
     }
 }
@@ -170,7 +169,7 @@ struct Clauses {
 };
 
 Clauses clauses_of(const dnat_rule& rule) {
-    Clauses clauses{std::string("-A ") + kNatChain + " -i " + rule.ifname, "-A HAIRPIN_FWD",
+    Clauses clauses{std::string("-A ") + nm::kForwardChain + " -i " + rule.ifname, "-A HAIRPIN_FWD",
                     "-A HAIRPIN_MASQ -d " + rule.lan_ip, " -j DNAT --to-destination " + rule.lan_ip};
     if (!rule.allowed_remote_ips.empty()) {
         const std::string sources = " -m set --match-set " + rule.ipset_name + " src";
@@ -244,7 +243,7 @@ std::string reply_text(const dnat_rule& rule, const std::string& address) {
     const std::string match = " -m conntrack --ctstate DNAT --ctorigdst " + address;
     const std::string end = match + " -j MARK --set-mark " + reply_mark(rule.wan_portname) + "/" +
                             std::to_string(nm::kDnatReplyMask) + "\n";
-    const std::string head = std::string("-A ") + kMarkChain;
+    const std::string head = std::string("-A ") + nm::kReplyMarkChain;
     if (rule.type == 0) {
         return head + end;
     }
@@ -290,7 +289,7 @@ void fill_sets(const std::string& created, const std::vector<std::string>& fills
     }
     for (size_t i = 0; i < fills.size(); ++i) {
         if (!fills[i].empty() && system_cmd(nm::here_document(kRestoreSets, fills[i]).c_str()) != NM_OK) {
-            NM_LOG(Error) << kNatChain << " rule" << i + 1
+            NM_LOG(Error) << nm::kForwardChain << " rule" << i + 1
                           << ": its remote addresses are refused, it admits nobody.";
         }
     }
@@ -298,12 +297,12 @@ void fill_sets(const std::string& created, const std::vector<std::string>& fills
 
 int load_forwards(const Json::Value& old_rules, Json::Value& rules, Json::Value& device, std::string& error) {
     std::vector<std::string> fills(rules.size());
-    std::string forwards = std::string("-F ") + kNatChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
+    std::string forwards = std::string("-F ") + nm::kForwardChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
         gen_dnat_rule(rules[i], device, fills[i], forwards);
     }
     fill_sets(new_sets(old_rules, rules), fills);
-    return load("nat", kNatChain, forwards, rules, error);
+    return load("nat", nm::kForwardChain, forwards, rules, error);
 }
 
 int load_reply_marks(const std::string& path, Json::Value& rules, Json::Value& device, std::string& error) {
@@ -313,13 +312,13 @@ int load_reply_marks(const std::string& path, Json::Value& rules, Json::Value& d
         NM_LOG(Error) << "get_available_wan_info failed, ret: " << ret;
         return ret;
     }
-    std::string lines = std::string("-F ") + kMarkChain + "\n";
+    std::string lines = std::string("-F ") + nm::kReplyMarkChain + "\n";
     for (Json::Value& rule : rules) {
         gen_dnat_prerouting_rule(rule, device, wans, lines);
     }
     const std::string flag = std::to_string(nm::kDnatReply);
-    lines += nm::append_rule(kMarkChain, " -m mark --mark " + flag + "/" + flag + " -j ACCEPT");
-    return load("mangle", kMarkChain, lines, rules, error);
+    lines += nm::append_rule(nm::kReplyMarkChain, " -m mark --mark " + flag + "/" + flag + " -j ACCEPT");
+    return load("mangle", nm::kReplyMarkChain, lines, rules, error);
 }
 
 int apply(const Json::Value& old_rules, Json::Value& rules, std::string& error, const std::string& path) {
@@ -336,7 +335,7 @@ int apply(const Json::Value& old_rules, Json::Value& rules, std::string& error, 
     name_sets(rules);
     const std::optional<Json::ArrayIndex> refused = unwritable_rule(rules, device);
     if (refused) {
-        error = rule_failed(kNatChain, *refused);
+        error = rule_failed(nm::kForwardChain, *refused);
         NM_LOG(Error) << error;
         return NM_ERR_SERVICE;
     }
@@ -351,7 +350,7 @@ std::optional<Json::Value> with_ports(const Json::Value& rules, std::string& err
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
         const std::optional<Json::Value> forward = nm::with_forward_ports(rules[i], services);
         if (!forward) {
-            error = rule_failed(kNatChain, i);
+            error = rule_failed(nm::kForwardChain, i);
             NM_LOG(Error) << error;
             return std::nullopt;
         }

@@ -5,6 +5,7 @@
 
 #include "kernel/marks.h"
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
 #include "policy/firewall/chain_script.h"
 #include "result_codes.h"
@@ -16,10 +17,10 @@ constexpr int kLanPorts = 2;
 
 /// A packet that has its verdict, or its port, is not judged again by a segment's rules.
 std::string guard_of(const std::string& chain) {
-    if (chain == "STEER") {
+    if (chain == nm::kSteeringChain) {
         return nm::unmarked_match(std::to_string(nm::kEgressPort.mask));
     }
-    return chain == "FIREWALL" ? nm::unmarked_match(std::to_string(nm::kVerdict.mask)) : "";
+    return chain == nm::kVerdictChain ? nm::unmarked_match(std::to_string(nm::kVerdict.mask)) : "";
 }
 
 bool deploy(nm::ChainScript& script) {

@@ -12,6 +12,7 @@
 #include "kernel/marks.h"
 #include "kernel/vlan.h"
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/presence.h"
 #include "utils/json_text.h"
 
@@ -61,7 +62,7 @@ std::string interface_of(const Json::Value& rule, const Json::Value& device) {
 
 std::string segment_of(const Json::Value& rule, const char* key) {
     const std::string segment = nm::json_string_or(rule, key, "");
-    return segment.empty() ? "" : nm::segment_name("seg", segment);
+    return segment.empty() ? "" : nm::segment_name(nm::kSegmentSets, segment);
 }
 
 int number_of(const Json::Value& rule, const char* key) {
@@ -108,7 +109,8 @@ void set_egress(const Json::Value& rule, firewall_rule& out) {
 constexpr struct {
     const char* chain;
     void (*set)(const Json::Value& rule, firewall_rule& out);
-} kMarks[] = {{"FIREWALL", set_verdict}, {"POLICY", set_class}, {"STEER", set_egress}};
+} kMarks[] = {
+    {nm::kVerdictChain, set_verdict}, {nm::kClassChain, set_class}, {nm::kSteeringChain, set_egress}};
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "result_codes.h"
 #include "services/dns/hostname_ipset.h"
 #include "utils/json_text.h"
@@ -14,8 +15,6 @@
 namespace {
 
 using HostnameMap = std::unordered_map<std::string, std::string>;
-
-constexpr int kMostSets = 2048;
 
 /// The sets' names in ascending order, without those that were in use at the beginning.
 class FreeNames {
@@ -28,8 +27,8 @@ public:
 
     /// The next one; empty when there is none left.
     std::string next() {
-        while (counter_ < kMostSets) {
-            std::string name = "HOSTNAME" + std::to_string(counter_++);
+        while (counter_ < nm::kMostHostnameSets) {
+            std::string name = nm::kHostnameSets + std::to_string(counter_++);
             if (used_.count(name) == 0) {
                 return name;
             }

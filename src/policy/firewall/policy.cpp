@@ -6,6 +6,7 @@
 #include "config/nmconfig.h"
 #include "kernel/marks.h"
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
 #include "policy/firewall/chain_script.h"
 #include "result_codes.h"
@@ -14,7 +15,6 @@
 namespace {
 
 constexpr const char* kQosPath = "/etc/networkmanagement/qos.json";
-constexpr const char* kChain = "POLICY";
 constexpr uint32_t kDefaultClass = 3;
 constexpr int kAnyPorts = 0;
 
@@ -46,7 +46,7 @@ bool deploy_at(nm::ChainScript& script, const std::string& place, const Json::Va
     if (!rules.isArray() || rules.empty()) {
         return true;
     }
-    const std::string own = nm::segment_name(kChain, place);
+    const std::string own = nm::segment_name(nm::kClassChain, place);
     return script.add_segment(segment.asString(), own, rules) && script.add_jump("", ifname, own);
 }
 
@@ -65,7 +65,7 @@ bool deploy(nm::ChainScript& script) {
 int setup_firewall_policy(Json::Value& old_config, Json::Value& new_config, std::string& error) {
     NM_LOG(Debug) << "Enter";
     const std::string mark = nm::hex_mark(nm::marked(nm::kQosClass, default_class()));
-    const std::string first = nm::append_rule(kChain, nm::set_field(mark, nm::kQosClass.mask));
-    const nm::ChainPlan plan{kHead, "mangle", kChain, false, first, deploy};
+    const std::string first = nm::append_rule(nm::kClassChain, nm::set_field(mark, nm::kQosClass.mask));
+    const nm::ChainPlan plan{kHead, "mangle", nm::kClassChain, false, first, deploy};
     return NM_EXIT(nm::apply_chain(plan, old_config, new_config, error));
 }

@@ -3,6 +3,7 @@
 
 #include "kernel/marks.h"
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
 #include "services/dns/hostname_ipset.h"
 #include "utils/shell_text.h"
@@ -154,7 +155,7 @@ std::optional<std::string> RuleWriter::write_line(const firewall_rule& rule, con
     }
     std::string client;
     if (!rule.client_os.empty()) {
-        const std::string set = "os." + rule.client_os;
+        const std::string set = nm::kClientSystemSets + rule.client_os;
         present.make_set(set);  // Whoever recognises client systems may not have met this one yet.
         client = set_clause(set, "src");
     }

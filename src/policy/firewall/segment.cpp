@@ -6,6 +6,7 @@
 #include "config/nmconfig.h"
 #include "kernel/ipset.h"
 #include "log.h"
+#include "policy/common/packet_names.h"
 #include "policy/common/presence.h"
 #include "policy/firewall/firewall.h"
 #include "result_codes.h"
@@ -87,7 +88,7 @@ int for_all(const Keys& keys, const Json::Value& config,
             int (*change)(const std::string&, const Json::Value&)) {
     int failures = 0;
     for (const std::string& key : keys) {
-        const std::string set = nm::segment_name("seg", key);
+        const std::string set = nm::segment_name(nm::kSegmentSets, key);
         failures += is_set_name(set) ? change(set, nm::json_member(config, key)) : 1;
     }
     return failures;
@@ -118,7 +119,7 @@ void restore_rules() {
     }
     (void)json_file_to_mem(kAppliedFirewall, old_config);  // absent before the first apply
     std::string error;
-    (void)setup_firewall(old_config, new_config, "mangle", "FIREWALL", error);  // logged there
+    (void)setup_firewall(old_config, new_config, "mangle", nm::kVerdictChain, error);  // logged there
 }
 
 void roll_back(const Keys& added, const Json::Value& old_config) {

@@ -3,10 +3,10 @@
 
 #include <string>
 
+#include "utils/unit_names.h"
+
 namespace nm {
 
-constexpr const char* kDhcpServerUnit = "nm-dhcpd@";
-constexpr const char* kDhcpRelayUnit = "nm-dhcrelay@";
 constexpr const char* kDhcpDirectory = "/etc/networkmanagement/dhcp/";
 constexpr const char* kDhcpLock = "dhcpservice";
 

@@ -18,13 +18,13 @@
 #include "utils/mac.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
 
 constexpr const char* kDirectory = "/etc/networkmanagement/";
 constexpr const char* kBlockEnding = ".dhcpcd.conf";
-constexpr const char* kUnit = "nm-dhcpcd@";
 
 /// What is left is a name that means nothing but itself to a shell, a path, an option and dhcpcd, which
 /// compares names with patterns.
@@ -146,11 +146,11 @@ int stop(std::string ifname, const char* env) {
 }  // namespace
 
 int dhcpcd_iface_service_start(std::string ifname, const char* env) {
-    return service_restart(kUnit, ifname.c_str(), env);
+    return service_restart(nm::kDhcp6ClientUnit, ifname.c_str(), env);
 }
 
 int dhcpcd_iface_service_stop(std::string ifname, const char* env) {
-    return service_stop(kUnit, ifname.c_str(), env);
+    return service_stop(nm::kDhcp6ClientUnit, ifname.c_str(), env);
 }
 
 int dhcpcd_iface_set(const dhcpcd_iface* iface) {

@@ -41,7 +41,7 @@ int edit_locked(const Edit& edit, const std::string& success) {
 }
 
 int edit_hosts(const Edit& edit, const std::string& success) {
-    nm::LockGuard lock("hostslock");
+    nm::LockGuard lock(nm::kHostsLock);
     if (lock.handle() < 0) {
         return lock.handle();
     }

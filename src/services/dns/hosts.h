@@ -44,6 +44,8 @@ int del_ip_hostname(std::string ip, std::string hostname);
 
 namespace nm {
 
+constexpr const char* kHostsLock = "hostslock";
+
 /// The edits of the functions above on the file's text; nothing if no line is to be removed.
 std::string hosts_with(const std::string& text, const std::string& line);
 std::string hosts_renamed(const std::string& text, const std::string& host);

@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr const char* kLock = "dnsresolvlock";
-
 const std::string kServerPrefix = "nameserver ";
 const std::string kOwnerPrefix = " #ID=";
 
@@ -146,12 +144,12 @@ int insert_dns_server(std::vector<std::string> servers, std::string id) {
         NM_LOG(Error) << "Bad owner of name servers: " << id;
         return NM_EXIT(NM_ERR_BAD_FORMAT);
     }
-    const nm::LockGuard lock(kLock);
+    const nm::LockGuard lock(nm::kNameServersLock);
     return NM_EXIT(lock.handle() < 0 ? lock.handle() : insert_locked(servers, id));
 }
 
 int remove_dns_server(std::string id, unsigned char family) {
     NM_LOG(Debug) << "Enter";
-    const nm::LockGuard lock(kLock);
+    const nm::LockGuard lock(nm::kNameServersLock);
     return NM_EXIT(lock.handle() < 0 ? lock.handle() : remove_locked(id, family));
 }

@@ -28,6 +28,7 @@ int remove_dns_server(std::string id, unsigned char family);
 namespace nm {
 
 constexpr const char* kNameServersPath = "/var/run/network/resolv.dnsmasq";
+constexpr const char* kNameServersLock = "dnsresolvlock";
 
 /// The edits of the two functions above on the file's text.
 std::string text_with_servers(const std::string& text, const std::vector<std::string>& servers,

@@ -12,11 +12,11 @@
 #include "services/radv/radv_files.h"
 #include "utils/files.h"
 #include "utils/ip_text.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
 
-constexpr const char* kUnit = "nm-dhcpd6@";
 constexpr uint32_t kShortestLease = 300;
 constexpr uint32_t kLongestLease = 2592000;
 constexpr int kIp6Bits = 128;
@@ -131,9 +131,10 @@ bool dhcpd6_iface_lease_exist(std::string ifname) {
 }
 
 int dhcpd6_service_start(std::string ifname) {
-    return service_start(kUnit, ifname.c_str(), nullptr);
+    return service_start(nm::kDhcp6ServerUnit, ifname.c_str(), nullptr);
 }
 
 int dhcpd6_service_stop(std::string ifname) {
-    return dhcpd6_iface_cfg_exist(ifname) ? service_stop(kUnit, ifname.c_str(), nullptr) : NM_OK;
+    return dhcpd6_iface_cfg_exist(ifname) ? service_stop(nm::kDhcp6ServerUnit, ifname.c_str(), nullptr)
+                                          : NM_OK;
 }

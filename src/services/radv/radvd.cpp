@@ -16,11 +16,11 @@
 #include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/process.h"
+#include "utils/unit_names.h"
 #include "utils/units.h"
 
 namespace {
 
-constexpr const char* kUnit = "nm-radvd";
 constexpr const char* kDirectory = "/var/run/network/ipv6/";
 constexpr const char* kSuffix = ".radvd.conf";
 
@@ -138,15 +138,15 @@ int radvd_service_start() {
         NM_LOG(Error) << "Failed to generate radvd conf!";
         return NM_EXIT(ret);
     }
-    ret = service_restart(kUnit, nullptr, nullptr);
+    ret = service_restart(nm::kAdvertiserUnit, nullptr, nullptr);
     if (ret != NM_OK) {
-        NM_LOG(Error) << "Failed to restart service " << kUnit << "!";
+        NM_LOG(Error) << "Failed to restart service " << nm::kAdvertiserUnit << "!";
     }
     return NM_EXIT(ret);
 }
 
 int radvd_service_stop() {
-    return service_stop(kUnit, nullptr, nullptr);
+    return service_stop(nm::kAdvertiserUnit, nullptr, nullptr);
 }
 
 namespace nm {

@@ -1,0 +1,64 @@
+// Who owns what: claims that cannot hold at once, and the form of the report.
+#include "conforms.h"
+#include "inspect/owners.h"
+#include "inspect/owners_view.h"
+#include "sandbox_fixture.h"
+
+using namespace fixture;
+using nm::Claim;
+using nm::Resource;
+
+namespace {
+
+TEST(Owners, ClaimsOfTwoOwnersAreFoundUnlessOneIsPartOfTheOther) {
+    const struct {
+        const char* name;
+        Claim a, b;
+        size_t found;
+    } rows[] = {
+        {"the same numbers",
+         {Resource::Table, "", "", 7, 7, "a", ""},
+         {Resource::Table, "", "", 7, 7, "b", ""},
+         1},
+        {"one owner", {Resource::Table, "", "", 7, 7, "a", ""}, {Resource::Table, "", "", 7, 7, "a", ""}, 0},
+        {"overlapping",
+         {Resource::Table, "", "", 1, 7, "a", ""},
+         {Resource::Table, "", "", 7, 9, "b", ""},
+         1},
+        {"within", {Resource::Table, "", "", 1, 7, "a", ""}, {Resource::Table, "", "", 7, 7, "b", ""}, 0},
+        {"apart", {Resource::Table, "", "", 1, 6, "a", ""}, {Resource::Table, "", "", 7, 7, "b", ""}, 0},
+        {"another resource",
+         {Resource::Table, "", "", 7, 7, "a", ""},
+         {Resource::Priority, "", "", 7, 7, "b", ""},
+         0},
+        {"families",
+         {Resource::Priority, "4", "", 7, 7, "a", ""},
+         {Resource::Priority, "6", "", 7, 7, "b", ""},
+         0},
+        {"a bit",
+         {Resource::Mark, "", "", 0xc, 0xc, "a", ""},
+         {Resource::Mark, "", "", 0x18, 0x18, "b", ""},
+         1},
+        {"other bits",
+         {Resource::Mark, "", "", 0xc, 0xc, "a", ""},
+         {Resource::Mark, "", "", 0x30, 0x30, "b", ""},
+         0},
+        {"a name", {Resource::Set, "", "lan", 0, 0, "a", ""}, {Resource::Set, "", "lan", 0, 0, "b", ""}, 1},
+    };
+    for (const auto& row : rows) {
+        nm::OwnersView view({row.a, row.b});
+        nm::find_design_collisions(view);
+        EXPECT_EQ(view.report()["findings"].size(), row.found) << row.name;
+    }
+}
+
+TEST(Owners, TheReportIsWhatItsSchemaSays) {
+    run("ip rule add pref 13 lookup 100");
+    put("/etc/networkmanagement/a\nb", "");
+    Json::Value report;
+    (void)report_owners(report);
+    EXPECT_TRUE(conforms("owners.json", report)) << report;
+    EXPECT_GE(report["findings"].size(), 2U) << report["findings"];
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#!/bin/bash
+# What an operator sees of a site that is up: who owns what, without a false alarm, and each stranger and collision that
+# is planted, whatever its name; nothing is changed by looking.
+set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
+source "$support_dir/../../scripts/lib/site"
+
+readonly UNPRIVILEGED=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+
+make_site() {
+    "$SITE_LIB/stock-netfilter" install
+    site_plug && site_serve && site_store
+    systemctl start nm-base-rules
+    serve ncaas ncaas
+    serve rmgmtd overlayd "$scratch/calls"
+    nm_bin boot begin >/dev/null 2>&1 || true
+    nm_bin setup_all_iface_by_config >/dev/null 2>&1 || true
+    nm_bin boot finish >/dev/null 2>&1 || true
+    check "the second uplink has a lease" eventually 40 eval '[[ $(ip -4 -br addr show swdev2) == *192.0.2.130* ]]'
+    rm /run/network/.sandbox  # not a file of the appliance
+    check "its event is over" eventually 40 eval '! pgrep -f "nm_bin Lease_event" >/dev/null'
+    check "and no address is being probed" eventually 40 eval '[[ -z $(ip -6 -o addr show tentative) ]]'
+}
+
+# What looking could change.
+state() {
+    ip rule && ip -6 rule && ip route show table all && ip -j link show | jq -c '.[] | [.ifname, .mtu, .flags]'
+    ipset save | sort
+    { iptables-save && ip6tables-save; } | grep -v '^#' | sed 's/\[.*//'
+    find /etc/networkmanagement /run/network /run/lock/network /var/lib/dhcpd -printf '%p %m %s %T@\n' | sort
+}
+
+# findings: what is wrong, in one line each, without what stands in the text of the fault.
+findings() {
+    { nm_bin owners --json || true; } | jq -r '.findings[] | "\(.grade) \(.resource) \(.place) \(.name): \(.what)"'
+}
+
+# unit NAME: a unit that has nothing to do with us runs.
+unit() {
+    printf '[Service]\nExecStart=/bin/sleep inf\n' >"/run/systemd/system/$1.service"
+    systemctl daemon-reload
+    systemctl start "$1"
+}
+
+hostile_file() {
+    touch /etc/networkmanagement/'$(touch evil)'$'\nrule'
+}
+
+plant() {
+    mkdir -p /run/systemd/system
+    ip link add hostslock type veth peer name hostsfar
+    flock /run/lock/network/swdev1.lck sleep 60 &
+    daemons+=("$!")
+    while IFS='|' read -r command _; do
+        eval "$command" || failed "planted: $command"
+    done <<<"$PLANTED"
+}
+
+# A command, and a pattern of the finding that it makes. An empty pattern: nobody is harmed.
+readonly PLANTED='ip rule add pref 560 lookup 100|stranger rule IPv4 560: .*interface index 35, which no interface has
+ip -6 rule add pref 37 lookup 258|stranger rule IPv6 37: .*(swdev1), which has no rule there
+ip rule add pref 34 oif swdev1 lookup 100|stranger rule IPv4 34: it leads .* to the table 100, and not to 258
+ip rule add pref 33 lookup 258|stranger rule IPv4 33: it is not the rule for packets from the uplink
+ip rule add pref 50 oif swdev1 lookup 259|stranger rule IPv4 50: .* sockets bound to the uplink of swdev2
+ip rule add pref 52 fwmark 0x2001/0x200f lookup 259|collision rule IPv4 52: the mark 0x2001/0x200f leads to the table 258 before
+ip rule add pref 13 lookup 100|stranger rule IPv4 13: it is not a rule of its owner
+ip rule add pref 1044600 lookup 100|stranger rule IPv4 1044600:
+ip route add 10.77.0.0/24 dev swdev2 table 258 proto static|stranger table  258: it does not leave by swdev1
+ip route add 10.78.0.0/24 dev swdev1 table 258|stranger table  258: its owner marks its routes as static: 10.78
+ip route add 10.79.0.0/24 dev swdev1 table 251|stranger table  251: .*10.79
+ip route add 10.76.0.0/24 dev lo table 300|stranger table  300: no interface has the index 44
+ip route add 10.75.0.0/24 dev lo table 100|
+ipset create seg-ghost hash:net|stranger set  seg-ghost: no document
+ipset create HOSTNAME7 hash:net|stranger set  HOSTNAME7: no document
+ipset create DNAT100 hash:net|stranger set  DNAT100: its owner goes to 99
+ipset destroy DNAT50; ipset create DNAT50 hash:ip|collision set  DNAT50: its owner makes it as hash:net, and it is hash:ip
+ipset create foreign hash:ip|
+iptables -t mangle -N BASE_GHOST|stranger chain iptables mangle BASE_GHOST: they have no such chain
+ip6tables -I BASE_FORWARD -j RETURN|stranger chain ip6tables filter BASE_FORWARD: it has 6 rules, and its owner writes 5
+iptables -t mangle -N FIREWALL-ghost; iptables -t mangle -A FIREWALL-ghost -j RETURN|stranger chain iptables mangle FIREWALL-ghost: no document
+iptables -t mangle -N OTHERS; iptables -t mangle -A OTHERS -j MARK --set-mark 0x40/0x40|stranger mark  iptables mangle OTHERS: .* class of the traffic
+iptables -t mangle -N FREE; iptables -t mangle -A FREE -j MARK --set-mark 0x4000/0x4000|
+iptables -t mangle -A FREE -m comment --comment "-j MARK --set-xmark 0x1/0xf" -j RETURN|
+iptables -t mangle -I POLICY -j CONNMARK --set-mark 0x400/0xc00|stranger mark  iptables mangle POLICY: .* verdict
+hostile_file|stranger file  /etc/networkmanagement/$(touch evil)
+touch /run/network/ipv6/notes|stranger file  /var/run/network/ipv6/notes:
+touch /run/lock/network/notes|stranger lock  notes: it is not a lock file
+unit nm-ghost|stranger unit  nm-ghost.service:
+unit radvd|collision unit  radvd.service: it uses the same ports
+unit nm-dhcrelay@swdev4|collision unit  nm-dhcrelay@swdev4.service: nm-dhcpd@swdev4 serves
+true|collision lock  hostslock.lck: the interface hostslock has the same lock'
+
+check_owners() {
+    local before found row pattern
+    before=$(state)
+    same "after a boot there is neither stranger nor collision" "0 " "$(nm_bin owners >"$scratch/owners"; echo $?) $(jq -r '.findings[], .unread[]' "$scratch/owners")"
+    check "but what its owners have" jq -e '[.resources[] | select(.present != [])] | length > 60' "$scratch/owners"
+    same "looking changes nothing" "$before" "$(state)"
+    same "another user sees what needs no privilege" "2 1 sets and chains,/var/lock/network/" \
+        "$("${UNPRIVILEGED[@]}" nm_bin owners >"$scratch/owners"; echo $?) $(
+            jq -r '[.resources[] | select(.resource == "rule" and .name == "17-1044479" and .present != [])] | length' "$scratch/owners") $(
+            jq -r '[.unread[].what] | join(",")' "$scratch/owners")"
+    plant
+    found=$(findings)
+    while IFS= read -r row; do
+        pattern=${row##*|}
+        [[ -z $pattern ]] || check "found: $pattern" grep -q -- "^$pattern" <<<"$found"
+    done <<<"$PLANTED"
+    same "and no more" "$(grep -cv '|$' <<<"$PLANTED")" "$(jq -n "$(nm_bin owners)"'| .findings | length')"
+    check "the holder of a lock is named" jq -en "$(nm_bin owners)"' | .resources[].present[] | select(.name == "swdev1.lck").detail | test("^held by (flock|sleep)")'
+    same "for people each is a line, whatever its name" "1 1" "$(nm_bin owners --text >"$scratch/text"; echo $?) $(
+        grep -c '^stranger: file /etc/networkmanagement/$(touch evil)?rule ' "$scratch/text")"
+    check "a name is not run" test ! -e evil
+    mv /usr/sbin/nm-base-rules "$scratch"
+    check "without the base rules it says so" grep -q '^nm_bin: not looked at: what the base rules own: ' <<<"$(nm_bin owners --text 2>&1 || true)"
+    mv "$scratch/nm-base-rules" /usr/sbin
+}
+
+make_site
+check_owners
+finish
