@@ -181,7 +181,10 @@ int add_dhcp_lease(Port& port) {
         NM_LOG(Debug) << port.ifname << " renewed its lease of " << before;
         return NM_OK;
     }
-    if (!before.empty()) {
+    // A client that was started anew gets the lease again that is on the device: traffic goes on.
+    const bool is_kept = (old.ip[0] == '\0' || is_same(old, lease)) &&
+                         nm::has_only_address(port.ifindex, AF_INET, address_text(lease));
+    if (!before.empty() && !is_kept) {
         // A client that was killed does not remember what it has left on the device.
         if (old.ip[0] == '\0') {
             before.substr(0, before.find('/')).copy(old.ip, sizeof(old.ip) - 1);

@@ -1,6 +1,7 @@
 // Addresses on devices, by libnl's address objects.
 #include "kernel/address.h"
 
+#include <linux/if_addr.h>
 #include <net/if.h>
 #include <netlink/errno.h>
 #include <netlink/route/rtnl.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -21,6 +23,9 @@
 namespace {
 
 constexpr nm::ConnectCodes kByIndex{NM_ERR_SOCKET, NM_ERR_NL_CONNECT};
+/// The lifetime of an address that does not end (linux/if_addr.h: ifa_cacheinfo).
+constexpr uint32_t kForever = UINT32_MAX;
+
 constexpr nm::ConnectCodes kByName{NM_ERR_NL_SOCKET, NM_ERR_NL_CONNECT};
 
 bool has_any_scope(rtnl_addr*) {
@@ -218,6 +223,26 @@ int flush_ipv6_addr(unsigned int ifindex) {
 int flush_ipaddr(const char* ifname, int family) {
     NM_LOG(Debug) << "Enter";
     return NM_EXIT(flush_by_name(__func__, ifname, family));
+}
+
+bool nm::has_only_address(unsigned int ifindex, int family, const std::string& address) {
+    const NlAddr wanted = parse_address(address, family);
+    AddressTable table;
+    if (wanted == nullptr || read_address_table(ifindex, family, kByIndex, table) != NM_OK) {
+        return false;
+    }
+    const AddressPredicate is_flushed = family == AF_INET6 ? has_universe_scope : has_any_scope;
+    const auto is_wanted = [&](const NlObjects::value_type& object) {
+        rtnl_addr* const present = address_of(object);
+        return nl_addr_cmp(rtnl_addr_get_local(present), wanted.get()) == 0 &&
+               rtnl_addr_get_flags(present) == IFA_F_PERMANENT &&
+               rtnl_addr_get_preferred_lifetime(present) == kForever &&
+               rtnl_addr_get_peer(present) == nullptr;
+    };
+    NlObjects& present = table.addresses;
+    const auto stays = [is_flushed](const auto& object) { return !is_flushed(address_of(object)); };
+    present.erase(std::remove_if(present.begin(), present.end(), stays), present.end());
+    return present.size() == 1 && is_wanted(present.front());
 }
 
 int get_interface_with_address(const char* scope, const char* family, char* names) {

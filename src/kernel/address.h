@@ -49,3 +49,13 @@ int flush_ipaddr(const char* ifname, int family);
 int get_interface_with_address(const char* scope, const char* family, char* names);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// Whether `address`, a text with a prefix unless the whole address is meant, is the one address that a flush
+/// of the family (AF_INET, AF_INET6) would delete, and is as set_ipv4_addr() or set_ipv6_addr() leaves it:
+/// for ever, with no peer, and not found to be a duplicate or still examined for one. False also where the
+/// kernel cannot be asked.
+bool has_only_address(unsigned int ifindex, int family, const std::string& address);
+
+}  // namespace nm

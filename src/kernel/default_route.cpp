@@ -60,3 +60,12 @@ int nm::clear_default_routes(unsigned int ifindex, unsigned char family) {
     }
     return ret;
 }
+
+bool nm::has_only_default_route6(unsigned int ifindex, const char* gw, unsigned int metric) {
+    in6_addr gateway{};
+    if (inet_pton(AF_INET6, gw, &gateway) == 1) {
+        return has_only_routes(kDefaultRoutesTable, AF_INET6,
+                               {{AF_INET6, nullptr, 0, &gateway, ifindex, metric}}, ifindex);
+    }
+    return *gw == '\0' && has_only_routes(kDefaultRoutesTable, AF_INET6, {}, ifindex);
+}

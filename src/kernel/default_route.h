@@ -15,4 +15,8 @@ int delete_default_route(unsigned int ifindex, unsigned char family);
 /// delete_default_route().
 int clear_default_routes(unsigned int ifindex, unsigned char family);
 
+/// Whether the uplink has this IPv6 default route, as add_default_route() would write it now, and no other;
+/// without a gateway, whether it has none.
+bool has_only_default_route6(unsigned int ifindex, const char* gw, unsigned int metric);
+
 }  // namespace nm

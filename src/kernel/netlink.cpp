@@ -26,7 +26,7 @@ int judge_end_of_dump(nl_msg* message, void*) {
 
 struct Collection {
     const nm::DumpRequest& request;
-    nm::NlObjects& objects;
+    nm::NlMessages& messages;
 };
 
 void keep_object(nl_object* object, void* objects) {
@@ -34,12 +34,13 @@ void keep_object(nl_object* object, void* objects) {
     static_cast<nm::NlObjects*>(objects)->emplace_back(object);
 }
 
-int collect_object(nl_msg* message, void* argument) {
+int collect_message(nl_msg* message, void* argument) {
     const auto* collection = static_cast<const Collection*>(argument);
-    if (!collection->request.is_wanted(nlmsg_hdr(message))) {
-        return NL_SKIP;
+    if (collection->request.is_wanted(nlmsg_hdr(message))) {
+        nlmsg_get(message);
+        collection->messages.emplace_back(message);
     }
-    return nl_msg_parse(message, keep_object, &collection->objects) < 0 ? NL_SKIP : NL_OK;
+    return NL_OK;
 }
 
 /// A kernel that cannot choose sends all.
@@ -96,14 +97,14 @@ LinkSearch find_link(nl_sock* socket, const char* ifname, RtnlLink& link) {
     return strcmp(rtnl_link_get_name(link.get()), ifname) == 0 ? LinkSearch::Found : LinkSearch::Absent;
 }
 
-int dump_objects(nl_sock* socket, const DumpRequest& request, NlObjects& objects) {
-    Collection collection{request, objects};
-    (void)nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_CUSTOM, collect_object, &collection);
+int dump_messages(nl_sock* socket, const DumpRequest& request, NlMessages& messages) {
+    Collection collection{request, messages};
+    (void)nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_CUSTOM, collect_message, &collection);
     let_kernel_choose(socket);
     constexpr int kTries = 5;
     int error = -NLE_DUMP_INTR;  // what a table that changes under the dump gives
     for (int attempt = 0; attempt < kTries && error == -NLE_DUMP_INTR; ++attempt) {
-        objects.clear();
+        messages.clear();
         error =
             nl_send_simple(socket, request.type, NLM_F_DUMP, const_cast<void*>(request.body), request.size);
         error = error < 0 ? error : nl_recvmsgs_default(socket);
@@ -111,6 +112,16 @@ int dump_objects(nl_sock* socket, const DumpRequest& request, NlObjects& objects
     (void)nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
     const bool is_unknown = error == -NLE_NODEV || error == -NLE_OBJ_NOTFOUND;
     return error < 0 && !is_unknown ? error : 0;
+}
+
+int dump_objects(nl_sock* socket, const DumpRequest& request, NlObjects& objects) {
+    NlMessages messages;
+    const int error = dump_messages(socket, request, messages);
+    objects.clear();
+    for (const NlMessage& message : messages) {
+        (void)nl_msg_parse(message.get(), keep_object, &objects);  // of a kind that libnl does not know
+    }
+    return error;
 }
 
 int read_address_table(unsigned int ifindex, int family, ConnectCodes codes, AddressTable& table) {

@@ -5,6 +5,7 @@
 #include <libmnl/libmnl.h>
 #include <netlink/addr.h>
 #include <netlink/cache.h>
+#include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
@@ -22,6 +23,7 @@ struct NlDeleter {
     void operator()(mnl_socket* socket) const { (void)mnl_socket_close(socket); }  // nothing left to lose
     void operator()(nl_sock* socket) const { nl_socket_free(socket); }
     void operator()(nl_addr* address) const { nl_addr_put(address); }
+    void operator()(nl_msg* message) const { nlmsg_free(message); }
     void operator()(nl_object* object) const { nl_object_put(object); }
     void operator()(rtnl_link* link) const { rtnl_link_put(link); }
     void operator()(rtnl_addr* address) const { rtnl_addr_put(address); }
@@ -44,6 +46,8 @@ using RtnlAddr = std::unique_ptr<rtnl_addr, NlDeleter>;
 using RtnlRoute = std::unique_ptr<rtnl_route, NlDeleter>;
 using RtnlNextHop = std::unique_ptr<rtnl_nexthop, NlDeleter>;
 using RtnlRule = std::unique_ptr<rtnl_rule, NlDeleter>;
+using NlMessage = std::unique_ptr<nl_msg, NlDeleter>;
+using NlMessages = std::vector<NlMessage>;
 using NlObjects = std::vector<std::unique_ptr<nl_object, NlDeleter>>;
 
 /// A rtnetlink socket connected to the kernel, on which a dump that the kernel breaks off is a failure. Null
@@ -83,6 +87,9 @@ struct DumpRequest {
 
 /// Stores what the kernel answers, in its order. 0, also where the kernel knows no such device or table; a
 /// libnl error.
+int dump_messages(nl_sock* socket, const DumpRequest& request, NlMessages& messages);
+
+/// The same as objects, which hold what libnl knows of a message.
 int dump_objects(nl_sock* socket, const DumpRequest& request, NlObjects& objects);
 
 /// The addresses of one device and family as of now, and the socket by which to change them.

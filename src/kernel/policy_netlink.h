@@ -2,6 +2,10 @@
 // and the way to the kernel with the texts that tell where it ended.
 #pragma once
 
+#include <map>
+#include <string>
+#include <vector>
+
 #include "kernel/netlink.h"
 #include "kernel/route_table.h"
 
@@ -29,5 +33,23 @@ RT_ID table_of(const nlmsghdr* message);
 /// NM_ERR_NL_CONNECT, reported on standard error in the name of `function`.
 int read_policy(const char* function, const char* name, const DumpRequest& request, NlSocket& socket,
                 NlObjects& objects);
+
+/// All that a message says of a route or a rule, by the numbers of its attributes: the same for a request and
+/// for the kernel's answer about what came of it. A request that could not be made says nothing, and is like
+/// nothing that the kernel has.
+using PolicyFact = std::map<int, std::string>;
+using PolicyFacts = std::vector<PolicyFact>;
+
+/// The fact that the request will make.
+PolicyFact fact_of(const nlmsghdr* request);
+
+/// Stores a fact for each rule, or for each next hop of the routes, that is there now. 0 or a libnl error.
+int read_policy_facts(const DumpRequest& request, PolicyFacts& facts);
+
+/// Whether a route leads out of the device.
+bool leads_out_of(const PolicyFact& route, unsigned int ifindex);
+
+/// Whether both have the same facts, each as often, in whatever order.
+bool is_same(PolicyFacts one, PolicyFacts other);
 
 }  // namespace nm

@@ -24,17 +24,8 @@ void report_failure(const char* action, unsigned char family, const char* kind, 
             static_cast<unsigned char>(table), nl_geterror(error));
 }
 
-/// The one way of a single route to the kernel.
-int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop nexthop,
-                unsigned char protocol, unsigned char scope, unsigned int metric, unsigned int mtu,
-                unsigned int lock, unsigned char add) {
-    if (nm::family_bits(family) == 0) {
-        return NM_ERR_BAD_FORMAT;
-    }
-    if (dst == nullptr || (add != 0 && nexthop == nullptr)) {
-        return NM_ERR_NULL_ARG;
-    }
-    const nm::RtnlRoute route(rtnl_route_alloc());
+/// The one way of a single route to the kernel. A null route is one for which memory ran out.
+int __set_route(const nm::RtnlRoute& route, unsigned char add) {
     nm::NlSocket socket;
     const int ret = nm::open_policy_socket(__func__, "socket/route", route != nullptr, socket);
     if (ret == NM_ERR_NOMEM) {
@@ -43,31 +34,14 @@ int __set_route(RT_ID table, unsigned char family, nl_addr* dst, nm::RtnlNextHop
     if (ret != NM_OK) {
         return ret;
     }
-    rtnl_route_set_table(route.get(), table);
-    (void)rtnl_route_set_family(route.get(), family);  // refuses only families that got no further than here
-    (void)rtnl_route_set_dst(route.get(), dst);
-    rtnl_route_set_scope(route.get(), scope);
-    if (add != 0 && protocol != 0) {
-        rtnl_route_set_protocol(route.get(), protocol);
-    }
-    if (add != 0 && metric != 0) {
-        rtnl_route_set_priority(route.get(), metric);
-    }
-    for (const auto& [id, value] : {std::pair(RTAX_MTU, mtu), std::pair(RTAX_LOCK, lock)}) {
-        if (value != 0) {
-            (void)rtnl_route_set_metric(route.get(), id, value);  // both ids are in range
-        }
-    }
-    if (nexthop != nullptr) {
-        rtnl_route_add_nexthop(route.get(), nexthop.release());
-    }
     const auto request = add != 0 ? rtnl_route_add : rtnl_route_delete;
     const int error = request(socket.get(), route.get(), 0);
     if (error == 0) {
         return NM_OK;
     }
-    report_failure(add != 0 ? "Add" : "Delete", family, nl_addr_get_len(dst) == 0 ? "default" : "static",
-                   table, error);
+    const bool to_all = nl_addr_get_len(rtnl_route_get_dst(route.get())) == 0;
+    report_failure(add != 0 ? "Add" : "Delete", rtnl_route_get_family(route.get()),
+                   to_all ? "default" : "static", rtnl_route_get_table(route.get()), error);
     return add != 0 ? NM_ERR_NL_ROUTE_ADD : NM_ERR_NL_ROUTE_DELETE;
 }
 
@@ -124,6 +98,42 @@ unsigned int device_mtu(unsigned int ifindex) {
         return 0;
     }
     return static_cast<unsigned int>(mtu);
+}
+
+/// A default route carries the MTU of its device, locked.
+void set_device_mtu(rtnl_route* route, unsigned int ifindex) {
+    const unsigned int mtu = device_mtu(ifindex);
+    if (mtu == 0) {
+        NM_LOG(Error) << "MTU is not known, the default route carries none. Ifindex : " << ifindex;
+        return;
+    }
+    (void)rtnl_route_set_metric(route, RTAX_MTU, mtu);  // both ids are in range
+    (void)rtnl_route_set_metric(route, RTAX_LOCK, 1U << RTAX_MTU);
+}
+
+/// The route as libnl takes it; null if memory runs out. Protocol and metric choose none to delete.
+nm::RtnlRoute make_route(RT_ID table, const nm::NewRoute& wanted, unsigned char protocol, bool add) {
+    nm::RtnlNextHop hop = make_next_hop(wanted.family, wanted.gw, wanted.ifindex);
+    const nm::NlAddr address = destination(wanted.family, wanted.dst, wanted.prefix);
+    nm::RtnlRoute route(rtnl_route_alloc());
+    if (hop == nullptr || address == nullptr || route == nullptr) {
+        return nullptr;
+    }
+    rtnl_route_set_table(route.get(), table);
+    (void)rtnl_route_set_family(route.get(), wanted.family);  // the callers have judged it
+    (void)rtnl_route_set_dst(route.get(), address.get());
+    rtnl_route_set_scope(route.get(), wanted.scope);
+    if (add && protocol != 0) {
+        rtnl_route_set_protocol(route.get(), protocol);
+    }
+    if (add && wanted.metric != 0) {
+        rtnl_route_set_priority(route.get(), wanted.metric);
+    }
+    if (add && wanted.dst == nullptr) {
+        set_device_mtu(route.get(), wanted.ifindex);
+    }
+    rtnl_route_add_nexthop(route.get(), hop.release());
+    return route;
 }
 
 /// How many routes one request holds: the answers to all of them fit the default buffer of a socket.
@@ -186,30 +196,47 @@ int read_answers(mnl_socket* socket, RT_ID table, const std::vector<nm::NewRoute
     return NM_OK;
 }
 
-/// Exceptions that path MTU discovery or redirects hung onto an IPv6 route. They are dumped behind it and go
-/// with it.
-bool is_cached(rtnl_route* route) {
-    return (rtnl_route_get_flags(route) & RTM_F_CLONED) != 0;
-}
-
-/// The body of a request for the routes of one table.
+/// The request for the routes of one table. Exceptions that path MTU discovery or redirects hung onto an IPv6
+/// route are dumped behind it and go with it.
 struct RouteDump {
-    RouteDump(unsigned char family, RT_ID id) : table(id) { header.rtm_family = family; }
+    RouteDump(unsigned char family, RT_ID id) : body{} {
+        body.header.rtm_family = family;
+        body.attribute = {sizeof(nlattr) + sizeof(RT_ID), RTA_TABLE};
+        body.table = id;
+    }
+    nm::DumpRequest request() const {
+        const auto is_wanted = [id = body.table](const nlmsghdr* message) {
+            const unsigned int flags = static_cast<const rtmsg*>(nlmsg_data(message))->rtm_flags;
+            return nm::table_of(message) == id && (flags & RTM_F_CLONED) == 0;
+        };
+        return {RTM_GETROUTE, &body, sizeof(body), is_wanted};
+    }
 
-    rtmsg header{};
-    nlattr attribute{sizeof(nlattr) + sizeof(RT_ID), RTA_TABLE};
-    RT_ID table;
+    struct Body {
+        rtmsg header;
+        nlattr attribute;
+        RT_ID table;
+    } body;
+    static_assert(sizeof(Body) == sizeof(rtmsg) + sizeof(nlattr) + sizeof(RT_ID));
 };
-static_assert(sizeof(RouteDump) == sizeof(rtmsg) + sizeof(nlattr) + sizeof(RT_ID));
 
 int read_table(const char* function, unsigned char family, RT_ID table, nm::NlSocket& socket,
                nm::NlObjects& routes) {
     if (nm::family_bits(family) == 0) {
         return NM_ERR_BAD_FORMAT;
     }
-    const RouteDump body(family, table);
-    const auto is_wanted = [=](const nlmsghdr* message) { return nm::table_of(message) == table; };
-    return nm::read_policy(function, "route", {RTM_GETROUTE, &body, sizeof(body), is_wanted}, socket, routes);
+    return nm::read_policy(function, "route", RouteDump(family, table).request(), socket, routes);
+}
+
+/// The request to add the route, as a fact.
+nm::PolicyFact wanted_fact(RT_ID table, const nm::NewRoute& wanted) {
+    const nm::RtnlRoute route = make_route(table, wanted, RTPROT_STATIC, true);
+    nl_msg* request = nullptr;
+    if (route == nullptr || rtnl_route_build_add_request(route.get(), 0, &request) < 0) {
+        return {};
+    }
+    const nm::NlMessage owner(request);
+    return nm::fact_of(nlmsg_hdr(request));
 }
 
 }  // namespace
@@ -221,19 +248,8 @@ int set_route(RT_ID table, unsigned char family, void* dst, unsigned char prefix
     if (bits == 0 || prefix > bits) {
         return NM_ERR_BAD_FORMAT;
     }
-    nm::RtnlNextHop hop = make_next_hop(family, gw, ifindex);
-    const nm::NlAddr address = destination(family, dst, prefix);
-    if (hop == nullptr || address == nullptr) {
-        fprintf(stderr, "Alloc memory fail in set_route!\n");
-        return NM_ERR_NOMEM;
-    }
-    const bool new_default = dst == nullptr && add != 0;
-    const unsigned int mtu = new_default ? device_mtu(ifindex) : 0;
-    const unsigned int lock = mtu != 0 ? 1U << RTAX_MTU : 0;
-    if (new_default && mtu == 0) {
-        NM_LOG(Error) << "MTU is not known, the default route carries none. Ifindex : " << ifindex;
-    }
-    return __set_route(table, family, address.get(), std::move(hop), protocol, scope, metric, mtu, lock, add);
+    const nm::NewRoute wanted{family, dst, prefix, gw, ifindex, metric, scope};
+    return __set_route(make_route(table, wanted, protocol, add != 0), add);
 }
 
 int flush_route_table(unsigned char family, RT_ID table) {
@@ -245,9 +261,6 @@ int flush_route_table(unsigned char family, RT_ID table) {
     }
     for (const auto& object : routes) {
         auto* route = reinterpret_cast<rtnl_route*>(object.get());
-        if (is_cached(route)) {
-            continue;
-        }
         const int error = rtnl_route_delete(socket.get(), route, 0);
         // A route that is gone already, with its device or its lifetime, is what was wanted.
         if (error != 0 && error != -NLE_OBJ_NOTFOUND) {
@@ -258,6 +271,28 @@ int flush_route_table(unsigned char family, RT_ID table) {
 }
 
 namespace nm {
+
+int add_route(RT_ID table, const NewRoute& route) {
+    return set_route(table, route.family, const_cast<void*>(route.dst), route.prefix,
+                     const_cast<void*>(route.gw), route.ifindex, RTPROT_STATIC, route.scope, route.metric, 1);
+}
+
+bool has_only_routes(RT_ID table, unsigned char family, const std::vector<NewRoute>& routes,
+                     unsigned int ifindex) {
+    PolicyFacts present;
+    if (family_bits(family) == 0 || read_policy_facts(RouteDump(family, table).request(), present) != 0) {
+        return false;
+    }
+    const auto is_other = [=](const PolicyFact& fact) {
+        return ifindex != 0 && !leads_out_of(fact, ifindex);
+    };
+    present.erase(std::remove_if(present.begin(), present.end(), is_other), present.end());
+    PolicyFacts wanted;
+    for (const NewRoute& route : routes) {
+        wanted.push_back(wanted_fact(table, route));
+    }
+    return is_same(std::move(wanted), std::move(present));
+}
 
 int count_device_routes(RT_ID table, unsigned char family, unsigned int ifindex, unsigned int& count) {
     NlSocket socket;

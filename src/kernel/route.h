@@ -4,6 +4,8 @@
 // Every call has its own socket. What went wrong is reported on standard error.
 #pragma once
 
+#include <linux/rtnetlink.h>
+
 #include <vector>
 
 #include "kernel/route_table.h"
@@ -37,7 +39,7 @@ int flush_route_table(unsigned char family, RT_ID table);
 
 namespace nm {
 
-/// A route to add, as set_route() takes it: static, of universal scope, with a destination.
+/// A static route to add, as set_route() takes it.
 struct NewRoute {
     unsigned char family;
     const void* dst;
@@ -45,11 +47,21 @@ struct NewRoute {
     const void* gw;
     unsigned int ifindex;
     unsigned int metric;
+    unsigned char scope = RT_SCOPE_UNIVERSE;
 };
 
-/// Adds routes to a table by few requests on one socket. `added` says of each whether the kernel took it;
-/// what it refuses is reported on standard error and ends nothing. NM_ERR_BAD_FORMAT for a family or prefix
-/// that is none, before anything is sent; NM_ERR_NL_CONNECT.
+/// set_route() for one that is added.
+int add_route(RT_ID table, const NewRoute& route);
+
+/// Whether the table has these routes and no others, as add_route() would write them now, in all that the
+/// kernel says of a route; with an `ifindex`, whether that is so of those that lead out of this device. False
+/// also where the kernel cannot be asked.
+bool has_only_routes(RT_ID table, unsigned char family, const std::vector<NewRoute>& routes,
+                     unsigned int ifindex = 0);
+
+/// Adds routes with a destination to a table by few requests on one socket. `added` says of each whether the
+/// kernel took it; what it refuses is reported on standard error and ends nothing. NM_ERR_BAD_FORMAT for a
+/// family or prefix that is none, before anything is sent; NM_ERR_NL_CONNECT.
 int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<bool>& added);
 
 /// Stores how many next hops of the table's routes lead out of the device. Codes as flush_route_table().

@@ -6,6 +6,7 @@
 #include <netlink/errno.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "kernel/marks.h"
 #include "kernel/policy_netlink.h"
@@ -14,52 +15,48 @@
 
 namespace {
 
-/// What a rule goes by, for messages.
-const char* rule_kind(const nl_addr* src, const char* oif, unsigned int mask) {
-    if (src != nullptr) {
-        return "source";
+/// The rule as libnl takes it; null if memory runs out. A mark of zero need not be sent: a mask alone means
+/// mark 0. A rule is deleted whatever its source.
+nm::RtnlRule make_rule(const nm::NewRule& wanted, RT_ID table) {
+    nm::RtnlRule rule(rtnl_rule_alloc());
+    const nm::NlAddr dst = nm::raw_address(wanted.family, nullptr);
+    const bool by_source = wanted.by_source && table != 0;
+    const nm::NlAddr src = by_source ? nm::raw_address(wanted.family, wanted.addr) : nullptr;
+    if (rule == nullptr || dst == nullptr || (by_source && src == nullptr)) {
+        return nullptr;
     }
-    if (oif != nullptr) {
-        return "oif";
-    }
-    if (mask == nm::kDnatReplyMask) {
-        return "dnat";
-    }
-    return mask == nm::kLanToWanMask ? "lan to wan" : "table";
-}
-
-/// The one way of a rule to the kernel. A mark of zero need not be sent: a mask alone means mark 0.
-int __set_rule(unsigned int priority, unsigned char family, nl_addr* src, const char* oif, RT_ID table,
-               unsigned int mark, unsigned int mask) {
-    if (priority == 0 || nm::family_bits(family) == 0) {
-        return NM_ERR_BAD_FORMAT;
-    }
-    const nm::RtnlRule rule(rtnl_rule_alloc());
-    const nm::NlAddr dst = nm::raw_address(family, nullptr);
-    nm::NlSocket socket;
-    const bool allocated = rule != nullptr && dst != nullptr;
-    int ret = nm::open_policy_socket(__func__, "socket/rule/dstaddr", allocated, socket);
-    if (ret != NM_OK) {
-        return ret;
-    }
-    rtnl_rule_set_family(rule.get(), family);
-    rtnl_rule_set_prio(rule.get(), priority);
+    rtnl_rule_set_family(rule.get(), wanted.family);
+    rtnl_rule_set_prio(rule.get(), wanted.priority);
     rtnl_rule_set_action(rule.get(), FR_ACT_TO_TBL);
     if (table != 0) {
         rtnl_rule_set_table(rule.get(), table);
     }
-    if (mark != 0) {
-        rtnl_rule_set_mark(rule.get(), mark);
+    if (wanted.mark != 0) {
+        rtnl_rule_set_mark(rule.get(), wanted.mark);
     }
-    if (mask != 0) {
-        rtnl_rule_set_mask(rule.get(), mask);
+    if (wanted.mask != 0) {
+        rtnl_rule_set_mask(rule.get(), wanted.mask);
     }
     (void)rtnl_rule_set_dst(rule.get(), dst.get());  // fails on another family only, as does the source
+    if (src != nullptr && wanted.prefix != 0) {
+        nl_addr_set_prefixlen(src.get(), wanted.prefix);
+    }
     if (src != nullptr) {
-        (void)rtnl_rule_set_src(rule.get(), src);
+        (void)rtnl_rule_set_src(rule.get(), src.get());
+    }
+    return rule;
+}
+
+/// The one way of a rule to the kernel.
+int __set_rule(const nm::NewRule& wanted, RT_ID table) {
+    const nm::RtnlRule rule = make_rule(wanted, table);
+    nm::NlSocket socket;
+    int ret = nm::open_policy_socket(__func__, "socket/rule/dstaddr", rule != nullptr, socket);
+    if (ret != NM_OK) {
+        return ret;
     }
     // A name that is too long would be left out, and the rule would serve all packets.
-    int error = oif != nullptr ? rtnl_rule_set_oif(rule.get(), oif) : 0;
+    int error = wanted.oif != nullptr ? rtnl_rule_set_oif(rule.get(), wanted.oif) : 0;
     if (error == 0) {
         const auto request = table != 0 ? rtnl_rule_add : rtnl_rule_delete;
         error = request(socket.get(), rule.get(), 0);
@@ -69,9 +66,21 @@ int __set_rule(unsigned int priority, unsigned char family, nl_addr* src, const 
     }
     ret = table != 0 ? NM_ERR_NL_RULE_ADD : NM_ERR_NL_RULE_DELETE;
     fprintf(stderr, "%s IPv%hhu rule priority %u: %s route in table %hhu: %s\n",
-            table != 0 ? "Add" : "Delete", nm::family_version(family), priority, rule_kind(src, oif, mask),
+            table != 0 ? "Add" : "Delete", nm::family_version(wanted.family), wanted.priority, wanted.kind,
             static_cast<unsigned char>(table), nl_geterror(error));
     return ret;
+}
+
+/// The request to add the rule, as a fact.
+nm::PolicyFact wanted_fact(const nm::NewRule& wanted, RT_ID table) {
+    const nm::RtnlRule rule = make_rule(wanted, table);
+    nl_msg* request = nullptr;
+    if (rule == nullptr || (wanted.oif != nullptr && rtnl_rule_set_oif(rule.get(), wanted.oif) != 0) ||
+        rtnl_rule_build_add_request(rule.get(), 0, &request) < 0) {
+        return {};
+    }
+    const nm::NlMessage owner(request);
+    return nm::fact_of(nlmsg_hdr(request));
 }
 
 /// Marked uplinks leave packets alone that a mark assigns to an uplink.
@@ -84,48 +93,80 @@ bool in_purge_range(RT_ID table) {
     return table >= 255 && table <= 65534;
 }
 
+/// The request for the rules that lead to a table, or to those of a purge.
+struct RuleDump {
+    RuleDump(unsigned char family, RT_ID id) : body{}, table(id) { body.family = family; }
+    nm::DumpRequest request() const {
+        const auto is_wanted = [id = table](const nlmsghdr* message) {
+            const RT_ID present = nm::table_of(message);
+            return id != 0 ? present == id : in_purge_range(present);
+        };
+        return {RTM_GETRULE, &body, sizeof(body), is_wanted};
+    }
+
+    fib_rule_hdr body;
+    RT_ID table;
+};
+
 }  // namespace
+
+nm::NewRule nm::source_rule(unsigned int priority, unsigned char family, const void* addr,
+                            unsigned char prefix, int mark) {
+    return {priority, family, "source", 0, unassigned_mask(mark), true, addr, prefix};
+}
+
+nm::NewRule nm::oif_rule(unsigned int priority, unsigned char family, const char* name, int mark) {
+    // The kernel takes an empty name for a device that is not there yet: a rule that serves nobody.
+    const bool is_named = name != nullptr && *name != '\0';
+    return {is_named ? priority : 0, family, "oif", 0, unassigned_mask(mark), false, nullptr, 0, name};
+}
+
+nm::NewRule nm::dnat_rule(unsigned int priority, unsigned char family, int port) {
+    return {priority, family, "dnat", static_cast<unsigned int>(port) + kDnatReply, kDnatReplyMask};
+}
+
+nm::NewRule nm::lan_to_wan_rule(unsigned int priority, unsigned char family, int port) {
+    return {priority, family, "lan to wan", static_cast<unsigned int>(port) + kLanToWan, kLanToWanMask};
+}
+
+int nm::set_rule(const NewRule& rule, RT_ID table) {
+    const unsigned int bits = family_bits(rule.family);
+    return rule.priority == 0 || bits == 0 || rule.prefix > bits ? NM_ERR_BAD_FORMAT
+                                                                 : __set_rule(rule, table);
+}
+
+bool nm::has_only_rules(RT_ID table, unsigned char family, const std::vector<NewRule>& rules) {
+    PolicyFacts present;
+    if (read_policy_facts(RuleDump(family, table).request(), present) != 0) {
+        return false;
+    }
+    PolicyFacts wanted;
+    for (const NewRule& rule : rules) {
+        wanted.push_back(wanted_fact(rule, table));
+    }
+    return is_same(std::move(wanted), std::move(present));
+}
 
 int set_rule_by_src(unsigned int priority, unsigned char family, void* addr, unsigned char prefix,
                     RT_ID table, int mark) {
-    const unsigned int bits = nm::family_bits(family);
-    if (priority == 0 || bits == 0 || prefix > bits) {
-        return NM_ERR_BAD_FORMAT;
-    }
-    nm::NlAddr src;
-    if (table != 0) {
-        src = nm::raw_address(family, addr);
-        if (src == nullptr) {
-            return NM_ERR_NOMEM;
-        }
-    }
-    if (src != nullptr && prefix != 0) {
-        nl_addr_set_prefixlen(src.get(), prefix);
-    }
-    return __set_rule(priority, family, src.get(), nullptr, table, 0, unassigned_mask(mark));
+    return nm::set_rule(nm::source_rule(priority, family, addr, prefix, mark), table);
 }
 
 int set_rule_by_oif(unsigned int priority, unsigned char family, const char* name, RT_ID table, int mark) {
-    // The kernel takes an empty name for a device that is not there yet: a rule that serves nobody.
-    if (name == nullptr || *name == '\0') {
-        return NM_ERR_BAD_FORMAT;
-    }
-    return __set_rule(priority, family, nullptr, name, table, 0, unassigned_mask(mark));
+    return nm::set_rule(nm::oif_rule(priority, family, name, mark), table);
 }
 
 int set_rule_dnat(unsigned int priority, unsigned char family, int port, RT_ID table) {
-    const unsigned int mark = static_cast<unsigned int>(port) + nm::kDnatReply;
-    return __set_rule(priority, family, nullptr, nullptr, table, mark, nm::kDnatReplyMask);
+    return nm::set_rule(nm::dnat_rule(priority, family, port), table);
 }
 
 int set_rule_lan2wan(unsigned int priority, unsigned char family, int port, RT_ID table) {
-    const unsigned int mark = static_cast<unsigned int>(port) + nm::kLanToWan;
-    return __set_rule(priority, family, nullptr, nullptr, table, mark, nm::kLanToWanMask);
+    return nm::set_rule(nm::lan_to_wan_rule(priority, family, port), table);
 }
 
 int set_rule_table(unsigned int priority, RT_ID table) {
-    const int ip4 = __set_rule(priority, AF_INET, nullptr, nullptr, table, 0, 0);
-    const int ip6 = __set_rule(priority, AF_INET6, nullptr, nullptr, table, 0, 0);
+    const int ip4 = nm::set_rule({priority, AF_INET, "table"}, table);
+    const int ip6 = nm::set_rule({priority, AF_INET6, "table"}, table);
     return ip4 != NM_OK ? ip4 : ip6;
 }
 
@@ -133,16 +174,9 @@ int del_rules_by_rt(unsigned char family, RT_ID table) {
     if (nm::family_bits(family) == 0) {
         return NM_ERR_BAD_FORMAT;
     }
-    fib_rule_hdr body{};
-    body.family = family;
-    const auto is_wanted = [=](const nlmsghdr* message) {
-        const RT_ID present = nm::table_of(message);
-        return table != 0 ? present == table : in_purge_range(present);
-    };
     nm::NlSocket socket;
     nm::NlObjects rules;
-    const int ret =
-        nm::read_policy(__func__, "rule", {RTM_GETRULE, &body, sizeof(body), is_wanted}, socket, rules);
+    const int ret = nm::read_policy(__func__, "rule", RuleDump(family, table).request(), socket, rules);
     if (ret != NM_OK) {
         return ret;
     }

@@ -7,6 +7,8 @@
 // does not exist.
 #pragma once
 
+#include <vector>
+
 #include "kernel/route_table.h"
 
 #pragma GCC visibility push(default)
@@ -35,3 +37,34 @@ int set_rule_table(unsigned int priority, RT_ID table);
 int del_rules_by_rt(unsigned char family, RT_ID table);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// A rule to add: what it chooses packets by, and where it stands.
+struct NewRule {
+    unsigned int priority;
+    unsigned char family;
+    const char* kind;  ///< for messages: "source", "oif", "dnat", "lan to wan", "table"
+    unsigned int mark = 0;
+    unsigned int mask = 0;
+    bool by_source = false;
+    const void* addr = nullptr;
+    unsigned char prefix = 0;
+    const char* oif = nullptr;
+};
+
+/// The rules of set_rule_by_src() and the three behind it.
+NewRule source_rule(unsigned int priority, unsigned char family, const void* addr, unsigned char prefix,
+                    int mark);
+NewRule oif_rule(unsigned int priority, unsigned char family, const char* name, int mark);
+NewRule dnat_rule(unsigned int priority, unsigned char family, int port);
+NewRule lan_to_wan_rule(unsigned int priority, unsigned char family, int port);
+
+/// Adds the rule, or with table 0 deletes it. The codes of the functions above.
+int set_rule(const NewRule& rule, RT_ID table);
+
+/// Whether these rules and no others lead to the table, as set_rule() would write them, in all that the
+/// kernel says of a rule. False also where the kernel cannot be asked.
+bool has_only_rules(RT_ID table, unsigned char family, const std::vector<NewRule>& rules);
+
+}  // namespace nm

@@ -29,9 +29,12 @@ public:
 
     bool present() const { return present_; }
 
-    /// Reads the text, if there is one. `label` tells the log which argument it is.
+    /// Reads the text, if there is one.
+    bool read(unsigned char family) { return !present_ || inet_pton(family, text_, bytes_.data()) == 1; }
+
+    /// The same. `label` tells the log which argument it is.
     int parse(unsigned char family, const char* label) {
-        if (!present_ || inet_pton(family, text_, bytes_.data()) == 1) {
+        if (read(family)) {
             return NM_OK;
         }
         NM_LOG(Error) << "The value of " << (family == AF_INET ? "ipv4" : "ipv6") << " address is wrong. "
@@ -98,6 +101,44 @@ int find_uplink(unsigned int ifindex, Uplink& uplink) {
     return number_uplink(static_cast<unsigned int>(owner_index), owner, uplink);
 }
 
+/// The rules of an uplink's block, in their order. A name without a port number is not chosen by marks.
+std::vector<nm::NewRule> rule_block(unsigned char family, const void* addr, unsigned char prefix, int mark,
+                                    const char* name, unsigned int pref_base) {
+    using nm::RuleSlot;
+    const auto priority = [pref_base](RuleSlot slot) { return nm::rule_priority(pref_base, slot); };
+    const int port = get_port_num(name);
+    std::vector<nm::NewRule> rules{nm::source_rule(priority(RuleSlot::Source), family, addr, prefix, mark),
+                                   nm::oif_rule(priority(RuleSlot::Oif), family, name, mark)};
+    if (port != 0 && mark != 0) {
+        rules.push_back(nm::dnat_rule(priority(RuleSlot::Dnat), family, port));
+    }
+    if (port != 0) {
+        rules.push_back(nm::lan_to_wan_rule(priority(RuleSlot::LanToWan), family, port));
+    }
+    return rules;
+}
+
+/// The routes of an uplink's table, in their order.
+std::vector<nm::NewRoute> source_routes(unsigned int ifindex, unsigned char family, const void* addr,
+                                        unsigned char prefix, const void* gw, unsigned int metric) {
+    std::vector<nm::NewRoute> routes;
+    if (gw != nullptr) {
+        routes.push_back({family, nullptr, 0, gw, ifindex, metric});
+    }
+    routes.push_back({family, addr, prefix, nullptr, ifindex, metric});
+    return routes;
+}
+
+/// The routes of a table whose traffic leaves by another interface, in their order.
+std::vector<nm::NewRoute> downlink_routes(unsigned int ifindex, const void* addr, unsigned char prefix,
+                                          unsigned int oif_ifindex, const void* gw) {
+    std::vector<nm::NewRoute> routes{{AF_INET6, addr, prefix, nullptr, ifindex, 0, RT_SCOPE_LINK}};
+    if (gw != nullptr) {
+        routes.push_back({AF_INET6, nullptr, 0, gw, oif_ifindex, 0});
+    }
+    return routes;
+}
+
 /// The first result that is not a success.
 int first_failure(std::initializer_list<int> results) {
     const auto* failure = std::find_if(results.begin(), results.end(), [](int ret) { return ret != NM_OK; });
@@ -159,10 +200,20 @@ int change_route(unsigned int ifindex, unsigned char family, const char* ip, uin
     return ret;
 }
 
+/// What is asked for a LAN-side prefix.
+struct Downlink {
+    unsigned int ifindex;
+    unsigned int oif_ifindex;
+    TextAddress address;
+    unsigned int prefix;
+    TextAddress gateway;
+    int mark;
+    Uplink numbers;
+};
+
 /// The checks of a LAN-side prefix, all before anything is changed.
-int check_downlink(unsigned int ifindex, unsigned int prefix, unsigned char act, TextAddress& address,
-                   TextAddress& gateway, Uplink& downlink) {
-    if (ifindex == 0 || (act == 1 && (!address.present() || prefix == 0))) {
+int check_downlink(Downlink& downlink, unsigned char act) {
+    if (downlink.ifindex == 0 || (act == 1 && (!downlink.address.present() || downlink.prefix == 0))) {
         NM_LOG(Error) << "NO input ifindex or ip6_addr or ip6_prefix";
         return NM_ERR_NULL_ARG;
     }
@@ -170,49 +221,64 @@ int check_downlink(unsigned int ifindex, unsigned int prefix, unsigned char act,
         NM_LOG(Error) << "The value of ip route action is wrong. act: " << static_cast<int>(act);
         return NM_ERR_BAD_FORMAT;
     }
-    int ret = address.parse(AF_INET6, "ip6_addr: ");
-    if (ret != NM_OK || (ret = gateway.parse(AF_INET6, "ip6_gw : ")) != NM_OK) {
+    int ret = downlink.address.parse(AF_INET6, "ip6_addr: ");
+    if (ret != NM_OK || (ret = downlink.gateway.parse(AF_INET6, "ip6_gw : ")) != NM_OK) {
         return ret;
     }
-    if (prefix > 128) {
+    if (downlink.prefix > 128) {
         NM_LOG(Error) << "Bad prefix.";
         return NM_ERR_BAD_PREFIX;
     }
-    ret = find_name(ifindex, downlink.ifname);
-    return ret != NM_OK ? ret : number_uplink(ifindex, ifindex, downlink);
+    ret = find_name(downlink.ifindex, downlink.numbers.ifname);
+    return ret != NM_OK ? ret : number_uplink(downlink.ifindex, downlink.ifindex, downlink.numbers);
 }
 
-int change_downlink(unsigned int ifindex, unsigned int oif_ifindex, const char* ip, unsigned int prefix,
-                    const char* gw, unsigned char act, int mark) {
-    TextAddress address(ip);
-    TextAddress gateway(gw);
-    Uplink downlink;
-    const int ret = check_downlink(ifindex, prefix, act, address, gateway, downlink);
+/// The rules and routes of a LAN-side prefix are there, and nothing else that an add would wipe.
+bool is_in_force(Downlink& downlink) {
+    const Uplink& numbers = downlink.numbers;
+    Uplink owner;
+    const auto length = static_cast<unsigned char>(downlink.prefix);
+    void* const address = downlink.address.raw();
+    return find_uplink(downlink.ifindex, owner) == NM_OK &&
+           nm::has_only_rules(numbers.table, AF_INET6,
+                              rule_block(AF_INET6, address, length, downlink.mark, numbers.ifname.c_str(),
+                                         numbers.rule_base)) &&
+           nm::has_only_routes(numbers.table, AF_INET6,
+                               downlink_routes(downlink.ifindex, address, length, downlink.oif_ifindex,
+                                               downlink.gateway.raw())) &&
+           (owner.table == numbers.table || (nm::has_only_rules(owner.table, AF_INET6, {}) &&
+                                             nm::has_only_routes(owner.table, AF_INET6, {})));
+}
+
+int change_downlink(Downlink downlink, unsigned char act) {
+    const int ret = check_downlink(downlink, act);
     if (ret != NM_OK) {
         return ret;
     }
-    const char* ifname = downlink.ifname.c_str();
-    const auto length = static_cast<unsigned char>(prefix);
+    const Uplink& numbers = downlink.numbers;
+    const unsigned int ifindex = downlink.ifindex;
+    const char* ifname = numbers.ifname.c_str();
+    const auto length = static_cast<unsigned char>(downlink.prefix);
     const bool add = act == 1;
     (void)delete_routerule(ifname, static_cast<int>(ifindex), AF_INET6);  // mostly there is nothing to wipe
-    if (get_pure_ifname(downlink.ifname) != downlink.ifname) {
+    if (get_pure_ifname(numbers.ifname) != numbers.ifname) {
         // That was the parent's table. A VLAN device's own one has to be wiped as well.
-        (void)flush_route_table(AF_INET6, downlink.table);
-        (void)del_rules_by_rt(AF_INET6, downlink.table);
+        (void)flush_route_table(AF_INET6, numbers.table);
+        (void)del_rules_by_rt(AF_INET6, numbers.table);
     }
 
     const auto set_rules = [&] {
-        const int rules = set_source_rule(ifindex, AF_INET6, address.raw(), length, add ? 1 : 0, mark, ifname,
-                                          downlink.table, downlink.rule_base);
+        const int rules = set_source_rule(ifindex, AF_INET6, downlink.address.raw(), length, add ? 1 : 0,
+                                          downlink.mark, ifname, numbers.table, numbers.rule_base);
         if (rules != NM_OK) {
             NM_LOG(Error) << (add ? "Failed to setup IPv6 rule!" : "Failed to delete IPv6 rule!");
         }
         return rules;
     };
     const auto set_routes = [&] {
-        const int routes =
-            add ? set_ip6_oif_route(ifindex, address.raw(), length, oif_ifindex, gateway.raw(), 1)
-                : set_ip6_oif_route(ifindex, nullptr, 0, 0, nullptr, 0);
+        const int routes = add ? set_ip6_oif_route(ifindex, downlink.address.raw(), length,
+                                                   downlink.oif_ifindex, downlink.gateway.raw(), 1)
+                               : set_ip6_oif_route(ifindex, nullptr, 0, 0, nullptr, 0);
         if (routes != NM_OK) {
             NM_LOG(Error) << (add ? "Failed to setup IPv6 radvd route!"
                                   : "Failed to delete IPv6 radvd route!");
@@ -237,31 +303,19 @@ int set_source_rule(unsigned int ifindex, unsigned char family, void* addr, unsi
     if (add != 1) {
         return del_rules_by_rt(family, table);
     }
-    using nm::RuleSlot;
-    const auto priority = [pref_base](RuleSlot slot) { return nm::rule_priority(pref_base, slot); };
     const unsigned char version = nm::family_version(family);
-    const int source = set_rule_by_src(priority(RuleSlot::Source), family, addr, prefix, table, mark);
-    if (source != NM_OK) {
-        fprintf(stderr, "Set source rule fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
+    int first = NM_OK;
+    for (const nm::NewRule& rule : rule_block(family, addr, prefix, mark, name, pref_base)) {
+        const int ret = nm::set_rule(rule, table);
+        if (ret != NM_OK) {
+            const int port = rule.mark != 0 ? get_port_num(name) : 0;
+            const std::string by_mark = port != 0 ? ", Port: " + std::to_string(port) : "";
+            fprintf(stderr, "Set %s rule fail. Ifindex: %u%s (IPv%hhu)\n", rule.kind, ifindex,
+                    by_mark.c_str(), version);
+        }
+        first = first_failure({first, ret});
     }
-    const int oif = set_rule_by_oif(priority(RuleSlot::Oif), family, name, table, mark);
-    if (oif != NM_OK) {
-        fprintf(stderr, "Set oif rule fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
-    }
-    const int port = get_port_num(name);
-    if (port == 0) {
-        return first_failure({source, oif});
-    }
-    const int dnat = mark != 0 ? set_rule_dnat(priority(RuleSlot::Dnat), family, port, table) : NM_OK;
-    if (dnat != NM_OK) {
-        fprintf(stderr, "Set dnat rule fail. Ifindex: %u, Port: %d (IPv%hhu)\n", ifindex, port, version);
-    }
-    const int lan_to_wan = set_rule_lan2wan(priority(RuleSlot::LanToWan), family, port, table);
-    if (lan_to_wan != NM_OK) {
-        fprintf(stderr, "Set lan to wan rule fail. Ifindex: %u, Port: %d (IPv%hhu)\n", ifindex, port,
-                version);
-    }
-    return first_failure({source, oif, dnat, lan_to_wan});
+    return first;
 }
 
 int set_source_route(unsigned int ifindex, unsigned char family, void* addr, unsigned char prefix, void* gw,
@@ -279,24 +333,20 @@ int set_source_route(unsigned int ifindex, unsigned char family, void* addr, uns
         return NM_ERR_NULL_ARG;
     }
     const unsigned char version = nm::family_version(family);
-    int by_gateway = NM_OK;
     if (gw == nullptr) {
         fprintf(stderr, "Notice: Skip add default source route for ifindex: %u (IPv%hhu)\n", ifindex,
                 version);
-    } else {
-        by_gateway =
-            set_route(table, family, nullptr, 0, gw, ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, metric, 1);
     }
-    if (by_gateway != NM_OK) {
-        fprintf(stderr, "Error : Set default source route fail. Ifindex: %u (IPv%hhu)\n", ifindex, version);
+    int last = NM_OK;
+    for (const nm::NewRoute& route : source_routes(ifindex, family, addr, prefix, gw, metric)) {
+        const int ret = nm::add_route(table, route);
+        if (ret != NM_OK) {
+            fprintf(stderr, "Error : Set %s source route fail. Ifindex: %u (IPv%hhu)\n",
+                    route.dst == nullptr ? "default" : "WAN static", ifindex, version);
+        }
+        last = first_failure({ret, last});  // that of the network counts before that of the gateway
     }
-    const int network =
-        set_route(table, family, addr, prefix, nullptr, ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, metric, 1);
-    if (network != NM_OK) {
-        fprintf(stderr, "Error : Set WAN static source route fail. Ifindex: %u (IPv%hhu)\n", ifindex,
-                version);
-    }
-    return first_failure({network, by_gateway});
+    return last;
 }
 
 int set_ip6_oif_route(unsigned int ifindex, void* addr, unsigned char prefix, unsigned int oif_ifindex,
@@ -310,20 +360,16 @@ int set_ip6_oif_route(unsigned int ifindex, void* addr, unsigned char prefix, un
     if (add == 0) {
         return flush_route_table(AF_INET6, table);
     }
-    const int on_link =
-        set_route(table, AF_INET6, addr, prefix, nullptr, ifindex, RTPROT_STATIC, RT_SCOPE_LINK, 0, 1);
-    if (on_link != NM_OK) {
-        fprintf(stderr, "Set ip6 link scope route fail. Ifindex: %u\n", ifindex);
+    int first = NM_OK;
+    for (const nm::NewRoute& route : downlink_routes(ifindex, addr, prefix, oif_ifindex, gw)) {
+        const int ret = nm::add_route(table, route);
+        if (ret != NM_OK) {
+            fprintf(stderr, "Set ip6 %s scope route fail. Ifindex: %u\n",
+                    route.scope == RT_SCOPE_LINK ? "link" : "universe", ifindex);
+        }
+        first = first_failure({first, ret});
     }
-    if (gw == nullptr) {
-        return on_link;
-    }
-    const int by_gateway =
-        set_route(table, AF_INET6, nullptr, 0, gw, oif_ifindex, RTPROT_STATIC, RT_SCOPE_UNIVERSE, 0, 1);
-    if (by_gateway != NM_OK) {
-        fprintf(stderr, "Set ip6 universe scope route fail. Ifindex: %u\n", ifindex);
-    }
-    return first_failure({on_link, by_gateway});
+    return first;
 }
 
 int set_ip_rule(unsigned int ifindex, unsigned char family, const char* ip, uint8_t act, int mark,
@@ -385,5 +431,46 @@ int nm::delete_session_routerule(const std::string& ifname, int ifindex, unsigne
 int set_ip6_routerule_by_oifindex(unsigned int ifindex, unsigned int oif_ifindex, const char* ip,
                                   unsigned int prefix, const char* gw, unsigned char act, int mark) {
     NM_LOG(Debug) << "Enter";
-    return NM_EXIT(change_downlink(ifindex, oif_ifindex, ip, prefix, gw, act, mark));
+    return NM_EXIT(
+        change_downlink({ifindex, oif_ifindex, TextAddress(ip), prefix, TextAddress(gw), mark, {}}, act));
+}
+
+bool nm::is_source_routed(unsigned char family, const SourceRouting& wanted) {
+    TextAddress address(wanted.ip);
+    TextAddress gateway(wanted.gw);
+    Uplink uplink;
+    const bool is_valid = wanted.ifindex != 0 && wanted.prefix != 0 && wanted.prefix <= family_bits(family) &&
+                          address.read(family) && gateway.read(family);
+    const void* const addr = address.raw_unless_zero(family);
+    if (!is_valid || addr == nullptr || find_uplink(wanted.ifindex, uplink) != NM_OK) {
+        return false;
+    }
+    const char* const name = wanted.ifname != nullptr ? wanted.ifname : uplink.ifname.c_str();
+    return has_only_rules(uplink.table, family,
+                          rule_block(family, addr, 0, wanted.mark, name, uplink.rule_base)) &&
+           has_only_routes(uplink.table, family,
+                           source_routes(wanted.ifindex, family, addr, wanted.prefix,
+                                         gateway.raw_unless_zero(family), wanted.metric));
+}
+
+bool nm::is_downlink_routed(const DownlinkRouting& wanted) {
+    Downlink downlink{wanted.ifindex,
+                      wanted.oif_ifindex,
+                      TextAddress(wanted.ip),
+                      wanted.prefix,
+                      TextAddress(wanted.gw),
+                      wanted.mark,
+                      {}};
+    const bool is_valid = wanted.ifindex != 0 && wanted.prefix != 0 &&
+                          wanted.prefix <= family_bits(AF_INET6) && downlink.address.present() &&
+                          downlink.address.read(AF_INET6) && downlink.gateway.read(AF_INET6);
+    return is_valid && find_name(wanted.ifindex, downlink.numbers.ifname) == NM_OK &&
+           number_uplink(wanted.ifindex, wanted.ifindex, downlink.numbers) == NM_OK && is_in_force(downlink);
+}
+
+int nm::route_downlink(const DownlinkRouting& wanted) {
+    return is_downlink_routed(wanted)
+               ? NM_OK
+               : set_ip6_routerule_by_oifindex(wanted.ifindex, wanted.oif_ifindex, wanted.ip, wanted.prefix,
+                                               wanted.gw, 1, wanted.mark);
 }

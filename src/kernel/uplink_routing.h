@@ -71,6 +71,37 @@ int set_ip6_oif_route(unsigned int ifindex, void* addr, unsigned char prefix, un
 
 namespace nm {
 
+/// What set_ip_rule() and set_ip_route() write for an uplink.
+struct SourceRouting {
+    unsigned int ifindex;
+    const char* ip;
+    unsigned char prefix;
+    const char* gw;
+    unsigned int metric;
+    int mark;
+    const char* ifname = nullptr;
+};
+
+/// Whether table and rules of the uplink are exactly what would be written now. Then they are better left
+/// alone: between wiping and writing, packets find no route. False also for what cannot be written.
+bool is_source_routed(unsigned char family, const SourceRouting& wanted);
+
+/// What set_ip6_routerule_by_oifindex() writes for a LAN-side prefix.
+struct DownlinkRouting {
+    unsigned int ifindex;
+    unsigned int oif_ifindex;
+    const char* ip;
+    unsigned int prefix;
+    const char* gw;
+    int mark;
+};
+
+/// is_source_routed() for a LAN-side prefix.
+bool is_downlink_routed(const DownlinkRouting& wanted);
+
+/// set_ip6_routerule_by_oifindex() to add, but nothing where all is as wanted.
+int route_downlink(const DownlinkRouting& wanted);
+
 /// delete_routerule() for a session's interface that may be gone by now: rules outlive it. `ifindex` is the
 /// index that it had.
 int delete_session_routerule(const std::string& ifname, int ifindex, unsigned char family);

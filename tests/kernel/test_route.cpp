@@ -116,6 +116,81 @@ TEST_F(Route, OfAnUplinkLiesInTheTableOfItsPort) {
     EXPECT_THAT(routes("-4", 253), ElementsAre(HasSubstr("via 10.4.0.2 dev swdev3.100")));
 }
 
+/// What others may do to a table and its rules, one change each.
+const char* const kChanges[] = {
+    "route add 203.0.113.0/24 dev swdev3 table 263",
+    "route del 10.3.0.0/24 dev swdev3 table 263",
+    "route change default via 10.3.0.3 dev swdev3 proto static mtu lock 1500 table 263",
+    "route change default via 10.3.0.2 dev swdev3 proto boot mtu lock 1500 table 263",
+    "route change default via 10.3.0.2 dev swdev3 proto static mtu 1500 table 263",
+    "route change default via 10.3.0.2 dev swdev3 proto static mtu lock 1500 advmss 900 table 263",
+    "route append default via 10.3.0.2 dev swdev3 proto static mtu lock 1500 metric 9 table 263",
+    "route change table 263 default proto static mtu lock 1500 nexthop via 10.3.0.2 nexthop via 10.3.0.3",
+    "link set swdev3 mtu 1400",
+    "rule add pref 30000 table 263",
+    "rule del pref 116",
+    "rule del pref 114; ip rule add pref 114 oif swdev3 table 263",
+    "rule del pref 114; ip rule add pref 114 oif swdev3 fwmark 0/0xf suppress_prefixlength 0 table 263",
+    "rule del pref 114; ip rule add pref 114 not oif swdev3 fwmark 0/0xf table 263",
+    "rule del pref 113; ip rule add pref 113 from 10.3.0.1 fwmark 0/0xf table 264",
+    "rule del pref 113; ip rule add pref 117 from 10.3.0.1 fwmark 0/0xf table 263",
+};
+
+TEST_F(Route, OfAnUplinkIsInForceWithItsRulesIfNothingDiffers) {
+    const auto is_routed = [](unsigned char prefix = 24, const char* gw = "10.3.0.2", int mark = 1) {
+        return nm::is_source_routed(AF_INET, {7, "10.3.0.1", prefix, gw, 0, mark});
+    };
+    EXPECT_FALSE(is_routed());
+    for (const std::string change : kChanges) {
+        (void)delete_routerule("swdev3", 7, AF_INET);
+        (void)set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 1);
+        (void)set_ip4_route(7, "10.3.0.1", 24, "10.3.0.2", RTM_NEWROUTE);
+        EXPECT_TRUE(is_routed()) << "before: " << change;
+        run("ip " + change);
+        EXPECT_FALSE(is_routed()) << change;
+        run("ip link set swdev3 mtu 1500; ip rule del table 264 2>/dev/null || :");
+    }
+    EXPECT_EQ(set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 1), 0);
+    EXPECT_FALSE(is_routed()) << "rules twice";
+    EXPECT_EQ(delete_routerule("swdev3", 7, AF_INET) | set_ip4_rule(7, "10.3.0.1", RTM_NEWRULE, 1), 0);
+    EXPECT_EQ(set_ip4_route(7, "10.3.0.1", 24, "10.3.0.2", RTM_NEWROUTE), 0);
+    EXPECT_TRUE(is_routed());
+    EXPECT_FALSE(is_routed(25) || is_routed(24, "") || is_routed(24, "x") || is_routed(24, "10.3.0.2", 0));
+    EXPECT_EQ(delete_routerule("swdev3", 7, AF_INET), 0);
+}
+
+TEST_F(Route, OfAnIp6UplinkAndItsDownlinkAreInForceIfNothingDiffers) {
+    const auto is_routed = [](unsigned int metric) {
+        return nm::is_source_routed(AF_INET6, {7, "2001:db8:3::1", 64, "2001:db8:3::2", metric, 1, "swdev3"});
+    };
+    const nm::DownlinkRouting downlink{vlan, 7, "2001:db8:4::1", 64, "2001:db8:3::2", 1};
+    for (const unsigned int metric : {0U, 6U}) {
+        EXPECT_EQ(set_ip6_rule(7, "2001:db8:3::1", RTM_NEWRULE, 1, "swdev3"), 0);
+        EXPECT_EQ(set_ip6_route(7, "2001:db8:3::1", 64, "2001:db8:3::2", metric, RTM_NEWROUTE), 0);
+        EXPECT_TRUE(is_routed(metric));
+        EXPECT_FALSE(is_routed(5));
+        EXPECT_FALSE(nm::is_downlink_routed(downlink));
+        EXPECT_EQ(nm::route_downlink(downlink), 0) << "of a VLAN device, which takes the port's table away";
+        EXPECT_TRUE(nm::is_downlink_routed(downlink));
+        EXPECT_FALSE(is_routed(metric));
+        run("ip -6 route change default via 2001:db8:3::2 dev swdev3 proto static table " +
+            std::to_string(256 + vlan));
+        EXPECT_FALSE(nm::is_downlink_routed(downlink)) << "no MTU";
+        EXPECT_EQ(set_ip6_routerule_by_oifindex(vlan, 0, nullptr, 0, nullptr, 0, 1), 0);
+    }
+    // Default routes of one metric are told as one with several next hops.
+    run("ip -6 addr add 2001:db8:4::1/64 dev swdev3.100 nodad; ip link set swdev3.100 mtu 1500");
+    EXPECT_EQ(nm::add_default_route(7, "2001:db8:3::2", 5), 0);
+    EXPECT_EQ(nm::add_default_route(vlan, "2001:db8:4::2", 5), 0);
+    EXPECT_TRUE(nm::has_only_default_route6(7, "2001:db8:3::2", 5));
+    EXPECT_FALSE(nm::has_only_default_route6(7, "2001:db8:3::2", 6));
+    EXPECT_FALSE(nm::has_only_default_route6(7, "2001:db8:3::3", 5));
+    EXPECT_FALSE(nm::has_only_default_route6(7, "", 5));
+    EXPECT_EQ(nm::clear_default_routes(7, AF_INET6), 0);
+    EXPECT_TRUE(nm::has_only_default_route6(7, "", 5));
+    EXPECT_EQ(nm::clear_default_routes(vlan, AF_INET6), 0);
+}
+
 TEST_F(Route, WithWrongArgumentsIsRefused) {
     run("ip link add nwlast index 65279 up type bridge; ip link add nwpast index 65280 type bridge");
     EXPECT_EQ(set_ip4_route(7, "10.3.0.1", 0, nullptr, 24), -1005);

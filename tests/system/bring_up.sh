@@ -7,12 +7,14 @@ source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 readonly FAR_HOST=203.0.113.9
 readonly ORDER='get_model
 setup_wanif PORT1
+setup_wanif PORT6
 setup_wanif PORT9
 setup_privateif PORT2
 setup_rglinkif PORT3
 setup_lanif PORT4
 setup_lanif PORT5
 setup_waninfo swdev1
+setup_waninfo swdev6
 setup_waninfo swdev9
 setup_privateinfo swdev2
 setup_rglinkinfo swdev3
@@ -31,10 +33,13 @@ update_network_info'
 store() {
     jq -n 'def port($n): {DEV_TYPE: "virtio", INTERFACE: "swdev\($n)", ISP_BW: "1000000000", MTU: "1400"};
         def at($net): {IP4_TYPE: "STATIC", IP4_ADDR: "\($net).2", IP4_PREFIX: "24", IP4_GW: "\($net).1", IP6_TYPE: "DISABLED"};
-        {WAN_PORT: {PORT1: port(1), PORT9: port(9)}, PRIVATE_PORT: {PORT2: port(2)}, RGLINK_PORT: {PORT3: port(3)},
+        {WAN_PORT: {PORT1: port(1), PORT6: port(6), PORT9: port(9)}, PRIVATE_PORT: {PORT2: port(2)}, RGLINK_PORT: {PORT3: port(3)},
          VLAN_SEG: {"10": {INTERFACE: "br_v10", VLANS: ["10"]}}, LAN_PORT: {PORT4: port(4), PORT5: port(5)},
-         WAN_IFACE_INFO: {swdev1: at("10.1.0"), swdev9: at("10.9.0")}, PRIVATE_IFACE_INFO: {swdev2: at("10.2.0")},
-         RGLINK_IFACE_INFO: {swdev3: at("10.3.0")}, LAN_IFACE_INFO: {swdev4: at("10.4.0"), swdev5: at("10.5.0")},
+         WAN_IFACE_INFO: {swdev1: (at("10.1.0") + {IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:1::2", IP6_PREFIX: "64",
+             IP6_GW: "2001:db8:1::1"}), swdev6: {IP4_TYPE: "DHCP", IP6_TYPE: "DISABLED"}, swdev9: at("10.9.0")},
+         PRIVATE_IFACE_INFO: {swdev2: at("10.2.0")}, RGLINK_IFACE_INFO: {swdev3: at("10.3.0")},
+         LAN_IFACE_INFO: {swdev5: at("10.5.0"), swdev4: (at("10.4.0") + {IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:4::1",
+             IP6_PREFIX: "64", IP6_UPLINK: "PORT1", IP6_SERVICE_TYPE: "SLAAC_RDNSS"})},
          MISC: {SYSNET_PARAMETERS: {NF_CONNTRACK_MAX: "0"}}}' >"$DEVICE_INFO"
     jq -n '{DHCP_SERVICE: {swdev4: {SERVICE: "SERVER", START_IP: "10.4.0.10", END_IP: "10.4.0.20"}}}' \
         >/etc/networkmanagement/dhcp_service.json
@@ -53,6 +58,16 @@ state() {
 # Addresses whose probe for duplicates is under way get their routes when it ends.
 is_probed() {
     [[ -z $(ip -6 -o addr show tentative) ]]
+}
+
+# The DHCP client has reported its lease, and the report is worked.
+is_leased() {
+    [[ $(ip -4 addr show dev swdev6) == *10.6.0.2/24* ]] && ! pgrep -f 'nm_bin Lease_event' >/dev/null
+}
+
+# Whoever watches the kernel has seen a rule come and go.
+is_watched() {
+    ip rule add pref 31000 table 31000 && ip rule del pref 31000 && grep -q 'Deleted 31000' "$scratch/events"
 }
 
 # What a terminal shows of a run: a line for each step with its time and result, behind that of a wait; then what failed.
@@ -81,12 +96,12 @@ killed_at() {
 
 reached() {
     local n
-    for n in 1 2 3 4 5; do
+    for n in 1 2 3 4 5 6; do
         ! ping -c 1 -W 0.2 -q -I "swdev$n" "10.$n.0.1" >/dev/null || echo -n "$n "
     done
 }
 
-for n in 1 2 3 4 5; do
+for n in 1 2 3 4 5 6; do
     plug "far$n" "swdev$n" - "10.$n.0.1" <<<""
 done
 ip -n far1 addr add $FAR_HOST/32 dev lo
@@ -96,13 +111,17 @@ printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf
 systemctl start nm-base-rules
 serve ncaas ncaas
 serve rmgmtd overlayd "$scratch/calls"
+ip netns exec far6 dnsmasq -k -C /dev/null -p 0 -i far --dhcp-range=10.6.0.2,10.6.0.2,1h --dhcp-option=3,10.6.0.1 \
+    --dhcp-authoritative -l "$scratch/leases" 2>"$scratch/dnsmasq" &
+daemons+=("$!")
 
 killed_at swdev5
 same "killed among the devices, it has set up no address" "" "$(ip -4 -br addr | grep -o 'swdev.* 10\..*')"
 killed_at hostslock
 same "killed at the first address, it has set up that one" "1 " "$(reached)"
 bring_up
-same "a run that follows completes it" "1 2 3 4 5 active" "$(reached)$(systemctl is-active nm-dhcpd@swdev4)"
+check "the uplink with a client has its lease" eventually 40 is_leased
+same "a run that follows completes it" "1 2 3 4 5 6 active" "$(reached)$(systemctl is-active nm-dhcpd@swdev4)"
 same "the steps come in their order" "$ORDER" "$(awk 'NF -= 1' <<<"$steps")"
 same "the port without a device alone has failed" "setup_wanif PORT9 -1002,setup_waninfo swdev9 -1002" "$(failures)"
 for key in "setup_wanif: PORT9" "setup_waninfo: swdev9"; do
@@ -111,15 +130,19 @@ done
 same "the snapshot is taken" "$(jq -cS . "$DEVICE_INFO")" "$(jq -cS . /run/network/device_info.curr)"
 
 check "no address is being probed for any more" eventually 20 is_probed
+: >/run/network/.boot_fin
 before=$(state)
+ip monitor link address route rule >"$scratch/events" &
+daemons+=("$!")
+check "what the kernel changes is watched" eventually 20 is_watched
 ping -i 0.01 -c 150 -q -I 10.1.0.2 $FAR_HOST >"$scratch/ping" &
 bring_up
 wait $!
 same "a further run changes nothing" "$before" "$(state)"
-check "and no packet is lost meanwhile" grep -q ' 150 received' "$scratch/ping"
+same "nothing is taken away meanwhile, to be put back" "" "$(grep Deleted "$scratch/events" | grep -v 31000)"
+check "and no packet is lost" grep -q ' 150 received' "$scratch/ping"
 
 : >"$scratch/calls"
-: >/run/network/.boot_fin
 same "the VPN is switched" 0 "$(nm_bin Setup_topology "{\"VPN\":{\"ops\":1,\"act\":3,\"path\":\"$DEVICE_INFO\"}}" | cut -d' ' -f1)"
 check "and has the address of the uplink that is up reported" eventually 20 \
     grep -q '^rmgmtd.ipsec.edit_local_site .*"swdev1","ip":"10.1.0.2","op":"add"' "$scratch/calls"

@@ -65,6 +65,10 @@ check_reports() {
 -1022 10.1.0.5|new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.5 new_routers='$(touch /pwned)'
 0 10.1.0.6|new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.6 new_routers='10.1.0.1 10.1.0.9'
 END
+    : >"$JOURNAL"
+    check "a client that was started anew" env reason=REBOOT new_subnet_mask=255.255.255.0 new_ip_address=10.1.0.6 \
+        new_routers=10.1.0.1 nm_bin Lease_event swdev1 add
+    same "has nothing taken down for the lease that is in force" 0 "$(grep -c '"op":"del"' "$JOURNAL")"
     same "the last one alone is left" "" "$(uplink 1 | grep 10.1.0.5; ls /pwned 2>/dev/null || true)"
     same "an act that is none" -1001 "$(reason=BOUND nm_bin Lease_event swdev1 renew | cut -d' ' -f1)"
     same "a port of another type" -1008 "$(reason=BOUND nm_bin Lease_event swdev2 add | cut -d' ' -f1)"

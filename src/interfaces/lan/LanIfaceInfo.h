@@ -13,6 +13,10 @@
 #include "interfaces/common/BaseIfaceInfo.h"
 #include "utils/ip6_prefix.h"
 
+namespace nm {
+struct DownlinkRouting;
+}
+
 struct dhcpd6_iface;
 struct radvd_iface;
 struct available_base_wan_status;
@@ -134,6 +138,7 @@ private:
     int start_dhcpd6(const dhcpd6_iface& server);
     bool find_uplink(available_base_wan_status& uplink);
     void note_skip(const std::string& uplink);
+    nm::DownlinkRouting routing_to(const available_base_wan_status& uplink) const;
     int tie_to_uplink(const available_base_wan_status& uplink);
     int start_relay(const std::string& device, const char* mode);
 

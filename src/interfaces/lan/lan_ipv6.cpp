@@ -198,11 +198,15 @@ int LanIfaceInfo::check_prefix6() const {
 int LanIfaceInfo::set_ip6_address() {
     const auto index = static_cast<unsigned int>(ifindex);
     (void)do_ipv6_forwarding(ifname, 1);  // logged there; a device without the switch refuses the address too
+    std::string address = ip6_addr + "/" + std::to_string(ip6_prefix);
+    if (nm::has_only_address(index, AF_INET6, address)) {
+        NM_LOG(Debug) << "The address is in force. Interface: " << ifname;
+        return NM_OK;
+    }
     int ret = flush_ipv6_addr(index);
     if (ret != NM_OK) {
         return ret;
     }
-    std::string address = ip6_addr + "/" + std::to_string(ip6_prefix);
     ret = set_ipv6_addr(index, address, RT_SCOPE_UNIVERSE);
     if (ret != NM_OK) {
         NM_LOG(Error) << "set ipv6 address failed. Interface: " << ifname << ", Address: " << address;
@@ -391,14 +395,15 @@ bool LanIfaceInfo::find_uplink(available_base_wan_status& uplink) {
 
 int LanIfaceInfo::setup_radvd_routerule(int on) {
     NM_LOG(Debug) << "Enter";
-    if (ifindex != 0) {
+    available_base_wan_status uplink;
+    const bool is_found = on == 1 && find_uplink(uplink);
+    if (ifindex != 0 && !(is_found && nm::is_downlink_routed(routing_to(uplink)))) {
         (void)delete_routerule(ifname.c_str(), ifindex, AF_INET6);  // logged there
     }
     if (on != 1) {
         return NM_EXIT(service_stop(nm::kRelay6Unit, ifname.c_str(), nullptr));
     }
-    available_base_wan_status uplink;
-    if (!find_uplink(uplink)) {
+    if (!is_found) {
         NM_LOG(Info) << "Skip setup radvd source route since uplink is not ready.";
         return NM_EXIT(NM_OK);
     }
@@ -431,7 +436,14 @@ int LanIfaceInfo::tie_to_uplink(const available_base_wan_status& uplink) {
     if (upper == own) {
         return start_relay(uplink.ifname, kRelayNeighbours);
     }
-    return set_ip6_routerule_by_oifindex(static_cast<unsigned int>(ifindex),
-                                         static_cast<unsigned int>(uplink.ifindex), ip6_addr.c_str(),
-                                         static_cast<unsigned int>(ip6_prefix), uplink.ip6.gw.c_str(), 1, 1);
+    return nm::route_downlink(routing_to(uplink));
+}
+
+nm::DownlinkRouting LanIfaceInfo::routing_to(const available_base_wan_status& uplink) const {
+    return {static_cast<unsigned int>(ifindex),
+            static_cast<unsigned int>(uplink.ifindex),
+            ip6_addr.c_str(),
+            static_cast<unsigned int>(ip6_prefix),
+            uplink.ip6.gw.c_str(),
+            1};
 }

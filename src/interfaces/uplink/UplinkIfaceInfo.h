@@ -150,6 +150,7 @@ private:
     std::set<std::string> addresses_in_sets();
     int write_static_address();
     int write_static_routes();
+    bool is_routed4(const char* address, int prefix, const char* gateway) const;
     int write_dhcp_routes(const DHCP_INFO& info);
     int write_stop_flag();
     int stop_pppoe();

@@ -85,6 +85,8 @@ private:
     int check_static6();
     int write_static_address6();
     DHCP6_INFO static_lease() const;
+    bool has_static6();
+    bool is_routed6(const DHCP6_INFO& lease);
     int clear_routes6();
     int clear_kernel6();
     int set_up_lease(const DHCP6_INFO& lease, const nm::DownlinkLocks& downlinks, bool is_new);

@@ -124,6 +124,10 @@ int UplinkIfaceInfo::write_static_address() {
 /// The old routes and rules go first: those of another address would stay beside the new ones.
 int UplinkIfaceInfo::write_static_routes() {
     const auto index = static_cast<unsigned int>(ifindex);
+    if (is_routed4(ip4_addr.c_str(), ip4_prefix, ip4_gw.c_str())) {
+        NM_LOG(Debug) << "Routes and rules are in force. Interface : " << ifname;
+        return NM_OK;
+    }
     NM_LOG(Debug) << "Delete ipv4 source route.  Interface : " << ifname;
     if (set_ip4_route(index, nullptr, 0, nullptr, RTM_DELROUTE) != NM_OK) {
         NM_LOG(Error) << "Delete ipv4 source route fail. Interface : " << ifname;
@@ -143,6 +147,12 @@ int UplinkIfaceInfo::write_static_routes() {
     }
     keep_first(ret, route);
     return ret;
+}
+
+bool UplinkIfaceInfo::is_routed4(const char* address, int prefix, const char* gateway) const {
+    return prefix > 0 &&
+           nm::is_source_routed(AF_INET, {static_cast<unsigned int>(ifindex), address,
+                                          static_cast<unsigned char>(prefix), gateway, 0, kind.mark});
 }
 
 int UplinkIfaceInfo::disable_ipv4(int mode) {
@@ -237,6 +247,10 @@ int UplinkIfaceInfo::set_dhcp_source_route(DHCP_INFO& info, std::string& act) {
     if (ifindex == 0) {
         NM_LOG(Error) << "No such iface: " << run_ifname;
         return NM_ERR_NO_IFACE;
+    }
+    if (act == "add" && is_routed4(info.ip, mask_to_prefix(info.netmask), info.gateway)) {
+        NM_LOG(Debug) << "Routes and rules are in force. Interface: " << run_ifname;
+        return NM_OK;
     }
     int ret = delete_routerule(run_ifname.c_str(), ifindex, AF_INET);
     if (ret != NM_OK) {

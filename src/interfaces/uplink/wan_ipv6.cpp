@@ -104,7 +104,9 @@ int WanIfaceInfo::setup_ipv6_static() {
     if (ret != NM_OK) {
         return NM_EXIT(ret);
     }
-    (void)clear_kernel6();                  // logged there; what stays is refused when it is written again
+    if (!has_static6()) {
+        (void)clear_kernel6();  // logged there; what stays is refused when it is written again
+    }
     (void)del_hosts(run_ifname, AF_INET6);  // a line is added whether or not there is one like it
     ret = write_static_address6();
     if (ret != NM_OK) {
@@ -134,6 +136,13 @@ int WanIfaceInfo::check_static6() {
     return ip6_type == "STATIC" ? NM_OK : NM_ERR_BAD_TYPE;
 }
 
+/// A device that has what is asked for keeps it, and no packet notices.
+bool WanIfaceInfo::has_static6() {
+    const std::string whole = ip6_prefix < kWholeAddress ? "/" + std::to_string(ip6_prefix) : "";
+    return nm::has_only_address(static_cast<unsigned int>(ifindex), AF_INET6, ip6_addr + whole) &&
+           is_routed6(static_lease());
+}
+
 /// The kernel takes no IPv6 route on a device that is down, so the device goes up before them.
 int WanIfaceInfo::write_static_address6() {
     std::string address = ip6_addr + "/" + std::to_string(ip6_prefix);
@@ -154,6 +163,15 @@ DHCP6_INFO WanIfaceInfo::static_lease() const {
         (void)snprintf(lease.gateway, sizeof(lease.gateway), "%s", ip6_gw.c_str());
     }
     return lease;
+}
+
+bool WanIfaceInfo::is_routed6(const DHCP6_INFO& lease) {
+    const auto index = static_cast<unsigned int>(ifindex);
+    uint32_t metric = 0;
+    (void)get_interface_prio(metric);  // logged there, and 1 then
+    return nm::is_source_routed(AF_INET6, {index, lease.address, prefix_of(lease), lease.gateway, metric,
+                                           kind.mark, run_ifname.c_str()}) &&
+           nm::has_only_default_route6(index, lease.gateway, metric);
 }
 
 int WanIfaceInfo::clear_routes6() {
@@ -188,6 +206,10 @@ int WanIfaceInfo::set_up_lease(const DHCP6_INFO& lease, const nm::DownlinkLocks&
 }
 
 int WanIfaceInfo::write_routes6(const DHCP6_INFO& lease) {
+    if (is_routed6(lease)) {
+        NM_LOG(Debug) << "Routes and rules are in force. Interface: " << run_ifname;
+        return NM_OK;
+    }
     const auto index = static_cast<unsigned int>(ifindex);
     uint32_t metric = 0;
     (void)get_interface_prio(metric);  // logged there, and 1 then
@@ -227,10 +249,10 @@ void WanIfaceInfo::attach(const downlink_lock_info& downlink, const DHCP6_INFO& 
         NM_LOG(Error) << "Disabled 6relayd fail. Interface: " << downlink.ifname;
     }
     if (downlink.ip6_type == "STATIC" && downlink.ifindex != 0) {
-        (void)set_ip6_routerule_by_oifindex(downlink.ifindex, static_cast<unsigned int>(ifindex),
-                                            downlink.ip6_addr.c_str(),
-                                            static_cast<unsigned int>(downlink.ip6_prefix), lease.gateway, 1,
-                                            1);  // logged there; the uplink is up all the same
+        // It is logged there; the uplink is up all the same.
+        (void)nm::route_downlink({downlink.ifindex, static_cast<unsigned int>(ifindex),
+                                  downlink.ip6_addr.c_str(), static_cast<unsigned int>(downlink.ip6_prefix),
+                                  lease.gateway, 1});
     }
 }
 

@@ -204,7 +204,7 @@ int WanIfaceInfo::dhcp6_source_route_cb(std::string act) {
 int WanIfaceInfo::replace_lease(const Json::Value& info, const DHCP6_INFO& lease,
                                 const nm::DownlinkLocks& downlinks) {
     const std::string before = nm::address_in_force(info);
-    int ret = clear_routes6();
+    int ret = *lease.address != '\0' && is_routed6(lease) ? NM_OK : clear_routes6();
     (void)del_hosts(run_ifname, AF_INET6);  // logged there, as all below that has no result
     if (before != lease.address) {
         (void)setup_ip6_ipset("del", before);
