@@ -149,7 +149,7 @@ void judge_others(const service_port& service, const std::vector<service_port>& 
     }
 }
 
-/// Rules that name the service would lose it, or be refused with it.
+/// Rules that name the service would lose it, be refused with it, or match less than they were written for.
 void judge_use(const std::string& name, const char* what, Faults& faults) {
     for (const nm::ServiceReference& reference : nm::stored_service_references()) {
         if (nm::is_same_service(reference.service, name)) {

@@ -125,16 +125,17 @@ int take_address(const std::string& ifname, LeftBehind& left) {
 /// With no lock held any more the LAN can follow; a relay has nothing to resume and is met in the next round.
 int apply_address(const std::string& ifname) {
     int failure = NM_OK;
+    int followed = NM_OK;
     for (int round = 0; round < kRounds; ++round) {
         LeftBehind left;
-        failure = take_address(ifname, left);
+        const int ret = take_address(ifname, left);
+        failure = failure != NM_OK ? failure : ret;
         if (left.lans.empty()) {
-            break;
+            return failure;
         }
-        const int followed = renew_lan_ipv6(left.path, left.lans);
-        failure = failure != NM_OK ? failure : followed;
+        followed = renew_lan_ipv6(left.path, left.lans);
     }
-    return failure;
+    return failure != NM_OK ? failure : followed;
 }
 
 /// Whether a renumbering that ended like this may fare better at the next report: a LAN was in use, or the
@@ -167,7 +168,7 @@ int renumber(const std::string& ifname) {
 
 /// One report at a time: a slow one with an older prefix would move LANs back that a later one has moved, and
 /// one that holds the uplink would wait for a LAN that waits for the uplink on behalf of another. The lock is
-/// of no device's, whose names are shorter.
+/// not a device's.
 int apply_report(const std::string& ifname) {
     for (int attempt = 0; attempt < kTries; ++attempt) {
         const nm::LockGuard turn(ifname + ".lease6_report");

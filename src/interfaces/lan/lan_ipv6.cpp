@@ -412,11 +412,16 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
         note_skip(uplink.interface);
         return NM_EXIT(NM_OK);
     }
-    // Whoever had the lock may have changed it. One that has gone meanwhile waits for this LAN, and then
-    // unties it.
-    (void)find_uplink(uplink);
-    const int ret = tie_to_uplink(uplink);
-    (void)nm::note_downlinks(uplink.interface, {ifname}, {});  // a static one has no record
+    // Whoever had the lock may have changed it, and has waited in vain for this LAN.
+    const std::string interface = uplink.interface;
+    const bool is_ready = find_uplink(uplink);
+    if (!is_ready) {
+        NM_LOG(Info) << "Skip setup radvd source route since uplink is not ready.";
+    }
+    const int ret = is_ready ? tie_to_uplink(uplink) : NM_OK;
+    if (is_ready && ret == NM_OK) {
+        (void)nm::note_downlinks(interface, {ifname}, {});  // a static one has no record
+    }
     return NM_EXIT(ret);
 }
 

@@ -8,6 +8,7 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -106,6 +107,9 @@ private:
     void leave_without_address(const DHCP6_INFO& lease, bool has_delegation,
                                const nm::DownlinkLocks& downlinks);
     int replace_lease(const Json::Value& info, const DHCP6_INFO& lease, const nm::DownlinkLocks& downlinks);
+    int follow_up(const Json::Value& info, const DHCP6_INFO& lease);
+    void lock_downlinks(const std::function<bool(const std::string& lan)>& is_wanted,
+                        std::vector<downlink_lock_info>& locks);
     int note_followers(const Json::Value& info, const nm::DownlinkLocks& downlinks);
 
     std::vector<std::string> skipped_;

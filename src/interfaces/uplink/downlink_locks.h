@@ -17,6 +17,7 @@ public:
     ~DownlinkLocks();
 
     void take(WanIfaceInfo& uplink) { uplink.get_ipv6_downlink_lock(held_); }
+    std::vector<downlink_lock_info>& held() { return held_; }
     const std::vector<downlink_lock_info>& held() const { return held_; }
 
 private:

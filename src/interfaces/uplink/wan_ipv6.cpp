@@ -74,8 +74,16 @@ nm::DownlinkLocks::~DownlinkLocks() {
 }
 
 void WanIfaceInfo::get_ipv6_downlink_lock(std::vector<downlink_lock_info>& locks) {
+    lock_downlinks([](const std::string&) { return true; }, locks);
+}
+
+void WanIfaceInfo::lock_downlinks(const std::function<bool(const std::string& lan)>& is_wanted,
+                                  std::vector<downlink_lock_info>& locks) {
     skipped_.clear();
     for (const ipv6_downlink& downlink : downlinks_of(portname, path)) {
+        if (!is_wanted(downlink.ifname)) {
+            continue;
+        }
         const int fd = lock_ex(downlink.ifname.c_str());
         if (fd < 0) {
             NM_LOG(Error) << "Failed to get lock of the uplink interface " << downlink.ifname << "; skip.";

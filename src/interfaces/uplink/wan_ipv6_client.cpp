@@ -2,6 +2,7 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "interfaces/uplink/WanIfaceInfo.h"
@@ -195,9 +196,27 @@ int WanIfaceInfo::dhcp6_source_route_cb(std::string act) {
     NM_LOG(Debug) << "DHCPv6 IP: " << lease.address;
     NM_LOG(Debug) << "DHCPv6 Prefix Length: " << lease.prefixlen;
     NM_LOG(Debug) << "DHCPv6 Gateway: " << lease.gateway;
+    const bool has_waiting = !nm::skipped_downlinks(info).empty();
+    if (*lease.address != '\0' && has_waiting && nm::is_in_force(info, nm::kAddressKeys)) {
+        return NM_EXIT(follow_up(info, lease));
+    }
     nm::DownlinkLocks downlinks;
     downlinks.take(*this);
     return NM_EXIT(replace_lease(info, lease, downlinks));
+}
+
+/// Nothing is new but for LANs that were skipped: what the port and its other LANs have stays.
+int WanIfaceInfo::follow_up(const Json::Value& info, const DHCP6_INFO& lease) {
+    const std::vector<std::string> waiting = nm::skipped_downlinks(info);
+    nm::DownlinkLocks downlinks;
+    const auto waits = [&](const std::string& lan) {
+        return std::find(waiting.begin(), waiting.end(), lan) != waiting.end();
+    };
+    lock_downlinks(waits, downlinks.held());
+    for (const downlink_lock_info& downlink : downlinks.held()) {
+        attach(downlink, lease, true);
+    }
+    return note_followers(info, downlinks);
 }
 
 /// The addresses themselves are the client's own, who knows when they end.

@@ -113,6 +113,15 @@ std::optional<std::string> without_pair(const std::string& text, const std::stri
     return kept;
 }
 
+/// The words of a line that is an interface's: its address, the two names and "#" with the interface. None
+/// for any other line.
+std::vector<std::string> words_of_interface(const std::string& line) {
+    constexpr std::size_t kOwnedWords = 4;
+    std::vector<std::string> words;
+    split_into_vector(line, ' ', words);
+    return words.size() == kOwnedWords && words.back()[0] == '#' ? words : std::vector<std::string>();
+}
+
 }  // namespace
 
 namespace nm {
@@ -122,13 +131,10 @@ std::string hosts_with(const std::string& text, const std::string& line) {
 }
 
 std::string hosts_renamed(const std::string& text, const std::string& host) {
-    constexpr std::size_t kOwnedWords = 4;
     std::string renamed;
     for (const std::string& line : split_lines(text)) {
-        std::vector<std::string> words;
-        split_into_vector(line, ' ', words);
-        const bool owned = words.size() == kOwnedWords && words.back()[0] == '#';
-        const std::string changed = owned ? words.front() + kGap + host + kGap + words.back() : line;
+        const std::vector<std::string> words = words_of_interface(line);
+        const std::string changed = words.empty() ? line : words.front() + kGap + host + kGap + words.back();
         renamed += changed.empty() ? "" : changed + "\n";
     }
     return renamed;
@@ -207,8 +213,7 @@ int drop_repeated_hosts() {
     const Edit drop = [](const std::string& text) {
         std::set<std::string> known;
         return drop_lines(text, [&](const std::string& line) {
-            const bool owned = line.find(std::string(kGap) + "#") != std::string::npos;
-            return owned && !known.insert(line).second;
+            return !words_of_interface(line).empty() && !known.insert(line).second;
         });
     };
     return NM_EXIT(edit_hosts(drop, "Drop repeated hosts success."));

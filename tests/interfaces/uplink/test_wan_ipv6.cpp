@@ -193,11 +193,16 @@ TEST_F(Wan6, FollowsItsClient) {
             other.reset();
         });
         fs::remove("/var/run/network/.nm-6relayd@nw3.env");
+        (void)StandIn::take();
         EXPECT_EQ(tell(report), code) << report;
         if (code == 1) {
             EXPECT_EQ(event("apply"), 0) << report;
         }
         setup.join();
+        if (is_in_use) {
+            const std::string calls = StandIn::take(), other_lan = "<restart> <nm-6relayd@nw2.service>";
+            EXPECT_EQ(calls.find(other_lan), calls.rfind(other_lan)) << "is left alone after that" << calls;
+        }
         EXPECT_EQ(state().size(), lines) << report;
         EXPECT_EQ(exec(("ip -6 rule show table " + number("nw0")).c_str()).empty(),
                   current != "2001:db8:3::7/128 ")

@@ -59,6 +59,7 @@ TEST_F(Hosts, ChangeOnlyInTheLinesMeant) {
     const std::string longer_pair = "192.0.2.2  portal2\n";
     const std::string odd = kLonger + "x  box  box  #swdev2\n\n192.0.2.1 a b #swdev2\nlast";
     const std::string foreign4 = "192.0.2.9 a b # swdev1\n";
+    const std::string twice = "  # --\n192.0.2.5 nas  # mine\n  # --\n192.0.2.5 nas  # mine\n";
     const Operation add_pair = [] { return add_ip_hostname("192.0.2.2", "portal"); };
     const Operation del_pair = [] { return del_ip_hostname("192.0.2.2", "portal"); };
     FakeService::take_calls();
@@ -72,7 +73,8 @@ TEST_F(Hosts, ChangeOnlyInTheLinesMeant) {
     expect_edit(pair + longer_pair + "\n" + kForeign, longer_pair + kForeign + pair, add_pair);
     expect_edit("1" + pair + longer_pair + "\n" + kForeign, "\n" + kForeign, del_pair);
     expect_edit(odd, odd, del_pair);
-    EXPECT_EQ(FakeService::take_calls(), std::vector(9, "DnsmasqMgr.Restart "s));
+    expect_edit(kOwn + twice + kLonger + kOwn, kOwn + twice + kLonger, drop_repeated_hosts);
+    EXPECT_EQ(FakeService::take_calls(), std::vector(10, "DnsmasqMgr.Restart "s));
     expect_edit(odd, odd, [] { return del_hosts("swdev2", 2) + del_hosts("swdev10", 7); });
     for (const std::string& hostile : {"6.6.6.6\n6.6.6.6"s, "192.0.2.3 bank.example"s, "a\0b"s, "a#"s}) {
         expect_edit(
