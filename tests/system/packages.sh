@@ -175,6 +175,21 @@ check_upgrade() {
     check_services "after the upgrade"
 }
 
+# A conffile that was changed here and in the next version.
+check_conflict() {
+    local conffile=/etc/apparmor.d/dhcpd.d/networkinterface daemon
+    echo '# own' >>"$conffile"
+    echo '# after next' >>"$1/networkinterface$conffile"
+    sed -i 's/^Version: .*/&.1/' "$1/networkinterface/DEBIAN/control"
+    dpkg-deb -Znone -b "$1/networkinterface" "$1/networkinterface.deb" >/dev/null
+    daemon=$(pids nm-serviced)
+    check "an upgrade that asks nothing about what was changed here, too" \
+        dpkg --force-confdef --force-confold --install "$1/networkinterface.deb"
+    same "keeps that, and lays the new one beside" "# own # after next" "$(tail -qn 1 "$conffile"{,.dpkg-dist} | xargs)"
+    check "starts the service daemon anew with it" test "$daemon" != "$(pids nm-serviced)"
+    check_services "after that upgrade"
+}
+
 # Removed and installed again, the network comes back without a boot.
 check_return() {
     check "a removal" apt remove -y networkinterface networkinterface-peers
@@ -223,6 +238,7 @@ second() {
     check "a service that is killed six times is there again" revives ncaas
     start_traffic
     check_upgrade "$work"
+    check_conflict "$work"
     check_return "$work"
     check_own_library "$work"
     rm -rf "$work"
