@@ -125,15 +125,15 @@ check_wait() {
     serve ncaas ncaas
     cp "$DEVICE_INFO" "$scratch/sound"
     jq '{WAN_PORT: {PORT1: .WAN_PORT.PORT1, PORT2: (.WAN_PORT.PORT1 * {INTERFACE: "swdev2"})}}' "$scratch/sound" >"$DEVICE_INFO"
-    hold swdev2
+    hold swdev1
     on_terminal "nm_bin setup_all_iface_by_config" >"$scratch/shown" &
     run=$!
-    same "a target's failure is not explained by another's" "failed: PORT2: -1015" \
-        "$(nm_bin Setup_wanif "{$(of PORT1 4 9),$(of PORT2 4 3)}" 2>&1 | grep -B 1 '^try: the lock' | grep -o '^failed: [^ ]* -[0-9]*')"
+    same "a target's failure is not explained by another's" "failed: PORT1: -1015" \
+        "$(nm_bin Setup_wanif "{$(of PORT1 4 3),$(of PORT2 4 9)}" 2>&1 | grep -B 1 '^try: the lock' | grep -o '^failed: [^ ]* -[0-9]*')"
     status=0
     wait "$run" || status=$?
-    says "a step that waits is shown" 75 'setup_wanif PORT2: waiting [0-9]+ s of at most 10' ended "$status" "$scratch/shown"
-    says "and why it failed" 75 '^try: the lock /var/lock/network/swdev2.lck is held by sleep' ended "$status" "$scratch/shown"
+    says "a step that waits is shown" 75 'setup_wanif PORT1: waiting [0-9]+ s of at most 10' ended "$status" "$scratch/shown"
+    says "and why it failed" 75 '^try: the lock /var/lock/network/swdev1.lck is held by sleep' ended "$status" "$scratch/shown"
     kill "$holder"
     cp "$scratch/sound" "$DEVICE_INFO"
 }
