@@ -136,6 +136,7 @@ check_wait() {
     says "and why it failed" 75 '^try: the lock /var/lock/network/swdev1.lck is held by sleep' ended "$status" "$scratch/shown"
     kill "$holder"
     cp "$scratch/sound" "$DEVICE_INFO"
+    says "an error of a step, the secret masked" 1 '^error: \*\*\* does not exist' nm_bin setup_all_iface_by_config
 }
 
 stored() {
