@@ -4,6 +4,7 @@
 # seconds.
 #
 # usage: tests/soak/boots.sh [--vm] [BOOTS [CUTS]]        (20 and 100)
+# Exits 1 if a boot was not as it must be, or a document neither the old nor the new one.
 #   --vm  in scripts/vm --debian: a kernel, a disk and a Debian of its own, and VLANs and IPv6 in the site; slower
 set -euo pipefail
 
@@ -138,6 +139,11 @@ cuts_of_machine() {
     done
 }
 
+# all_well FILE: nothing that was printed is a complaint.
+all_well() {
+    ! grep -qE '(^|: )(wrong order|failed|the site does not work|neither document|status [0-9]+)( |:|$)' "$1"
+}
+
 if [[ $place == machine ]]; then
     DISK=$(mktemp -u)
     export DISK
@@ -146,11 +152,13 @@ if [[ $place == machine ]]; then
     "$SOURCE_DIR/scripts/vm" --prepare --debian "$DISK"
     "$SELF" power_machine "$SELF" furnish
     boots "$BOOTS" | tee "$DISK.boots"
-    cuts_of_machine "$(awk '$1 == "booted" || $3 == "booted" {took = $(NF - 1)} END {print int(took * 1.5) + 20}' "$DISK.boots")"
+    cuts_of_machine "$(awk '$1 == "booted" || $3 == "booted" {took = $(NF - 1)} END {print int(took * 1.5) + 20}' "$DISK.boots")" |
+        tee -a "$DISK.boots"
+    all_well "$DISK.boots"
     exit
 fi
 errors=/srv/boot.errors power=power
 site_furnish
 store_both
-boots "$BOOTS"
-cuts
+{ boots "$BOOTS" && cuts; } | tee /srv/boots
+all_well /srv/boots

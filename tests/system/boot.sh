@@ -100,6 +100,12 @@ jq '.RULES.SITE += [{ACTION: "DENY", DST_SERVICE: "nobody-knows"}]' "$SITE_LIB/s
 systemctl start networkinterface.target
 same "a packet policy that is refused is a failed unit, and the boot goes on" "failed active active active" \
     "$(systemctl is-active nm-boot-begin nm-bringup nm-boot-finish networkinterface.target | xargs)"
+cp "$SITE_LIB/site-documents/firewall.json" /etc/networkmanagement/
+before=$(sort /etc/hosts)
+same "after the repair all is applied again" "active active active" \
+    "$(systemctl restart nm-boot-begin nm-bringup nm-boot-finish && systemctl is-active nm-boot-begin nm-bringup nm-boot-finish | xargs)"
+systemctl restart nm-boot-begin
+same "and no host name is lost, though the policy alone is applied again" "$before" "$(sort /etc/hosts)"
 systemctl start nm-reboot nm-poweroff
 marks() {
     find /run/network -name '.boot_fin' -o -name '.reboot' -o -name '.poweroff' | sort | xargs

@@ -125,7 +125,9 @@ void forget_host_names() {
 }
 
 int begin() {
-    forget_host_names();
+    if (!is_file_exists(kBooted)) {
+        forget_host_names();  // else they are of this boot
+    }
     return apply_stored(filters());
 }
 
