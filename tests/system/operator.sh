@@ -48,6 +48,21 @@ without() {
     return "$status"
 }
 
+# stand_in DOES: a service ncaas that has been killed ("bind"), or hangs up on its callers ("listen").
+stand_in() {
+    rm -f /run/vservice/ncaas.sock "$scratch/there"
+    python3 -c 'import socket, sys
+service = socket.socket(socket.AF_UNIX)
+service.bind("/run/vservice/ncaas.sock")
+if sys.argv[1] == "listen":
+    service.listen()
+open(sys.argv[2], "w")
+while sys.argv[1] == "listen":
+    service.accept()[0].close()' "$1" "$scratch/there" &
+    daemons+=("$!")
+    eventually 20 test -e "$scratch/there"
+}
+
 check_causes() {
     local words unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
     says "no permission" 77 '^try: only root' "${unprivileged[@]}" nm_bin Setup_wanif "{$(of PORT1 4 3)}"
@@ -60,6 +75,12 @@ check_causes() {
     says "another directory" 72 '^try: the directory /etc/networkmanagement is missing' \
         without /etc/networkmanagement nm_bin Setup_wanif "{$(of PORT1 4 3)}"
     says "a service that is down" 69 '^try: the service ncaas does not run' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
+    stand_in bind
+    says "a service that was killed" 69 '^try: the service ncaas does not run' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
+    stand_in listen
+    says "a service that fails" 69 '^try: the service ncaas runs but did not answer' nm_bin Setup_lanif "{$(of PORT4 4 3)}"
+    kill "${daemons[-1]}"
+    rm /run/vservice/ncaas.sock
     says "which an addition needs, too" 69 '^try: the service ncaas does not run' nm_bin add wan PORT9
     says "and a bring-up" 69 '^try: the service ncaas does not run' nm_bin setup_all_iface_by_config
     same "the step that needs it, for machines" "get_model -1602 the service ncaas does not run; start it true" "$(

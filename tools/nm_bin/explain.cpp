@@ -4,6 +4,8 @@
 #include <json/value.h>
 #include <json/writer.h>
 #include <networkinterface.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -78,15 +80,30 @@ std::optional<Cause> find_held_lock(const Notes& notes, int code) {
                                   "; repeat the command when that has ended"};
 }
 
+/// Whether somebody listens at the socket, whose name a service leaves behind when it is killed.
+bool is_served(const std::string& path) {
+    sockaddr_un address{AF_UNIX, {}};
+    if (path.size() >= sizeof(address.sun_path)) {
+        return false;
+    }
+    path.copy(address.sun_path, path.size());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool is_taken = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    const bool is_busy = !is_taken && errno == EAGAIN;  // more callers wait than it lets in
+    if (fd >= 0) {
+        close(fd);
+    }
+    return is_taken || is_busy;
+}
+
 std::optional<Cause> find_stopped_service(const Notes& notes, int code) {
     if (code != NM_ERR_BUS_CALL || notes.service.empty()) {
         return std::nullopt;
     }
     const std::string& service = notes.service;
-    const bool is_there = access(("/var/run/vservice/" + service + ".sock").c_str(), F_OK) == 0;
-    return Cause{EX_UNAVAILABLE, is_there
-                                     ? "the service " + service + " runs but did not answer; see its journal"
-                                     : "the service " + service + " does not run; start it"};
+    const bool runs = is_served("/var/run/vservice/" + service + ".sock");
+    return Cause{EX_UNAVAILABLE, runs ? "the service " + service + " runs but did not answer; see its journal"
+                                      : "the service " + service + " does not run; start it"};
 }
 
 std::string advice_of(int code) {
