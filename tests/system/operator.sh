@@ -100,16 +100,19 @@ check_causes() {
 
 # The documents of the world as they are, one that is to take the place of a stored one, and what cannot be read.
 check_documents() {
-    local unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
+    local words unprivileged=(setpriv --reuid 65534 --regid 65534 --clear-groups)
     says "no fault" 0 '^0 errors, 0 warnings in [0-9]+ document' nm_bin check --text
     sed 's/"MTU": "1500"/"MTU": "15"/; s/"me"/["me"]/' "$DEVICE_INFO" >"$scratch/device_info.json"
-    chmod 600 "$DEVICE_INFO"
+    chmod 600 "$DEVICE_INFO" "$MAIN_LOG"
     says "a file to be stored" 1 "^$scratch/device_info.json:[0-9]+:[0-9]+: error: /WAN_PORT/PORT1/MTU: \"15\" is not valid" \
         nm_bin check --text "$scratch/device_info.json"
     says "what would be right" 1 '^    right: largest packet in bytes, from 68' nm_bin check --text "$scratch/device_info.json"
     says "for editors" 1 '"pointer" : "/WAN_IFACE_INFO/swdev1/USERNAME"' nm_bin check "device_info=$scratch/device_info.json"
     says "what may not be read" 2 '^nm_bin: .*/device_info.json is not checked: Permission denied' \
         "${unprivileged[@]}" nm_bin check --text
+    for words in list show diff log; do
+        says "what may not be read by $words" 77 '^try: only root reads /(etc|var)/' "${unprivileged[@]}" nm_bin "$words"
+    done
     says "an unknown document" 2 'no document has this name' nm_bin check --text nonsense
 }
 

@@ -99,6 +99,9 @@ int diff(const Arguments& words, const Options& options) {
                                  : words.empty()   ? kRunningPath
                                                    : kDeviceInfoPath;
     const std::string new_path = words.empty() ? kDeviceInfoPath : words.back();
+    if (const int status = check_readable({old_path, new_path}); status != kExitOk) {
+        return status;
+    }
     Json::Value old_document;
     Json::Value new_document;
     if (!read_document(old_path, old_document) || !read_document(new_path, new_document)) {

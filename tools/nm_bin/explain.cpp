@@ -284,6 +284,17 @@ int explain_obstacle(const Cause& cause) {
     return cause.status;
 }
 
+int check_readable(const std::vector<std::string>& paths) {
+    const auto closed = std::find_if(paths.begin(), paths.end(), [](const std::string& path) {
+        return access(path.c_str(), R_OK) != 0 && errno == EACCES;
+    });
+    if (closed == paths.end()) {
+        return kExitOk;
+    }
+    print_cause("", NM_ERR_OPEN, {EX_NOPERM, "only root reads " + *closed + ": run it by sudo"});
+    return EX_NOPERM;
+}
+
 int follow_call(const std::function<int()>& call, const Print& print) {
     (void)read_documents();  // whose secrets are then known
     const Outcome outcome = watch_call(call);

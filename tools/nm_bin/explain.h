@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "nm_bin/console.h"
 #include "nm_bin/watch.h"
@@ -49,6 +50,9 @@ int run_call(const std::function<int()>& call, const Options& options);
 
 /// Explains an obstacle like a call that failed for it.
 int explain_obstacle(const Cause& cause);
+
+/// kExitOk if the caller may read those of the files that are there, else the exit status: explained.
+int check_readable(const std::vector<std::string>& paths);
 
 /// The table of the result codes, or one of them.
 int show_codes(const std::string& code, const Options& options);

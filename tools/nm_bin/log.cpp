@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 #include "nm_bin/places.h"
 #include "nm_bin/secrets.h"
 
@@ -133,6 +134,9 @@ bool is_replaced(const std::string& path, std::ifstream& file) {
 int log(const Arguments& words, const Options& options) {
     const std::vector<std::string> names = names_of(words);
     const std::string path = log_path();
+    if (const int status = check_readable({path}); status != kExitOk) {
+        return status;
+    }
     std::ifstream file(path);
     if (!file && !options.follow) {
         return failure("cannot read " + path);

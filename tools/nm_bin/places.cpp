@@ -60,13 +60,20 @@ std::optional<Json::Value> read_document(const std::string& path) {
     return document;
 }
 
+std::vector<std::string> document_paths() {
+    std::vector<std::string> paths;
+    for (const Family& family : families()) {
+        if (std::find(paths.begin(), paths.end(), family.document) == paths.end()) {
+            paths.emplace_back(family.document);
+        }
+    }
+    return paths;
+}
+
 Documents read_documents() {
     Documents documents;
-    for (const Family& family : families()) {
-        const std::string path(family.document);
-        if (documents.count(path) == 0) {
-            documents[path] = read_document(path).value_or(Json::Value(Json::objectValue));
-        }
+    for (const std::string& path : document_paths()) {
+        documents[path] = read_document(path).value_or(Json::Value(Json::objectValue));
     }
     return documents;
 }

@@ -20,6 +20,9 @@ using Documents = std::map<std::string, Json::Value>;
 /// it holds something else than an object.
 std::optional<Json::Value> read_document(const std::string& path);
 
+/// Their paths.
+std::vector<std::string> document_paths();
+
 /// The stored documents of all families, read like that; one that is no document counts as empty.
 Documents read_documents();
 

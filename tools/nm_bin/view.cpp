@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
 #include "nm_bin/places.h"
 
 namespace nm_bin {
@@ -74,6 +75,9 @@ void add_members(const Place& place, const Json::Value& entry, Table& table) {
 }  // namespace
 
 int list(const Arguments& /*words*/, const Options& options) {
+    if (const int status = check_readable(document_paths()); status != kExitOk) {
+        return status;
+    }
     const Documents documents = read_documents();
     Table table({"name", "kind", "interface", "link", "mtu", "ipv4", "addresses"});
     for (const Place& place : all_places(documents)) {
@@ -93,6 +97,9 @@ int list(const Arguments& /*words*/, const Options& options) {
 }
 
 int show(const Arguments& words, const Options& options) {
+    if (const int status = check_readable(document_paths()); status != kExitOk) {
+        return status;
+    }
     const Documents documents = read_documents();
     Table table({"target", "member", "value", "meaning"});
     for (const Place& place : words.empty() ? all_places(documents) : find_places(documents, words[0])) {
