@@ -31,6 +31,7 @@
 #include "control/setup_wan.h"
 #include "inspect/check_documents.h"
 #include "inspect/owners.h"
+#include "inspect/status.h"
 #include "interfaces/common/BaseIfaceInfo.h"
 #include "interfaces/common/BaseInterface.h"
 #include "interfaces/create_info.h"

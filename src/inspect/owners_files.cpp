@@ -11,6 +11,7 @@
 
 #include "inspect/owners_view.h"
 #include "inspect/read_command.h"
+#include "inspect/unit_list.h"
 #include "kernel/link.h"
 #include "services/dhcp/dhcp_files.h"
 #include "utils/file_io.h"
@@ -70,11 +71,6 @@ void look_at_directories(OwnersView& view) {
 
 // ---- Units.
 
-struct Unit {
-    std::string name;
-    std::string state;
-};
-
 std::string instance_of(const std::string& unit, const std::string& prefix) {
     const std::string ending = ".service";
     const bool is_one = unit.rfind(prefix, 0) == 0 && unit.size() > prefix.size() + ending.size();
@@ -82,14 +78,14 @@ std::string instance_of(const std::string& unit, const std::string& prefix) {
 }
 
 /// A server and a relay on one interface would answer the same questions.
-void find_two_servers(OwnersView& view, const std::vector<Unit>& units) {
+void find_two_servers(OwnersView& view, const std::vector<ListedUnit>& units) {
     std::set<std::string> serving;
-    for (const Unit& unit : units) {
+    for (const ListedUnit& unit : units) {
         if (unit.state == "active") {
             serving.insert(instance_of(unit.name, kDhcpServerUnit));
         }
     }
-    for (const Unit& unit : units) {
+    for (const ListedUnit& unit : units) {
         const std::string relaying = instance_of(unit.name, kDhcpRelayUnit);
         if (unit.state == "active" && !relaying.empty() && serving.count(relaying) != 0) {
             view.collision({Resource::Unit, "", unit.name}, "services",
@@ -98,7 +94,7 @@ void find_two_servers(OwnersView& view, const std::vector<Unit>& units) {
     }
 }
 
-void judge_unit(OwnersView& view, const Unit& unit) {
+void judge_unit(OwnersView& view, const ListedUnit& unit) {
     const Present thing{Resource::Unit, "", unit.name, 0, unit.state};
     const Claim* const claim = view.enter(thing);
     if (claim == nullptr) {
@@ -110,22 +106,19 @@ void judge_unit(OwnersView& view, const Unit& unit) {
 }
 
 void look_at_units(OwnersView& view) {
-    std::string command = "/usr/bin/systemctl list-units --all --plain --no-legend --full --no-pager 'nm-*'";
+    std::vector<std::string> others;
     for (const Claim& claim : view.claims()) {
-        command += claim.resource == Resource::Unit && !claim.shape.empty() ? " " + claim.name : "";
-    }
-    const CommandText output = read_command(command);
-    if (!output.reason.empty()) {
-        view.unread("units", output.reason);
-        return;
-    }
-    std::vector<Unit> units;
-    for (const std::string& line : lines_of(output.text)) {
-        const std::vector<std::string> words = words_of(line);
-        if (words.size() > 3 && words[1] != "not-found" && words[0].find(".service") != std::string::npos) {
-            units.push_back({words[0], words[2]});
-            judge_unit(view, units.back());
+        if (claim.resource == Resource::Unit && !claim.shape.empty()) {
+            others.push_back(claim.name);
         }
+    }
+    std::vector<ListedUnit> units;
+    const std::string reason = list_units(others, units);
+    if (!reason.empty()) {
+        view.unread("units", reason);
+    }
+    for (const ListedUnit& unit : units) {
+        judge_unit(view, unit);
     }
     find_two_servers(view, units);
 }

@@ -3,9 +3,11 @@
 
 #include <unistd.h>
 
+#include "kernel/device_path.h"
 #include "log.h"
 #include "utils/Utils.h"
 #include "utils/call_notes.h"
+#include "utils/file_io.h"
 
 std::string get_pure_ifname(std::string ifname) {
     const size_t start = ifname.find("swdev");
@@ -24,6 +26,18 @@ int is_iface_up(std::string ifname) {
     NM_LOG(Debug) << ifname << " Interface is " << (up ? "up" : "down");
     return up ? 1 : 0;
 }
+
+namespace nm {
+
+bool has_link(const std::string& ifname) {
+    const std::string name = get_pure_ifname(ifname);
+    const std::string directory = "/sys/class/net/" + name;
+    return !name.empty() && !leaves_directory(name) &&
+           (read_file(directory + "/operstate").value_or("").rfind("up", 0) == 0 ||
+            read_file(directory + "/carrier").value_or("").rfind('1', 0) == 0);
+}
+
+}  // namespace nm
 
 int wait_for_iface_up(std::string ifname) {
     constexpr useconds_t kInterval = 500000;

@@ -21,3 +21,10 @@ int wait_for_iface_up(std::string ifname);
 int is_interface_link_up(std::string ifname, std::string dev_type);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// is_iface_up() for those who only look: without its lock, which only root can have.
+bool has_link(const std::string& ifname);
+
+}  // namespace nm

@@ -1,6 +1,6 @@
 #!/bin/bash
 # What an operator sees of a site that is up: who owns what, without a false alarm, and each stranger and collision that
-# is planted, whatever its name; nothing is changed by looking.
+# is planted, whatever its name; the state of the device, whole or as far as it can be seen. Nothing is changed by looking.
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
 source "$support_dir/../../scripts/lib/site"
@@ -10,6 +10,7 @@ readonly UNPRIVILEGED=(setpriv --reuid 65534 --regid 65534 --clear-groups)
 make_site() {
     "$SITE_LIB/stock-netfilter" install
     site_plug && site_serve && site_store
+    : >/run/network/resolv.dnsmasq
     systemctl start nm-base-rules
     serve ncaas ncaas
     serve rmgmtd overlayd "$scratch/calls"
@@ -116,6 +117,66 @@ check_owners() {
     mv "$scratch/nm-base-rules" /usr/sbin
 }
 
+# What the state of the device says of the site, by a jq filter, and what a person reads of it.
+check_status() {
+    local before row filter line hostile=$'na\x1bs<&\xff>'
+    printf 'lease 10.0.10.12 {\n  ends 0 %s;\n  binding state active;\n  hardware ethernet 02:00:00:00:aa:01;\n  client-hostname "%s";\n}\n' \
+        "$(date -u -d '+1 hour' '+%Y/%m/%d %H:%M:%S')" "$hostile" >>/var/lib/dhcpd/dhcpd_swdev4.leases
+    nm_bin Setup_wanif "{\"PORT7\":{\"ops\":4,\"act\":3,\"path\":\"$DEVICE_INFO\"}}" >/dev/null 2>&1 || true
+    jq '.WAN_IFACE_INFO.swdev1 += {USERNAME: "me", PASSWORD: "geheim-7"}' "$DEVICE_INFO" >"$scratch/device" && cp "$scratch/device" "$DEVICE_INFO"
+    before=$(state)
+    nm_bin status >"$scratch/status" || failed "the state of the device" "$?"
+    while IFS='|' read -r line filter; do
+        check "state: $line" jq -e "$filter" "$scratch/status"
+    done <<'END'
+the uplinks with what they have in force|[.uplinks[] | "\(.port) \(.kind) \(.ip4.address)/\(.ip4.prefix_bits) \(.ip4.gateway) \(.up)"] == ["PORT1 wan 198.51.100.2/24 198.51.100.1 true", "PORT2 wan 192.0.2.130/25 192.0.2.129 true", "PORT3 private 192.0.2.2/30 192.0.2.1 true"]
+their shares and rates|[.uplinks[] | .weight_percent, .rate_bit_per_s] == [50, 1000000000, 50, 1000000000, 0, 0]
+what passed them|all(.uplinks[].traffic; .sent_bytes > 0 and .received_packets > 0)
+no monitor has told anything|all(.uplinks[]; .health == "unknown")
+the ports|[.ports[] | "\(.port) \(.kind) \(.link) \(.mtu_bytes)"] == ["PORT1 wan up 1500", "PORT2 wan up 1500", "PORT3 private up 1500", "PORT4 lan up 1500", "PORT5 lan up 1500", "PORT6 lan up 1500"]
+the LANs and who serves them|[.lans[] | "\(.interface) \(.ip4.address) \(.dhcp)"] == ["swdev4 10.0.10.1 SERVER", "swdev5 10.0.20.1 DISABLED", "swdev6 10.0.30.1 DISABLED"]
+a client, and for how long|.lans[0].clients[0] | .address == "10.0.10.12" and .mac == "02:00:00:00:aa:01" and .expires_in_s > 3000 and .expires_in_s <= 3600
+the name servers and their owners|any(.names.servers[]; .address == "198.51.100.1" and .owner == "global")
+the chains|[.policy[] | select(.chain == "FIREWALL" and .place == "iptables mangle" and .rules > 0)] | length == 1
+what was denied|.denied_packets == 0
+units that run, and none that failed|([.units[] | select(.state == "active").unit] | index("nm-dhcpd@swdev4.service") != null) and all(.units[]; .state != "failed")
+the last result|.results[-1] | .entry == "Setup_wanif" and .code == -1003 and .name == "NM_ERR_NO_SECTION"
+nothing is missing|.unread == []
+END
+    nm_bin status --picture "$scratch/picture.svg"
+    check "the picture is XML, whatever a name holds" xmllint --noout "$scratch/picture.svg"
+    check "and shows the ports" grep -q '>PORT3<' "$scratch/picture.svg"
+    nm_bin status --text >"$scratch/text"
+    same "no name moves the cursor" "" "$(grep $'\x1b' "$scratch/text" || true)"
+    check "a person reads the same" grep -q '^PORT2 .* 192.0.2.130/25 ' "$scratch/text"
+    check "and no secret" bash -c "! grep -q geheim-7 '$scratch/text' '$scratch/status' '$scratch/picture.svg'"
+    same "watched, it comes again and again" "PORT1 PORT1" "$({ nm_bin status --watch --json || true; } | head -n 2 | jq -r '.ports[0].port' | xargs)"
+    same "looking changes nothing" "$before" "$(state)"
+    check "without documents another user sees the units" jq -e '.uplinks == [] and .units != [] and (.unread | length) == 3' \
+        <<<"$("${UNPRIVILEGED[@]}" nm_bin status || true)"
+    kill -STOP "${daemons[0]}"
+    check "a dead service delays nothing" timeout 8 nm_bin status
+    kill -CONT "${daemons[0]}"
+    echo '{"WAN_PORT": [1], "WAN_IFACE_INFO": {"swdev1": 7}, "LAN_IFACE_INFO": {"a/b": {}}}' >"$DEVICE_INFO"
+    check "what is not as it should be takes nothing away" jq -e '.units != [] and .lans[0].link == "absent"' <<<"$(nm_bin status || true)"
+    echo '{' >"$DEVICE_INFO"
+    check "nor does a broken document" grep -q "^nm_bin: not looked at: $DEVICE_INFO: this is not JSON" <<<"$(nm_bin status --text 2>&1 || true)"
+    check "a unit that failed is named" bash -c "$(declare -f unit_fails); unit_fails"
+}
+
+# A relay that has nothing to relay.
+unit_fails() {
+    printf '[Service]\nExecStart=/bin/sh -c "sleep 0.5; exit 1"\n' >/run/systemd/system/nm-6relayd@swdev9.service
+    systemctl daemon-reload
+    systemctl start nm-6relayd@swdev9 || true
+    for _ in 1 2 3 4 5 6 7 8 9 10; do
+        ! nm_bin status --text 2>/dev/null | grep -q 'failed: nm-6relayd@swdev9.service' || return 0
+        sleep 0.5
+    done
+    return 1
+}
+
 make_site
 check_owners
+check_status
 finish

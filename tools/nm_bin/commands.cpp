@@ -27,6 +27,8 @@ constexpr std::array kCommands{
     Command{
         "check", "[DOCUMENT|FILE|DOCUMENT=FILE]...", 0, kAny, check,
         "what is wrong with the stored documents, or with files to be stored, before anything is touched"},
+    Command{"status", "", 0, 0, status,
+            "the state of the device: ports, uplinks, LANs, clients, names, counters, units, last results"},
     Command{"owners", "", 0, 0, owners,
             "who owns marks, tables, rules, sets, chains, files, units and locks, and what lies there"},
     Command{

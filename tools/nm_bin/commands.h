@@ -41,6 +41,9 @@ int log(const Arguments& words, const Options& options);
 /// kExitUsage if something could not be checked.
 int check(const Arguments& words, const Options& options);
 
+/// The state of the device: kExitUsage if something could not be looked at.
+int status(const Arguments& words, const Options& options);
+
 /// Who owns what, and what lies there: kExitFailed if something is not its owner's, kExitUsage if something
 /// could not be looked at.
 int owners(const Arguments& words, const Options& options);

@@ -145,7 +145,7 @@ Words options_of(const std::string& command) {
     }
     for (const Command& row : commands()) {
         if (row.name == command) {
-            words.merge(Words{"--text", "--dry-run", "--follow", "--lines"});
+            words.merge(Words{"--text", "--dry-run", "--follow", "--lines", "--watch", "--picture"});
         }
     }
     return words;

@@ -17,6 +17,8 @@ struct Options {
     bool text = false;
     bool dry_run = false;
     bool follow = false;
+    bool watch = false;
+    std::string picture = {};
     size_t lines = 20;
 };
 

@@ -4,6 +4,7 @@
 #include <networkinterface.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <iostream>
@@ -69,6 +70,8 @@ void print_usage() {
            "  --dry-run    of set, add, delete, undo and migrate: show the change, and make none\n"
            "  -f, --follow       of log: go on with what is logged from now on\n"
            "  -n, --lines COUNT  of log: so many lines (20)\n"
+           "  --watch            of status: show it anew every two seconds\n"
+           "  --picture FILE     of status: draw it into this file (SVG)\n"
            "  --help       this text\n"
            "  --version    the version\n";
 }
@@ -89,6 +92,7 @@ constexpr std::array kFlags{
     Flag{"", "--text", true, [](Line& line) { line.options.text = true; }},
     Flag{"", "--dry-run", true, [](Line& line) { line.options.dry_run = true; }},
     Flag{"-f", "--follow", true, [](Line& line) { line.options.follow = true; }},
+    Flag{"", "--watch", true, [](Line& line) { line.options.watch = true; }},
 };
 
 bool take_flag(const std::string& word, Line& line) {
@@ -114,8 +118,34 @@ bool take_count(const std::string& word, Line& line) {
     return is_number;
 }
 
-bool is_log(const Line& line) {
-    return !line.words.empty() && line.words[0] == "log";
+bool is_command(const Line& line, const char* name) {
+    return !line.words.empty() && line.words[0] == name;
+}
+
+bool take_picture(const std::string& word, Line& line) {
+    line.options.picture = word;
+    return !word.empty();
+}
+
+/// An option of one command with a value behind it.
+struct ValueOption {
+    const char* command;
+    const char* letter;
+    const char* name;
+    bool (*take)(const std::string& word, Line& line);
+    const char* needs;
+};
+
+constexpr std::array kValueOptions{
+    ValueOption{"log", "-n", "--lines", take_count, " takes a number"},
+    ValueOption{"status", "--picture", "--picture", take_picture, " takes a file"}};
+
+const ValueOption* find_value_option(const std::string& word, const Line& line) {
+    const auto* const found =
+        std::find_if(kValueOptions.begin(), kValueOptions.end(), [&](const ValueOption& option) {
+            return is_command(line, option.command) && (word == option.letter || word == option.name);
+        });
+    return found != kValueOptions.end() ? found : nullptr;
 }
 
 Line read_line(const Arguments& given) {
@@ -124,12 +154,13 @@ Line read_line(const Arguments& given) {
     for (size_t i = 0; i < given.size() && line.complaint.empty(); ++i) {
         const std::string& word = given[i];
         // What is to be completed may be an option.
-        takes_options = takes_options && !(!line.words.empty() && line.words[0] == "complete");
+        takes_options = takes_options && !is_command(line, "complete");
+        const ValueOption* const option = takes_options ? find_value_option(word, line) : nullptr;
         if (takes_options && word == "--") {
             takes_options = false;
-        } else if (takes_options && is_log(line) && (word == "-n" || word == "--lines")) {
+        } else if (option != nullptr) {
             ++i;
-            line.complaint = i < given.size() && take_count(given[i], line) ? "" : word + " takes a number";
+            line.complaint = i < given.size() && option->take(given[i], line) ? "" : word + option->needs;
         } else if (takes_options && take_flag(word, line)) {
             continue;
         } else if (takes_options && line.words.empty() && word.rfind('-', 0) == 0) {

@@ -24,22 +24,31 @@ namespace {
 constexpr std::array kCounters{"rx_packets", "tx_packets", "rx_bytes",   "tx_bytes",
                                "rx_errors",  "tx_errors",  "rx_dropped", "tx_dropped"};
 
+using Visit = std::function<void(const std::string& key, const Json::Value& entry)>;
+
 /// Calls `visit` with each member of a section that is an object; one that is not says nothing.
-int for_each_entry(const std::string& path, const char* section,
-                   const std::function<void(const std::string& key, const Json::Value& entry)>& visit) {
-    Json::Value document;
-    const int ret = json_file_to_mem(path, document);
-    if (ret < 0) {
-        NM_LOG(Error) << "json_file_to_mem fail. path = " << path;
-        return ret;
-    }
+void for_each_entry_of(const Json::Value& document, const char* section, const Visit& visit) {
     const Json::Value& entries = nm::json_member(document, section);
     for (auto entry = entries.begin(); entries.isObject() && entry != entries.end(); ++entry) {
         if (entry->isObject()) {
             visit(entry.name(), *entry);
         }
     }
+}
+
+int for_each_entry(const std::string& path, const char* section, const Visit& visit) {
+    Json::Value document;
+    const int ret = json_file_to_mem(path, document);
+    if (ret < 0) {
+        NM_LOG(Error) << "json_file_to_mem fail. path = " << path;
+        return ret;
+    }
+    for_each_entry_of(document, section, visit);
     return NM_OK;
+}
+
+bool has_locked_link(const std::string& ifname) {
+    return is_iface_up(ifname) == 1;
 }
 
 /// What is configured and what is in force of one family. A runtime address without a prefix is a whole one.
@@ -63,7 +72,8 @@ Json::Value bridge_members(const std::string& ifname) {
     return members;
 }
 
-Json::Value lan_record(const std::string& ifname, const Json::Value& entry, bool comprehensive) {
+Json::Value lan_record(const std::string& ifname, const Json::Value& entry, bool comprehensive,
+                       nm::LinkQuestion has_link) {
     const int ifindex = get_iface_index(ifname.c_str());
     std::string ip4;
     std::string ip6;
@@ -74,7 +84,7 @@ Json::Value lan_record(const std::string& ifname, const Json::Value& entry, bool
     Json::Value record;
     record["IFNAME"] = ifname;
     record["IFINDEX"] = ifindex;
-    record["UP"] = is_iface_up(ifname) == 1;
+    record["UP"] = has_link(ifname);
     add_addresses(entry, "IP4", ip4, 32, record);
     add_addresses(entry, "IP6", ip6, 128, record);
     record["IP6_SERVICE_TYPE"] = nm::json_string_or(entry, "IP6_SERVICE_TYPE", "DISABLED");
@@ -87,13 +97,14 @@ Json::Value lan_record(const std::string& ifname, const Json::Value& entry, bool
 }
 
 /// Speed and duplex mean nothing without a link, and devices without Ethernet settings have none.
-Json::Value lan_port_record(const std::string& portname, const Json::Value& entry) {
+Json::Value lan_port_record(const std::string& portname, const Json::Value& entry,
+                            nm::LinkQuestion has_link) {
     const std::string ifname = nm::json_string_or(entry, "INTERFACE", "");
     Json::Value record;
     record["PORT_NAME"] = portname;
     record["INTERFACE"] = ifname;
     record["MODE"] = nm::json_string_or(entry, "MODE", "");
-    record["UP"] = is_iface_up(ifname) == 1;
+    record["UP"] = has_link(ifname);
     physical_status link{};
     if (get_physical_info(ifname.c_str(), &link) == NM_OK && link.speed > 0) {
         record["SPEED"] = link.speed;
@@ -133,7 +144,7 @@ int get_available_lan_info(Json::Value& lans, std::string path, int comprehensiv
     Json::Value records(Json::arrayValue);
     const int ret =
         for_each_entry(path, "LAN_IFACE_INFO", [&](const std::string& ifname, const Json::Value& entry) {
-            records.append(lan_record(ifname, entry, comprehensive != 0));
+            records.append(lan_record(ifname, entry, comprehensive != 0, has_locked_link));
         });
     if (ret == NM_OK) {
         lans = records;
@@ -176,6 +187,22 @@ void get_configs_meta_info(Json::Value& data, std::string path) {
 
 namespace nm {
 
+Json::Value lans_of(const Json::Value& document, LinkQuestion has_link) {
+    Json::Value records(Json::arrayValue);
+    for_each_entry_of(document, "LAN_IFACE_INFO", [&](const std::string& ifname, const Json::Value& entry) {
+        records.append(lan_record(ifname, entry, true, has_link));
+    });
+    return records;
+}
+
+Json::Value ports_of(const Json::Value& document, const char* section, LinkQuestion has_link) {
+    Json::Value records(Json::arrayValue);
+    for_each_entry_of(document, section, [&](const std::string& portname, const Json::Value& entry) {
+        records.append(lan_port_record(portname, entry, has_link));
+    });
+    return records;
+}
+
 int count_traffic(const char* section, const std::string& path, Json::Value& data) {
     int failure = NM_OK;
     data = Json::objectValue;
@@ -197,7 +224,7 @@ int count_traffic(const char* section, const std::string& path, Json::Value& dat
 int lan_port_records(const std::string& path, Json::Value& data) {
     data = Json::arrayValue;
     return for_each_entry(path, "LAN_PORT", [&](const std::string& portname, const Json::Value& entry) {
-        data.append(lan_port_record(portname, entry));
+        data.append(lan_port_record(portname, entry, has_locked_link));
     });
 }
 

@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "interfaces/uplink/available_info.h"
+
 #pragma GCC visibility push(default)
 
 /// The LAN interfaces of the document at `path`, a list in key order, each with what it has in force; with
@@ -29,6 +31,11 @@ namespace nm {
 /// Counters since the devices of the section's ports were made, by device. A device that does not exist is
 /// left out. 0; NM_ERR_SOCKET or NM_ERR_NOMEM if the kernel cannot be asked; the code of reading.
 int count_traffic(const char* section, const std::string& path, Json::Value& data);
+
+/// The records of get_available_lan_info(), comprehensive, and, of any section of ports, those of
+/// lan_port_records(), for a document that has been read.
+Json::Value lans_of(const Json::Value& document, LinkQuestion has_link);
+Json::Value ports_of(const Json::Value& document, const char* section, LinkQuestion has_link);
 
 /// The LAN ports of the document at `path` with the state of their links. 0, or the code of reading.
 int lan_port_records(const std::string& path, Json::Value& data);

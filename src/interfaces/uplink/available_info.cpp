@@ -101,10 +101,14 @@ available_address ip6_in_force(BaseWanIfaceInfo& info, bool comprehensive) {
     return address;
 }
 
-/// is_iface_up() looks at the port's device, which says nothing of a session on it.
-bool is_up(BaseWanIfaceInfo& info) {
+bool has_locked_link(const std::string& ifname) {
+    return is_iface_up(ifname) == 1;
+}
+
+/// The port's device says nothing of a session on it.
+bool is_up(BaseWanIfaceInfo& info, nm::LinkQuestion has_link) {
     if (info.get_ip4_type() != "PPPOE") {
-        return is_iface_up(info.get_run_ifname()) == 1;
+        return has_link(info.get_run_ifname());
     }
     pppoe_status session{};
     return get_pppoe_status(info.get_ifname().c_str(), &session) == VPPPOE_SUCCESS && session.running == 1;
@@ -132,8 +136,19 @@ int collect(std::vector<available_base_wan_status>& records, const std::string& 
     if (ret < 0) {
         return ret;
     }
-    records.clear();
-    const Json::Value& entries = nm::json_member(document, kind.infos);
+    records = nm::uplinks_of(document, path, kind, comprehensive, has_locked_link);
+    return NM_OK;
+}
+
+}  // namespace
+
+namespace nm {
+
+std::vector<available_base_wan_status> uplinks_of(const Json::Value& document, const std::string& path,
+                                                  const UplinkKind& kind, bool comprehensive,
+                                                  LinkQuestion has_link) {
+    std::vector<available_base_wan_status> records;
+    const Json::Value& entries = json_member(document, kind.infos);
     for (auto entry = entries.begin(); entries.isObject() && entry != entries.end(); ++entry) {
         int create_ret = NM_OK;
         const std::unique_ptr<UplinkIfaceInfo> info =
@@ -142,23 +157,23 @@ int collect(std::vector<available_base_wan_status>& records, const std::string& 
             NM_LOG(Error) << entry.name() << " has no status, ret=" << create_ret;
             continue;
         }
-        records.push_back(nm::uplink_status(*info, comprehensive));
+        records.push_back(uplink_status(*info, comprehensive, has_link));
     }
-    return NM_OK;
+    return records;
 }
 
-}  // namespace
-
-namespace nm {
-
 available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive) {
+    return uplink_status(info, comprehensive, has_locked_link);
+}
+
+available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive, LinkQuestion has_link) {
     available_base_wan_status status;
     status.id = info.id();
     status.portname = info.get_portname();
     status.interface = info.get_ifname();
     status.ifname = info.get_run_ifname();
     status.ifindex = info.get_ifindex();
-    status.up = is_up(info);
+    status.up = is_up(info, has_link);
     status.ip4 = ip4_in_force(info, comprehensive);
     status.ip6 = ip6_in_force(info, comprehensive);
     return status;

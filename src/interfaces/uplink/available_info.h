@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "interfaces/uplink/BaseWanIfaceInfo.h"
+#include "interfaces/uplink/UplinkKind.h"
 
 #pragma GCC visibility push(default)
 
@@ -65,8 +66,18 @@ int get_available_rglink_info(std::vector<available_base_wan_status>& links, std
 
 namespace nm {
 
-/// The record of one uplink. What the kernel says is of the moment when `info` was built.
+/// Whether an interface has its link.
+using LinkQuestion = bool (*)(const std::string& ifname);
+
+/// The record of one uplink. What the kernel says is of the moment when `info` was built. Without `has_link`
+/// it is is_iface_up() that is asked.
 available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive);
+available_base_wan_status uplink_status(BaseWanIfaceInfo& info, bool comprehensive, LinkQuestion has_link);
+
+/// The records of a kind in a document that has been read, from `path`.
+std::vector<available_base_wan_status> uplinks_of(const Json::Value& document, const std::string& path,
+                                                  const UplinkKind& kind, bool comprehensive,
+                                                  LinkQuestion has_link);
 
 /// The array of records that reports answer with.
 Json::Value status_json(const std::vector<available_base_wan_status>& records, bool comprehensive);

@@ -42,7 +42,7 @@ struct Chain {
 
 constexpr Chain kSiteToSite{nm::kSiteBalanceChain, "", 0};
 constexpr Chain kWithoutMpls{nm::kPlainSiteBalanceChain, "", 0};
-constexpr Chain kLanToWan{nm::kLanBalanceChain, "_ncsi", nm::kLanToWan};
+constexpr Chain kLanToWan{nm::kLanBalanceChain, nm::kLanBalanceCondition, nm::kLanToWan};
 
 constexpr const char* kSingleWan = "single_wan_condition";
 
@@ -279,6 +279,14 @@ int balance(const std::string& path, void (*load_chains)(const Json::Value&, con
 }
 
 }  // namespace
+
+namespace nm {
+
+std::vector<load_balance_if> balanced_uplinks(const Json::Value& document) {
+    return read_candidates(json_member(document, "WAN_PORT"));
+}
+
+}  // namespace nm
 
 int setup_site_to_site_load_balance(std::string path) {
     NM_LOG(Debug) << "Enter";

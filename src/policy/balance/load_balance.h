@@ -7,8 +7,11 @@
 // such text) other than 0. Its number is the one behind "swdev" or "eth" in the interface's name.
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #pragma GCC visibility push(default)
 
@@ -37,3 +40,14 @@ int setup_lan_to_wan_load_balance(std::string path);
 int setup_local_single_wan_nf_condiftion(std::string path);
 
 #pragma GCC visibility pop
+
+namespace nm {
+
+/// What stands behind an interface's name in the name of the condition by which WANLB knows whether it is
+/// alive.
+constexpr const char* kLanBalanceCondition = "_ncsi";
+
+/// The WAN ports of a document that take part.
+std::vector<load_balance_if> balanced_uplinks(const Json::Value& document);
+
+}  // namespace nm

@@ -1,7 +1,9 @@
-// Who owns what: claims that cannot hold at once, and the form of the report.
+// Who owns what: claims that cannot hold at once; the forms of the reports on that and on the state; the
+// picture.
 #include "conforms.h"
 #include "inspect/owners.h"
 #include "inspect/owners_view.h"
+#include "inspect/status.h"
 #include "sandbox_fixture.h"
 
 using namespace fixture;
@@ -59,6 +61,29 @@ TEST(Owners, TheReportIsWhatItsSchemaSays) {
     (void)report_owners(report);
     EXPECT_TRUE(conforms("owners.json", report)) << report;
     EXPECT_GE(report["findings"].size(), 2U) << report["findings"];
+}
+
+/// The site of the demo, without a device of it.
+TEST(Status, TheReportIsWhatItsSchemaSays) {
+    put("/etc/networkmanagement/device_info.json", slurp(NM_SITE_DIR "/device_info.json"));
+    Json::Value report;
+    EXPECT_EQ(report_status(report), NM_OK) << report["unread"];
+    EXPECT_TRUE(conforms("status.json", report)) << report;
+    EXPECT_EQ(report["ports"].size(), 6U);
+    EXPECT_EQ(report["ports"][0]["link"], "absent");
+}
+
+TEST(Status, ThePictureOfManyGrowsAndCountsTheRest) {
+    Json::Value report;
+    (void)report_status(report);
+    const std::string page = draw_status(report);
+    for (int i = 0; i < 70; ++i) {
+        report["lans"].append(report["lans"].empty() ? Json::objectValue : report["lans"][0]);
+    }
+    const std::string grown = draw_status(report);
+    EXPECT_NE(page.find("height=\"297mm\""), std::string::npos) << page.substr(0, 300);
+    EXPECT_EQ(grown.find("height=\"297mm\""), std::string::npos);
+    EXPECT_NE(grown.find(">and 1"), std::string::npos);
 }
 
 }  // namespace
