@@ -38,7 +38,8 @@ works() {
     local more=""
     [[ ! -e /run/vm ]] || more=$'\nfar4, by DHCP, asks the internet: one of both\nfar4, of the delegated prefix, reaches by IPv6: 1 from 2001:db8:100:1:'
     site_uplinks 1 2
-    [[ $(report | sed -E '/asks the internet/s/far[12]$/one of both/') == "far5 asks the internet: one of both
+    [[ $(report | sed -E '/^far4.*asks the internet/s/far[12]$/one of both/') == "far5 asks the internet, often: far1 far2
+far5 asks for the appliance by name: Address: 10.0.20.1
 far6 asks what is steered to uplink 2: far2
 far6 asks what is closed: nothing
 far1 asks the forward: far5
