@@ -179,6 +179,10 @@ check_two_documents() {
     ip link set far3 up
     chmod 644 "$DEVICE_INFO"
     nm_bin add lan lan9 ipv4 static address 10.9.0.1/24 >/dev/null 2>&1
+    mkdir -p "${documents[1]}.tmp/obstacle"
+    says "an addition that is not stored" 1 '^The stored documents are as they were' nm_bin add dhcp lan9 dhcp-start 10.9.0.2 dhcp-end 10.9.0.9
+    check "leaves no empty document" test ! -e "${documents[1]}"
+    rm -r "${documents[1]}.tmp"
     nm_bin add dhcp lan9 dhcp-start 10.9.0.2 dhcp-end 10.9.0.9 >/dev/null
     same "an edit without a password keeps the mode" "644 600" "$(stat -c %a "${documents[@]}" | xargs)"
     before=$(sha256sum "${documents[@]}")
@@ -189,6 +193,8 @@ check_two_documents() {
     same "and what they describe" "10.9.0.1/24 active" \
         "$(ip -4 -br addr show lan9 | awk '{print $3}') $(systemctl is-active nm-dhcpd@lan9)"
     nm_bin delete lan9 >/dev/null 2>&1
+    nm_bin set PORT1 username you >/dev/null
+    same "one beside a password as well" 644 "$(stat -c %a "$DEVICE_INFO")"
     nm_bin set PORT1 password "$SECRET" >/dev/null
     same "one with a password closes the document" 640 "$(stat -c %a "$DEVICE_INFO")"
 }
@@ -282,6 +288,31 @@ check_views() {
     check "the log is followed" eventually 2 grep -q 'about swdev9' "$scratch/followed"
 }
 
+# typed COMPLETION LINE: the arguments that a shell makes of a line when TAB and Enter follow it.
+typed() {
+    printf '%s\n' "source /usr/share/bash-completion/completions/$1" 'shown() { printf "<%s>" "$@" >../words; }' \
+        "complete -F _$1 shown" >../setup
+    printf '%s\t\n' "shown $2" exit | TERM=dumb script -qec 'bash --noprofile --rcfile ../setup -i' /dev/null >/dev/null
+    cat ../words
+}
+
+# Who may put a file somewhere runs nothing by its name.
+check_file_names() {
+    local completion line
+    mkdir "$scratch/names" && cd "$scratch/names"
+    : >'$(touch ran) x'
+    while read -r completion line; do
+        same "$completion: $line and TAB" "<${line/ /><}\$(touch ran) x>" "$(typed "$completion" "$line")"
+    done <<'END'
+nm_bin check ./
+nm_bin Apply_dnat ./
+nm_bin Setup_wanif @./
+vsh ncaas.read_json @./
+END
+    same "and nothing has run" '$(touch ran) x' "$(ls)"
+    cd - >/dev/null
+}
+
 # completes EXPECTED WORD...: what the last word is completed to.
 completes() {
     local COMP_WORDS=(nm_bin "${@:2}") COMP_CWORD=$(($# - 1)) COMPREPLY=()
@@ -304,8 +335,9 @@ check_completion() {
     completes "/etc/hosts" Apply_firewall /etc/hosts
     completes "/etc/hosts" --json Apply_policy new.json /etc/hosts
     completes "@/etc/hosts" Setup_wanif @/etc/hosts
-    jq '.WAN_PORT["ODD$(reboot);x"] = {} | .WAN_PORT.PORT8 = "none"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
+    jq '.WAN_PORT["ODD$(reboot);x"] = {} | .WAN_PORT["C1\u009b2J"] = {} | .WAN_PORT.PORT8 = "none"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
     completes 'ODD\$\(reboot\)\;x' set ODD
+    same "a table moves no cursor" 'C1?2J' "$(nm_bin list --text | grep -ao '^C1[^ ]*')"
     says "an entry that is not an object" 1 'PORT8 is not in the stored documents' nm_bin show PORT8
 }
 
@@ -354,5 +386,6 @@ check_edits
 check_damage
 check_views
 check_completion
+check_file_names
 check_pages
 finish

@@ -190,24 +190,37 @@ void put_back(const std::vector<Change>& changes, size_t done) {
     }
 }
 
-bool brings_secret(const std::vector<Change>& changes) {
-    return std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+/// Whether the document of that path gets a secret which it has not had at that place.
+bool brings_secret(const std::string& path, const std::vector<Change>& changes) {
+    return std::any_of(changes.begin(), changes.end(), [&path](const Change& change) {
+        const bool is_here = change.place.family->document == path && !change.after.isNull();
         const std::vector<std::string> keys =
-            change.after.isNull() ? std::vector<std::string>() : change.after.getMemberNames();
-        return std::any_of(keys.begin(), keys.end(), is_secret_key);
+            is_here ? change.after.getMemberNames() : std::vector<std::string>();
+        return std::any_of(keys.begin(), keys.end(), [&change](const std::string& key) {
+            return is_secret_key(key) && change.before.get(key, Json::Value()) != change.after[key];
+        });
     });
 }
 
 /// A document that is not there yet may come to hold passwords: it is root's alone from the beginning. One
 /// that is there is no longer for everybody when it gets one; its group is the administrator's choice.
-void protect(const std::string& path, const std::vector<Change>& changes) {
+/// Whether the file was made here.
+bool protect(const std::string& path, bool gets_secret) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (fd >= 0) {
         (void)close(fd);
     }
     struct stat file {};
-    if (brings_secret(changes) && stat(path.c_str(), &file) == 0) {
+    if (gets_secret && stat(path.c_str(), &file) == 0) {
         (void)chmod(path.c_str(), file.st_mode & ALLPERMS & ~S_IRWXO);  // where this fails, so does the write
+    }
+    return fd >= 0;
+}
+
+void remove_empty(const std::string& path) {
+    struct stat file {};
+    if (stat(path.c_str(), &file) == 0 && file.st_size == 0) {
+        (void)unlink(path.c_str());  // an empty document counts as none
     }
 }
 
@@ -222,9 +235,13 @@ int store_in(const std::string& path, const std::vector<Change>& changes) {
     if (document == before) {
         return NM_OK;
     }
-    protect(path, changes);
+    const bool is_new = protect(path, brings_secret(path, changes));
     const int written = json_mem_to_file(path, document, false);
-    return written != NM_OK || holds(path, document) ? written : NM_ERR_WRITE;
+    const int result = written != NM_OK || holds(path, document) ? written : NM_ERR_WRITE;
+    if (result != NM_OK && is_new) {
+        remove_empty(path);
+    }
+    return result;
 }
 
 /// Takes out of a document what a store has put into it; what it never reached, or others have put back
@@ -249,7 +266,7 @@ void note_running(const std::vector<Change>& changes) {
     std::optional<Json::Value> running = read_document(kRunningPath);
     if (running && is_sound(kDeviceInfoPath, *running) && !running->empty()) {
         apply_changes(changes, kDeviceInfoPath, *running);
-        protect(kRunningPath, changes);
+        (void)protect(kRunningPath, brings_secret(kDeviceInfoPath, changes));  // it is there
         (void)json_mem_to_file(kRunningPath, *running, true);  // logged; the change itself is made
     }
 }
@@ -296,8 +313,8 @@ int carry_out(const Documents& documents, const std::vector<Change>& changes,
     }
     size_t done = 0;
     code = request_all(changes, done);
-    code = code < 0 ? code : store(changes, mixed);
     const bool is_untouched = code == NM_ERR_LOCK && done == 1;
+    code = code < 0 ? code : store(changes, mixed);
     if (code < 0 && !is_untouched) {
         put_back(changes, done);
     }

@@ -18,8 +18,7 @@ using Plan =
 /// Under the lock of all editors: plans the changes, requests them from the library by a copy of the
 /// documents, and stores them in all documents when every one has succeeded; else what has been altered or
 /// deleted is put back, and the stored documents stay as they are. What could not be put back is reported.
-/// With
-/// --dry-run the changes are only shown. The exit status.
+/// With --dry-run the changes are only shown. The exit status.
 int edit_documents(const Plan& plan, const Options& options);
 
 /// The changes of the last edit, turned round.

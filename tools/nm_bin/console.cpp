@@ -51,9 +51,14 @@ std::string tint(Tint colour, const std::string& text, int fd) {
 }
 
 std::string harmless(const std::string& text) {
+    constexpr unsigned char kLastC1 = 0x9f;
     std::string shown;
-    for (const char c : text) {
-        shown += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
+    for (size_t i = 0; i < text.size(); ++i) {
+        // The controls from U+0080 to U+009F begin with this byte, as do characters after them.
+        const bool is_c1 =
+            text[i] == '\xc2' && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) <= kLastC1;
+        i += is_c1 ? 1 : 0;
+        shown += is_c1 || static_cast<unsigned char>(text[i]) < ' ' || text[i] == '\x7f' ? '?' : text[i];
     }
     return shown;
 }
@@ -65,7 +70,7 @@ std::string count_of(size_t number, const std::string& what) {
 size_t Table::width(size_t column) const {
     size_t widest = header_[column].size();
     for (const std::vector<std::string>& row : rows_) {
-        widest = std::max(widest, row[column].size());
+        widest = std::max(widest, harmless(row[column]).size());
     }
     return widest;
 }
@@ -74,9 +79,10 @@ size_t Table::width(size_t column) const {
 void Table::print_row(const std::vector<std::string>& row, bool is_header) const {
     std::string line;
     for (size_t column = 0; column < row.size(); ++column) {
-        line += row[column];
+        const std::string cell = harmless(row[column]);
+        line += cell;
         if (column + 1 < row.size()) {
-            line.append(width(column) + 2 - row[column].size(), ' ');
+            line.append(width(column) + 2 - cell.size(), ' ');
         }
     }
     line.erase(line.find_last_not_of(' ') + 1);
@@ -102,12 +108,12 @@ void Table::print(const Options& options) const {
 }
 
 int usage_error(const std::string& message) {
-    std::cerr << "nm_bin: " << message << "\nTry 'nm_bin --help'.\n";
+    std::cerr << "nm_bin: " << harmless(message) << "\nTry 'nm_bin --help'.\n";
     return kExitUsage;
 }
 
 int failure(const std::string& message) {
-    std::cerr << "nm_bin: " << message << "\n";
+    std::cerr << "nm_bin: " << harmless(message) << "\n";
     return kExitFailed;
 }
 

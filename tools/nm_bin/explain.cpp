@@ -177,7 +177,8 @@ std::string failed_line(const std::string& targets, int code) {
 }
 
 void print_cause(const std::string& targets, int code, const Cause& cause) {
-    std::cerr << tint(Tint::Bad, "failed:", STDERR_FILENO) << " " << failed_line(targets, code) << "\n"
+    std::cerr << tint(Tint::Bad, "failed:", STDERR_FILENO) << " " << harmless(failed_line(targets, code))
+              << "\n"
               << "try: " << cause.advice << " (nm_bin codes " << code << " tells more)\n";
 }
 
@@ -247,7 +248,7 @@ void print_result(const Outcome& outcome, const Options& options) {
         for (const TargetResult& result : outcome.targets) {
             const ResultCode own = describe_result(result.code);
             if (outcome.targets.size() > 1) {
-                std::cout << "  " << result.target << " " << result.code << " " << own.name << " "
+                std::cout << "  " << harmless(result.target) << " " << result.code << " " << own.name << " "
                           << own.meaning << "\n";
             }
         }

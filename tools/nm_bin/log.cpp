@@ -76,7 +76,7 @@ bool concerns(const std::string& line, const std::vector<std::string>& names) {
 void print_line(const std::string& line) {
     const bool is_error = line.find(" ERROR ") != std::string::npos;
     const bool is_warning = line.find(" WARNING ") != std::string::npos;
-    const std::string text = mask_text(line);
+    const std::string text = harmless(mask_text(line));
     std::cout << (is_error     ? tint(Tint::Bad, text, STDOUT_FILENO)
                   : is_warning ? tint(Tint::Warning, text, STDOUT_FILENO)
                                : text)

@@ -18,7 +18,7 @@ namespace nm_bin {
 namespace {
 
 void warn(const std::string& text) {
-    std::cerr << tint(Tint::Warning, "warning:", STDERR_FILENO) << " " << text << "\n";
+    std::cerr << tint(Tint::Warning, "warning:", STDERR_FILENO) << " " << harmless(text) << "\n";
 }
 
 /// What the library makes of a request that is none is the library's to say.
