@@ -27,7 +27,7 @@ std::optional<JsonFault> parse_json_or_fault(const std::string& text, Json::Valu
                      has_place ? static_cast<std::size_t>(faults.front().offset_start) : 0};
 }
 
-/// The newer reader refuses names that stand twice, and tells the place by line and column only.
+/// The newer reader refuses names that stand twice, and reports the place by line and column only.
 std::optional<JsonFault> find_repeated_name(const std::string& text) {
     Json::CharReaderBuilder builder;
     builder["rejectDupKeys"] = true;
@@ -45,7 +45,7 @@ std::optional<JsonFault> find_repeated_name(const std::string& text) {
         return std::nullopt;
     }
     std::size_t begin = 0;
-    for (; line > 1 && begin != std::string::npos; --line) {
+    for (; line > 1; --line) {
         begin = text.find('\n', begin) + 1;
     }
     return JsonFault{words.substr(named, words.find('\n', named) - named), begin + column - 1};

@@ -144,8 +144,10 @@ check "and no packet is lost" grep -q ' 150 received' "$scratch/ping"
 
 : >"$scratch/calls"
 same "the VPN is switched" 0 "$(nm_bin Setup_topology "{\"VPN\":{\"ops\":1,\"act\":3,\"path\":\"$DEVICE_INFO\"}}" | cut -d' ' -f1)"
-check "and has the address of the uplink that is up reported" eventually 20 \
-    grep -q '^rmgmtd.ipsec.edit_local_site .*"swdev1","ip":"10.1.0.2","op":"add"' "$scratch/calls"
+for uplink in '"swdev1","ip":"10.1.0.2"' '"swdev3","ip":"10.3.0.2"'; do
+    check "and has $uplink reported" eventually 20 \
+        grep -q "^rmgmtd.ipsec.edit_local_site .*$uplink,\"op\":\"add\"" "$scratch/calls"
+done
 rm /run/network/.boot_fin
 
 kill "${daemons[0]}"
