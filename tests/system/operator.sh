@@ -280,6 +280,7 @@ check_views() {
     check "colours on a terminal" grep -q $'\033\[2m.*name' <<<"$(on_terminal 'nm_bin list')"
     check "none where NO_COLOR asks for none" grep -qv $'\033' <<<"$(NO_COLOR=1 on_terminal 'nm_bin list')"
     says "what is stored, masked" 0 '^swdev1 +password +\*\*\*' nm_bin show PORT1 --text
+    nm_bin Setup_wanif "{$(of PORT1 4 3)}" >/dev/null  # as the log may just have been rolled over
     check "the log of a port" grep -q 'swdev1' <<<"$(nm_bin log -n 5 PORT1)"
     same "and of no other" "" "$(nm_bin log -n 100 PORT1 | grep -vE 'PORT1|swdev1' || true)"
     timeout 3 nm_bin log -f -n 0 swdev9 >"$scratch/followed" || true &
@@ -302,10 +303,11 @@ check_file_names() {
     mkdir "$scratch/names" && cd "$scratch/names"
     : >'$(touch ran) x'
     while read -r completion line; do
-        same "$completion: $line and TAB" "<${line/ /><}\$(touch ran) x>" "$(typed "$completion" "$line")"
+        same "$completion: $line and TAB" "<${line// /><}\$(touch ran) x>" "$(typed "$completion" "$line")"
     done <<'END'
 nm_bin check ./
 nm_bin Apply_dnat ./
+nm_bin status --picture ./
 nm_bin Setup_wanif @./
 vsh ncaas.read_json @./
 END
