@@ -1,10 +1,12 @@
 // Calls one function from the shell, through the installed library: of the kernel directory, or of the name
-// services that no entry reaches by itself.
+// services that no entry reaches by itself; or takes and compares states of the network, in files.
 //
 //     kernel_call FUNCTION [ARG]...
 //
 // "-" is a null pointer; output parameters have no word. Prints the result, then the values of the output
 // parameters, one a line. Exits with 2 for an unknown function, else with 0: the caller judges the result.
+#include <config/nmconfig.h>
+#include <inspect/network_state.h>
 #include <kernel/ethtool_utils.h>
 #include <kernel/uplink_routing.h>
 #include <kernel/vlan.h>
@@ -35,6 +37,20 @@ struct Number {
 
 Number number(int i) {
     return {strtoll(words[i], nullptr, 0)};
+}
+
+int store_state(const char* path) {
+    Json::Value state;
+    read_network_state(state);
+    return _json_mem_to_file(path, state);
+}
+
+int store_difference(const char* before_path, const char* after_path, const char* path) {
+    Json::Value before;
+    Json::Value after;
+    const int ret = _json_file_to_mem(before_path, before) + _json_file_to_mem(after_path, after);
+    Json::Value changes = compare_network_states(before, after);
+    return ret == 0 ? _json_mem_to_file(path, changes) : ret;
 }
 
 char driver[32];
@@ -68,6 +84,8 @@ const struct {
     {"get_eth_max_speed", [] { return get_eth_max_speed(text(0)); }},
     {"insert_dns_server", [] { return insert_dns_server({text(0)}, text(1)); }},
     {"remove_dns_server", [] { return remove_dns_server(text(0), number(1)); }},
+    {"network_state", [] { return store_state(text(0)); }},
+    {"compare_network_states", [] { return store_difference(text(0), text(1), text(2)); }},
     {"setup_lan_dnsmasq", [] { return setup_lan_dnsmasq(number(0), text(1)); }},
 };
 

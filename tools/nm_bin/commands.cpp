@@ -31,6 +31,8 @@ constexpr std::array kCommands{
             "the state of the device: ports, uplinks, LANs, clients, names, counters, units, last results"},
     Command{"owners", "", 0, 0, owners,
             "who owns marks, tables, rules, sets, chains, files, units and locks, and what lies there"},
+    Command{"plan", "ENTRY|COMMAND [ARGUMENT]...", 1, kAny, plan,
+            "what this would change and answer: it is worked in a copy of the device, and not here"},
     Command{
         "diff", "[OLD [NEW]]", 0, 2, diff,
         "what differs between two documents: the stored ones and the running ones, or those of the files"},

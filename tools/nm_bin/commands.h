@@ -48,6 +48,13 @@ int status(const Arguments& words, const Options& options);
 /// could not be looked at.
 int owners(const Arguments& words, const Options& options);
 
+/// What a request, a change or the bring-up would do, rehearsed in a copy of the device: kExitFailed if it
+/// would fail, kExitUsage if it could not be rehearsed.
+int plan(const Arguments& words, const Options& options);
+
+/// Whether `plan` takes a command or an entry of this name.
+bool is_rehearsed(const std::string& name);
+
 /// Documents, their migrations and their differences.
 int migrate(const Arguments& words, const Options& options);
 int show_changes(const Arguments& words, const Options& options);

@@ -24,6 +24,16 @@ Words command_names() {
     return names;
 }
 
+Words rehearsed_names() {
+    Words names;
+    for (const std::string& name : command_names()) {
+        if (is_rehearsed(name)) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
 Words stored_names() {
     const std::vector<std::string> names = target_names(read_documents());
     return {names.begin(), names.end()};
@@ -151,7 +161,13 @@ Words options_of(const std::string& command) {
     return words;
 }
 
-Words candidates(const Arguments& words) {
+/// Behind `plan` the words are those of the command that it is about.
+Words candidates(Arguments words) {
+    const bool is_plan = words.size() > 1 && words[0] == "plan";
+    if (is_plan && words.size() == 2) {
+        return rehearsed_names();
+    }
+    words.erase(words.begin(), words.begin() + (is_plan ? 1 : 0));
     if (words.back().rfind('-', 0) == 0 && words[0] != "codes") {
         return options_of(words.size() == 1 ? "" : words[0]);
     }

@@ -10,6 +10,7 @@
 #include "log.h"
 #include "peers/http/curl_library.h"
 #include "result_codes.h"
+#include "utils/call_stand_in.h"
 
 namespace {
 
@@ -123,6 +124,11 @@ int transfer(const CurlLibrary& curl, const Request& request, std::string& respo
     if (!one.set_all(request, body)) {
         NM_LOG(Error) << "curl_easy_setopt failed. url = " << show_url(curl, request.url);
         return NM_ERR_HTTP_TRANSFER;
+    }
+    if (const nm::CallStandIn& answer = nm::call_stand_in()) {
+        const char* const method = request.method != nullptr ? request.method : "GET";
+        const bool has_answer = answer({"http", show_url(curl, request.url), method, request.body}, response);
+        return has_answer ? NM_OK : NM_ERR_HTTP_TRANSFER;
     }
     const CURLcode code = nm_curl_perform(one.handle(), request.tries, request.delay);
     long status = 0;

@@ -16,6 +16,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_stand_in.h"
 #include "utils/handles.h"
 #include "utils/json_text.h"
 #include "utils/locks.h"
@@ -324,6 +325,9 @@ int deploy_unix_cli(const UNIX_CLI_TYPE& type, std::string& command, std::string
         return NM_EXIT(NM_ERR_BAD_TYPE);
     }
     const unix_cli_row& peer = unix_cli_type[type];
+    if (const nm::CallStandIn& answer = nm::call_stand_in()) {
+        return NM_EXIT(answer({"socket", peer.socket_path, "", command}, output) ? NM_OK : NM_ERR_NL_CONNECT);
+    }
     std::string lock = peer.lock;
     std::string socket_path = peer.socket_path;
     unix_cli* created = nullptr;

@@ -1,0 +1,276 @@
+// Making a network again, by the tools that its state was read with.
+#include "inspect/world_copy.h"
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+
+#include "kernel/condition.h"
+#include "utils/file_io.h"
+#include "utils/files.h"
+#include "utils/handles.h"
+#include "utils/json_text.h"
+#include "utils/process.h"
+#include "utils/shell_text.h"
+
+namespace nm {
+
+namespace {
+
+constexpr const char* kFamilies[] = {"-4", "-6"};
+constexpr const char* kChainWriters[] = {"/sbin/iptables-restore", "/sbin/ip6tables-restore"};
+constexpr const char* kSettings = "/proc/sys/net/";
+constexpr const char* kForever = "4294967295";
+
+std::string text_of(const Json::Value& object, const char* key) {
+    return json_scalar(json_member(object, key));
+}
+
+std::string name_of(const Json::Value& device) {
+    return text_of(device, "ifname");
+}
+
+std::string kind_of(const Json::Value& device) {
+    return text_of(json_member(device, "linkinfo"), "info_kind");
+}
+
+bool has_flag(const Json::Value& device, const char* name) {
+    const Json::Value& flags = device["flags"];
+    return std::find(flags.begin(), flags.end(), Json::Value(name)) != flags.end();
+}
+
+bool is_loopback(const Json::Value& device) {
+    return has_flag(device, "LOOPBACK");
+}
+
+/// "KEY VALUE" of each of the keys that the object has, if the value is one word to the tools.
+std::string words_of(const Json::Value& object, std::initializer_list<const char*> keys) {
+    std::string words;
+    for (const char* const key : keys) {
+        const std::string value = text_of(object, key);
+        words += is_plain(value) ? std::string(" ") + key + " " + value : "";
+    }
+    return words;
+}
+
+/// The kernel takes names that the tools take for something else.
+Json::Value nameable(const Json::Value& devices) {
+    Json::Value list(Json::arrayValue);
+    for (const Json::Value& device : devices) {
+        const std::string name = name_of(device);
+        if (is_plain(name) && name[0] != '-') {
+            list.append(device);
+        }
+    }
+    return list;
+}
+
+/// A kernel without the filter refuses to have it switched off.
+std::string bridge_words(const Json::Value& facts) {
+    const bool has_filter = json_scalar(facts["vlan_filtering"]) == "1";
+    return " type bridge" +
+           words_of(facts, {"forward_delay", "hello_time", "max_age", "ageing_time", "stp_state", "priority",
+                            "mcast_snooping"}) +
+           (has_filter ? " vlan_filtering 1" : "");
+}
+
+std::string vlan_words(const Json::Value& facts) {
+    std::string words = " type vlan" + words_of(facts, {"protocol", "id"});
+    for (const auto& [key, option] :
+         {std::pair("ingress_qos", " ingress-qos-map"), std::pair("egress_qos", " egress-qos-map")}) {
+        const Json::Value& map = json_member(facts, key);
+        words += map.empty() ? "" : option;
+        for (const Json::Value& row : map) {
+            words += " " + text_of(row, "from") + ":" + text_of(row, "to");
+        }
+    }
+    return words;
+}
+
+/// Devices in an order in which each comes behind the one that it lies on.
+std::vector<const Json::Value*> in_order(const Json::Value& devices) {
+    std::vector<const Json::Value*> ordered;
+    for (const bool is_stacked : {false, true}) {
+        for (const Json::Value& device : devices) {
+            if ((kind_of(device) == "vlan") == is_stacked) {
+                ordered.push_back(&device);
+            }
+        }
+    }
+    return ordered;
+}
+
+class Copy {
+public:
+    Copy(const WorldSource& source, const RouteDumps& dumps, const std::string& far,
+         const std::string& scratch)
+        : source_(source), dumps_(dumps), devices_(nameable(source.devices)), far_(far), scratch_(scratch) {}
+    void make();
+
+private:
+    void make_devices();
+    void raise_devices();
+    void add_addresses();
+    void add_routes();
+    void add_rules();
+    void add_packet_policy();
+    void set_settings(bool is_building);
+
+    std::string creation(const Json::Value& device) const;
+
+    /// Runs the command with the text as its input; what it does not take is left out.
+    void feed(const std::string& command, const std::string& text) const;
+
+    const WorldSource& source_;
+    const RouteDumps& dumps_;
+    const Json::Value devices_;
+    const std::string& far_;
+    const std::string& scratch_;
+};
+
+std::string Copy::creation(const Json::Value& device) const {
+    const std::string index = text_of(device, "ifindex");
+    const std::string kind = kind_of(device);
+    const Json::Value& facts = json_member(json_member(device, "linkinfo"), "info_data");
+    const bool takes_address =
+        text_of(device, "link_type") == "ether" && (kind != "bridge" || device["has_set_address"].asBool());
+    const std::string address = takes_address ? " address " + text_of(device, "address") : "";
+    const std::string common = " name " + name_of(device) + " index " + index + address;
+    if (kind == "bridge") {
+        return common + bridge_words(facts);
+    }
+    if (kind == "vlan") {
+        return " link " + text_of(device, "link") + common + vlan_words(facts);
+    }
+    return common + " type veth peer name p" + index + " netns " + far_;
+}
+
+void Copy::feed(const std::string& command, const std::string& text) const {
+    const std::string path = scratch_ + "/input";
+    (void)writeValue(path, text, false);  // a full disk shows in what is missing in the copy
+    (void)system_cmd((command + " <" + path + " >/dev/null 2>&1").c_str());
+}
+
+void Copy::make_devices() {
+    std::string lines;
+    for (const Json::Value* const device : in_order(devices_)) {
+        const std::string name = name_of(*device);
+        lines += is_loopback(*device) ? "" : "link add" + creation(*device) + "\n";
+        lines += "link set " + name + words_of(*device, {"mtu"}) + "\n";
+        lines += device->isMember("txqlen")
+                     ? "link set " + name + " txqueuelen " + text_of(*device, "txqlen") + "\n"
+                     : "";
+    }
+    for (const Json::Value& device : devices_) {
+        lines += device.isMember("master")
+                     ? "link set " + name_of(device) + words_of(device, {"master"}) + "\n"
+                     : "";
+    }
+    feed("/sbin/ip -force -batch -", lines);
+}
+
+void Copy::raise_devices() {
+    std::string near_lines;
+    std::string far_lines;
+    for (const Json::Value* const device : in_order(devices_)) {
+        near_lines += has_flag(*device, "UP") ? "link set " + name_of(*device) + " up\n" : "";
+        const bool has_carrier = !has_flag(*device, "NO-CARRIER");
+        far_lines += has_carrier ? "link set p" + text_of(*device, "ifindex") + " up\n" : "";
+    }
+    feed("/sbin/ip -n " + far_ + " -force -batch -", far_lines);
+    feed("/sbin/ip -force -batch -", near_lines);
+}
+
+/// Nobody answers a probe for a double in the copy, and nobody has to wait for that.
+std::string address_line(const Json::Value& device, const Json::Value& address) {
+    const bool is_ipv6 = text_of(address, "family") == "inet6";
+    const bool has_peer = address.isMember("address");
+    std::string line = "addr add " + text_of(address, "local");
+    line += has_peer ? " peer " + text_of(address, "address") : "";
+    line += "/" + text_of(address, "prefixlen") + words_of(address, {"broadcast", "scope", "label"});
+    line += " dev " + name_of(device) + (is_ipv6 ? " nodad" : "");
+    line += address.isMember("noprefixroute") ? " noprefixroute" : "";
+    if (text_of(address, "valid_life_time") != kForever) {
+        line += " valid_lft " + text_of(address, "valid_life_time") + " preferred_lft " +
+                text_of(address, "preferred_life_time");
+    }
+    return line + "\n";
+}
+
+void Copy::add_addresses() {
+    std::string lines;
+    for (const Json::Value& device : devices_) {
+        for (const Json::Value& address : device["addr_info"]) {
+            lines += address_line(device, address);
+        }
+    }
+    feed("/sbin/ip -force -batch -", lines);
+}
+
+/// The kernel's own routes of the addresses are among those that were saved.
+void Copy::add_routes() {
+    for (size_t i = 0; i < std::size(kFamilies); ++i) {
+        const std::string ip = std::string("/sbin/ip ") + kFamilies[i];
+        (void)system_cmd((ip + " route flush table main >/dev/null 2>&1").c_str());  // may be empty
+        feed(ip + " route restore", dumps_.routes[i]);
+    }
+}
+
+void Copy::add_rules() {
+    for (size_t i = 0; i < std::size(kFamilies); ++i) {
+        const std::string ip = std::string("/sbin/ip ") + kFamilies[i];
+        (void)system_cmd((ip + " rule flush >/dev/null 2>&1").c_str());
+        (void)system_cmd((ip + " rule del pref 0 >/dev/null 2>&1").c_str());
+        feed(ip + " rule restore", dumps_.rules[i]);
+    }
+}
+
+void Copy::add_packet_policy() {
+    feed("/sbin/ipset restore", source_.sets);
+    for (size_t i = 0; i < std::size(kChainWriters); ++i) {
+        if (!source_.chains[i].empty()) {
+            feed(kChainWriters[i], source_.chains[i]);
+        }
+    }
+    for (const auto& [name, value] : source_.conditions) {
+        FileDescriptor condition = open_condition(name);
+        (void)(condition && set_condition(condition, value == Lines{"1"}));  // shows in the copy
+    }
+}
+
+/// While the copy is built, devices make no addresses of their own.
+void Copy::set_settings(bool is_building) {
+    const std::string own_addresses = "/addr_gen_mode";
+    for (const auto& [name, lines] : source_.settings) {
+        const bool is_own =
+            name.size() > own_addresses.size() &&
+            name.compare(name.size() - own_addresses.size(), std::string::npos, own_addresses) == 0;
+        const std::string value = is_building && is_own ? "1" : lines.front();
+        const std::string path = kSettings + name;
+        const std::string present = read_file(path).value_or("");
+        if (present != value + "\n") {
+            const auto file = FileDescriptor::open(path.c_str(), O_WRONLY);
+            (void)(file && write_all(file.get(), value));  // what the kernel refuses shows in the copy
+        }
+    }
+}
+
+void Copy::make() {
+    make_devices();
+    set_settings(true);
+    raise_devices();
+    add_addresses();
+    add_routes();
+    add_rules();
+    add_packet_policy();
+    set_settings(false);
+}
+
+}  // namespace
+
+void copy_network(const WorldSource& source, const RouteDumps& dumps, const std::string& far,
+                  const std::string& scratch) {
+    Copy(source, dumps, far, scratch).make();
+}
+
+}  // namespace nm

@@ -1,0 +1,100 @@
+// The rehearsal as its callers see it: what is reported of a function that changes the device, that nothing
+// of it is seen outside, and what is said where there is no report.
+#include <signal.h>
+
+#include "conforms.h"
+#include "inspect/network_state.h"
+#include "inspect/rehearsal.h"
+#include "inspect/world.h"
+#include "kernel_world.h"
+#include "utils/call_notes.h"
+#include "utils/process.h"
+
+using namespace kernel_world;
+
+namespace {
+
+struct Rehearsed : Frugal {};
+
+Json::Value change_of(const Json::Value& report, const std::string& domain, const std::string& name) {
+    for (const Json::Value& change : report["changes"]) {
+        if (change["domain"] == domain && change["name"] == name) {
+            return change;
+        }
+    }
+    return {};
+}
+
+TEST_F(Rehearsed, ChangesAreReportedAndStayInside) {
+    put("/etc/networkmanagement/device_info.json", R"({"PASSWORD": "geheim-7"})");
+    Json::Value before;
+    read_network_state(before);
+    Json::Value report;
+    const auto request = [] {
+        nm::note_error("about geheim-7");
+        (void)nm::work_target("PORT1", [] { return -1002; });
+        (void)system_cmd("/sbin/ip link add br7 type bridge && /sbin/ip addr add 10.7.0.1/24 dev br7");
+        (void)system_cmd(
+            "echo '10.7.0.1 here' >>/etc/hosts; echo pin 1234 >/run/network/options; rm -rf "
+            "/usr/share/networkmanagement");
+        (void)system_cmd("echo geheim-7; /usr/bin/systemctl start nm-dhcpd@br7; kill -9 -1");
+        return -1045;
+    };
+    ASSERT_EQ(rehearse(request, report), NM_OK) << report;
+    EXPECT_TRUE(conforms("plan.json", report)) << report;
+    EXPECT_EQ(report["answer"]["code"], -1045);
+    EXPECT_EQ(report["answer"]["targets"][0]["code"], -1002);
+    EXPECT_EQ(report["answer"]["errors"][0], "about ***");
+    EXPECT_NE(report["answer"]["output"].asString().find("***\n"), std::string::npos);
+    EXPECT_EQ(report.toStyledString().find("geheim-7"), std::string::npos);
+    EXPECT_EQ(change_of(report, "link", "br7")["change"], "created");
+    EXPECT_EQ(change_of(report, "address", "br7")["added"][0], "10.7.0.1/24 scope global label br7");
+    EXPECT_EQ(change_of(report, "file", "/etc/hosts")["added"][0], "10.7.0.1 here");
+    EXPECT_EQ(change_of(report, "file", "/run/network/options")["added"][1], "pin ***");
+    EXPECT_EQ(change_of(report, "unit", "nm-dhcpd@br7.service")["change"], "created");
+    EXPECT_EQ(report["calls"][0]["command"][2], "nm-dhcpd@br7");
+    Json::Value after;
+    read_network_state(after);
+    EXPECT_EQ(compare_network_states(before, after), Json::Value(Json::arrayValue));
+    EXPECT_TRUE(fs::exists("/usr/share/networkmanagement/schema/plan.json"));
+}
+
+TEST_F(Rehearsed, WithoutAReportTheReasonIsSaid) {
+    Json::Value report;
+    EXPECT_EQ(rehearse(nullptr, report), NM_ERR_NULL_ARG);
+    EXPECT_EQ(rehearse([]() -> int { throw std::runtime_error("broken"); }, report), NM_ERR_SERVICE);
+    EXPECT_EQ(report["reason"], "broken");
+    EXPECT_EQ(rehearse([]() -> int { throw -7; }, report), NM_ERR_SERVICE);
+    EXPECT_EQ(report["reason"], "the request was left with the code -7");
+    EXPECT_EQ(rehearse([] { return _exit(0), 0; }, report), NM_ERR_SERVICE);
+    EXPECT_EQ(report["reason"], "the rehearsal was ended before its report was whole");
+    EXPECT_TRUE(conforms("plan.json", report)) << report;
+}
+
+TEST(Difference, IsTheLeastByLines) {
+    using nm::Lines;
+    const struct {
+        Lines before, after, removed, added;
+    } rows[] = {
+        {{}, {}, {}, {}},
+        {{"a", "b", "c"}, {"a", "b", "c"}, {}, {}},
+        {{"a", "b", "c"}, {"a", "x", "c"}, {"b"}, {"x"}},
+        {{"a", "a"}, {"a"}, {"a"}, {}},
+        {{"a", "b"}, {"b", "a"}, {"a"}, {"a"}},
+        {Lines(3000, "a"), Lines(2999, "a"), {"a"}, {}},
+        {{"a", "b", "c", "d"}, {"b", "x", "d", "e"}, {"a", "c"}, {"x", "e"}},
+    };
+    for (const auto& row : rows) {
+        const nm::LineDifference difference = nm::compare_lines(row.before, row.after);
+        EXPECT_EQ(difference.removed, row.removed);
+        EXPECT_EQ(difference.added, row.added);
+    }
+    Lines many, others;
+    for (int i = 0; i < 5000; ++i) {
+        many.push_back("x" + std::to_string(i * 2));
+        others.push_back("x" + std::to_string(i * 2 + i % 2));
+    }
+    EXPECT_EQ(nm::compare_lines(many, others).added.size(), 2500U);
+}
+
+}  // namespace

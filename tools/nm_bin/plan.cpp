@@ -1,0 +1,160 @@
+// plan: what a request, a change or the whole bring-up would do, for people and for programs.
+#include <json/writer.h>
+#include <networkinterface.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+#include "nm_bin/commands.h"
+#include "nm_bin/explain.h"
+#include "nm_bin/places.h"
+#include "nm_bin/secrets.h"
+
+namespace nm_bin {
+
+namespace {
+
+/// Of the commands for people, those that change something.
+constexpr std::array<std::string_view, 7> kRehearsed{
+    "set", "add", "delete", "undo", "migrate", "service", "setup_all_iface_by_config"};
+
+/// So many lines of one thing are shown to people.
+constexpr Json::ArrayIndex kMostLines = 40;
+
+void print_lines(const Json::Value& lines, const char* sign, Tint colour) {
+    for (Json::ArrayIndex i = 0; i < std::min(lines.size(), kMostLines); ++i) {
+        std::cout << "    " << tint(colour, sign + harmless(lines[i].asString()), STDOUT_FILENO) << "\n";
+    }
+    if (lines.size() > kMostLines) {
+        std::cout << "    " << sign << "... " << lines.size() - kMostLines << " more, with --json\n";
+    }
+}
+
+void print_changes(const Json::Value& changes) {
+    for (const Json::Value& change : changes) {
+        std::cout << change["domain"].asString() << " " << harmless(change["name"].asString()) << " "
+                  << change["change"].asString() << "\n";
+        print_lines(change["removed"], "- ", Tint::Bad);
+        print_lines(change["added"], "+ ", Tint::Good);
+    }
+}
+
+std::string one_line(const Json::Value& value) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    return value.isString() ? value.asString() : Json::writeString(writer, value);
+}
+
+void print_call(const Json::Value& call) {
+    if (!call.isMember("command")) {
+        std::cout << "call " << call["peer"].asString() << (call["method"].asString().empty() ? "" : ".")
+                  << call["method"].asString() << " " << harmless(one_line(call["request"])) << "\n";
+        return;
+    }
+    std::cout << "command";
+    for (const Json::Value& word : call["command"]) {
+        std::cout << " " << harmless(word.asString());
+    }
+    std::cout << "\n";
+}
+
+int exit_status(const Json::Value& answer) {
+    const auto has_failed = [](const Json::Value& row) { return row["code"].asInt() < NM_OK; };
+    const bool is_failure = answer["code"].asInt() < NM_OK || answer["code"] == kExitFailed ||
+                            std::any_of(answer["targets"].begin(), answer["targets"].end(), has_failed);
+    return is_failure ? kExitFailed : kExitOk;
+}
+
+/// What is logged on the way to success is nobody's concern.
+void print_answer(const Json::Value& answer) {
+    static const Json::Value kNone(Json::arrayValue);
+    for (const Json::Value& error : exit_status(answer) != kExitOk ? answer["errors"] : kNone) {
+        std::cerr << tint(Tint::Bad, "error:", STDERR_FILENO) << " " << harmless(error.asString()) << "\n";
+    }
+    for (const Json::Value& row : answer["targets"]) {
+        std::cout << "would answer of " << harmless(row["target"].asString()) << " " << row["code"].asInt()
+                  << " " << row["name"].asString() << "\n";
+    }
+    std::cout << "would answer " << answer["code"].asInt() << " " << answer["name"].asString() << "\n";
+}
+
+void print_plan(const Json::Value& report) {
+    print_changes(report["changes"]);
+    for (const Json::Value& call : report["calls"]) {
+        print_call(call);
+    }
+    if (report["changes"].empty() && report["calls"].empty()) {
+        std::cout << "nothing would change\n";
+    }
+    if (!report["unlike"].empty()) {
+        std::cerr << tint(Tint::Warning, "warning:", STDERR_FILENO)
+                  << " the copy is not quite like the device, which may count:\n";
+        for (const Json::Value& change : report["unlike"]) {
+            std::cerr << "  " << change["domain"].asString() << " " << harmless(change["name"].asString())
+                      << "\n";
+        }
+    }
+    print_answer(report["answer"]);
+}
+
+/// What is to be rehearsed; empty if the words name nothing that is.
+std::function<int()> find_request(Arguments& words, const Options& options, std::string& complaint) {
+    const std::string name = words.front();
+    words.erase(words.begin());
+    const Command* const command = find_command(name);
+    if (!is_rehearsed(name)) {
+        complaint = "not a request: " + name;
+        return {};
+    }
+    if (command != nullptr) {
+        const bool fits = words.size() >= command->least && words.size() <= command->most;
+        complaint = fits ? "" : name + " takes " + std::string(command->arguments);
+        return [=] { return command->run(words, options); };
+    }
+    const Entry* const entry = find_entry(name);
+    complaint = take_arguments(*entry, words);
+    return [=]() mutable { return entry->run(words); };
+}
+
+/// Commands for people answer with an exit status.
+void name_results(Json::Value& answer) {
+    for (Json::Value& row : answer["targets"]) {
+        row["name"] = std::string(describe_result(row["code"].asInt()).name);
+    }
+    answer["name"] = std::string(describe_result(answer["code"].asInt()).name);
+}
+
+}  // namespace
+
+bool is_rehearsed(const std::string& name) {
+    return find_entry(name) != nullptr ||
+           std::find(kRehearsed.begin(), kRehearsed.end(), name) != kRehearsed.end();
+}
+
+int plan(const Arguments& given, const Options& options) {
+    Arguments words = given;
+    std::string complaint;
+    const std::function<int()> request = find_request(words, options, complaint);
+    if (!complaint.empty()) {
+        return usage_error(complaint);
+    }
+    if (const std::optional<Cause> obstacle = find_obstacle()) {
+        return explain_obstacle(*obstacle);
+    }
+    Json::Value report;
+    if (rehearse(request, report) != NM_OK) {
+        std::cerr << "nm_bin: no rehearsal: " << report["reason"].asString() << "\n";
+        return kExitUsage;
+    }
+    name_results(report["answer"]);
+    if (wants_json(options)) {
+        std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
+    } else {
+        print_plan(report);
+    }
+    return exit_status(report["answer"]);
+}
+
+}  // namespace nm_bin
