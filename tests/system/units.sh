@@ -47,7 +47,7 @@ not_back() {
 }
 
 not_ended() {
-    systemctl stop "$1" && [[ $(systemctl is-active "$1") == inactive && ! -d /proc/${second[$1]} ]] || echo "$1"
+    systemctl stop "$1" && eventually 10 eval "! systemctl -q is-active $1 && [[ ! -d /proc/${second[$1]} ]]" || echo "$1"
 }
 
 # A unit that is started again and again, as by a script that has gone wild: how often it starts.
