@@ -7,6 +7,7 @@
 #include <chrono>
 #include <exception>
 #include <filesystem>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 
@@ -90,12 +91,24 @@ World look_when_settled() {
     return world;
 }
 
+/// Some settings exist in the device's first network only, and no namespace has them. The shared ones count
+/// nevertheless: their copies are missing.
+void forget_first_network(const Original& original, const nm::Things& copy, nm::Things& settings) {
+    for (auto setting = settings.begin(); setting != settings.end();) {
+        const bool is_shared = original.settings.count("/proc/sys/net/" + setting->first) > 0;
+        const bool is_missing = !is_shared && copy.count(setting->first) == 0;
+        setting = is_missing ? settings.erase(setting) : std::next(setting);
+    }
+}
+
 /// Files are copied as they are, and units are recorded.
 Json::Value unlike(const Original& original, World copy) {
     copy.erase(Domain::File);
     copy.erase(Domain::Unit);
+    World device = nm::describe_world(original.source);
+    forget_first_network(original, copy[Domain::Setting], device[Domain::Setting]);
     Json::Value changes(Json::arrayValue);
-    nm::append_differences(nm::describe_world(original.source), copy, changes);
+    nm::append_differences(device, copy, changes);
     return changes;
 }
 

@@ -2,12 +2,14 @@
 #include "inspect/rehearsal_place.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +43,15 @@ constexpr const char* kScratch = "/sys";
 constexpr const char* kRoom = "mode=755,size=512m";
 constexpr const char* kSettings = "/proc/sys/net/";
 constexpr const char* kSharedSettings[] = {"core", "nf_conntrack_max", "netfilter/nf_conntrack_max"};
+
+/// Files of /proc that act on the whole device, where its kernel has them.
+constexpr const char* kDeviceControls[] = {"acpi", "bus",  "driver", "fs",
+                                           "irq",  "mtrr", "scsi",   "sysrq-trigger"};
+
+/// What acts on the whole device, whatever the namespace (capabilities(7)).
+constexpr int kDeviceCapabilities[] = {CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYS_BOOT,
+                                       CAP_SYS_TIME,   CAP_MKNOD,     CAP_SYSLOG};
+
 constexpr int kNamespaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
 
 void require(bool is_done, const char* what) {
@@ -52,6 +63,7 @@ void require(bool is_done, const char* what) {
 /// What is open of the device's files (logs above all) leads nowhere from now on; the numbers stay taken.
 void cut_descriptors(const Outlets& outlets) {
     const auto nowhere = FileDescriptor::open("/dev/null", O_RDWR);
+    require(bool(nowhere), "/dev/null cannot be opened");
     std::vector<int> open_ones;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
         open_ones.push_back(atoi(entry.path().filename().c_str()));
@@ -59,11 +71,12 @@ void cut_descriptors(const Outlets& outlets) {
     for (const int fd : open_ones) {
         const bool is_outlet = fd == outlets.report || fd == outlets.output;
         if (!is_outlet && fd != nowhere.get() && fcntl(fd, F_GETFD) >= 0) {
-            (void)dup3(nowhere.get(), fd, fd > STDERR_FILENO ? O_CLOEXEC : 0);
+            require(dup3(nowhere.get(), fd, fd > STDERR_FILENO ? O_CLOEXEC : 0) == fd, "an open file stays");
         }
     }
-    (void)dup2(outlets.output, STDOUT_FILENO);
-    (void)dup2(outlets.output, STDERR_FILENO);
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+        require(dup2(outlets.output, fd) == fd, "what is printed cannot be kept");
+    }
 }
 
 /// Dies with its parent, which may have died already: the pipe has lost its other end then.
@@ -134,6 +147,12 @@ void mount_proc() {
     mount_or_throw("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
     bind_mount("/proc/sys", "/proc/sys", false);
     bind_mount("/proc/sys/net", "/proc/sys/net", true);
+    for (const char* const name : kDeviceControls) {
+        const std::string path = std::string("/proc/") + name;
+        if (access(path.c_str(), F_OK) == 0) {
+            bind_mount(path, path, false);
+        }
+    }
 }
 
 /// Devices that are made in the copy are virtual ones.
@@ -189,6 +208,22 @@ void cover_settings(const SharedSettings& settings) {
     }
 }
 
+/// For this process and what it runs. A capability that is missing already needs no right to drop it.
+void drop_capabilities() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+    require(syscall(SYS_capget, &header, sets) == 0, "cannot read the capabilities");
+    for (const int capability : kDeviceCapabilities) {
+        require(prctl(PR_CAPBSET_READ, capability) == 0 || prctl(PR_CAPBSET_DROP, capability) == 0,
+                "cannot drop a capability");
+        __user_cap_data_struct& set = sets[CAP_TO_INDEX(capability)];
+        set.effective &= ~CAP_TO_MASK(capability);
+        set.permitted &= ~CAP_TO_MASK(capability);
+        set.inheritable &= ~CAP_TO_MASK(capability);
+    }
+    require(syscall(SYS_capset, &header, sets) == 0, "cannot drop the capabilities");
+}
+
 [[noreturn]] void refuse(const Outlets& outlets) {
     (void)write_all(outlets.report, std::string(R"({"reason":"namespaces of its own are refused: )") +
                                         strerror(errno) + "\"}");
@@ -229,6 +264,7 @@ void enter_place(const SharedSettings& settings) {
     enter_network();
     cover_settings(settings);
     mount_sysfs();
+    drop_capabilities();
 }
 
 void await_background() {

@@ -1,6 +1,14 @@
 // The rehearsal as its callers see it: what is reported of a function that changes the device, that nothing
 // of it is seen outside, and what is said where there is no report.
+#include <linux/capability.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "conforms.h"
 #include "inspect/network_state.h"
@@ -57,6 +65,20 @@ TEST_F(Rehearsed, ChangesAreReportedAndStayInside) {
     read_network_state(after);
     EXPECT_EQ(compare_network_states(before, after), Json::Value(Json::arrayValue));
     EXPECT_TRUE(fs::exists("/usr/share/networkmanagement/schema/plan.json"));
+}
+
+TEST_F(Rehearsed, TheKernelIsOutOfReach) {
+    Json::Value report;
+    const auto request = [] {
+        const bool has_time = syscall(SYS_settimeofday, nullptr, nullptr) == 0 || errno != EPERM;
+        const bool has_nodes = mknod("/tmp/node", S_IFCHR | 0600, makedev(1, 3)) == 0 || errno != EPERM;
+        const bool has_modules = prctl(PR_CAPBSET_READ, CAP_SYS_MODULE) != 0;
+        const bool has_controls = access("/proc/irq", W_OK) == 0 || errno != EROFS;
+        return has_time + 2 * has_nodes + 4 * has_modules + 8 * has_controls;
+    };
+    ASSERT_EQ(rehearse(request, report), NM_OK) << report;
+    EXPECT_EQ(report["answer"]["code"], 0);
+    EXPECT_EQ(report["unlike"], Json::Value(Json::arrayValue)) << report;
 }
 
 TEST_F(Rehearsed, WithoutAReportTheReasonIsSaid) {
