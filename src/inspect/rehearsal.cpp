@@ -218,6 +218,18 @@ int rehearse_by_child(const std::function<int()>& request, Json::Value& report) 
     return read_report(report_file, report);
 }
 
+/// Commands that look at the device throw if they cannot be started.
+int rehearse_or_say_why(const std::function<int()>& request, Json::Value& report) {
+    try {
+        return rehearse_by_child(request, report);
+    } catch (const std::exception& failure) {
+        NM_LOG(Error) << "The rehearsal has failed: " << failure.what();
+        report = Json::objectValue;
+        report["reason"] = failure.what();
+    }
+    return NM_ERR_SERVICE;
+}
+
 }  // namespace
 
 int rehearse(const std::function<int()>& request, Json::Value& report) {
@@ -227,7 +239,7 @@ int rehearse(const std::function<int()>& request, Json::Value& report) {
         return NM_EXIT(NM_ERR_NULL_ARG);
     }
     report = Json::objectValue;
-    const int ret = rehearse_by_child(request, report);
+    const int ret = rehearse_or_say_why(request, report);
     if (ret != NM_OK && !report.isMember("reason")) {
         report["reason"] = "no memory for a rehearsal";
     }

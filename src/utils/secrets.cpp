@@ -6,6 +6,8 @@
 #include <cctype>
 #include <string_view>
 
+#include "utils/json_text.h"
+
 namespace {
 
 /// Parts of names. "key" alone would catch harmless ones.
@@ -43,12 +45,57 @@ size_t end_of_string(const std::string& text, size_t open) {
     return std::min(end, text.size());
 }
 
-/// Masks the string that follows a key which ends at `quote`.
+/// The end of a JSON array that begins behind `open`; its strings may hold brackets.
+size_t end_of_array(const std::string& text, size_t open) {
+    size_t depth = 1;
+    for (size_t end = open; end < text.size(); ++end) {
+        if (text[end] == '"') {
+            end = end_of_string(text, end + 1);
+        } else if (text[end] == '[') {
+            ++depth;
+        } else if (text[end] == ']' && --depth == 0) {
+            return end;
+        }
+    }
+    return text.size();
+}
+
+/// Masks the value at `begin`: a string or an array up to its end, anything else up to what follows it.
+/// Members of an object have names of their own.
+void mask_value_at(std::string& text, size_t begin) {
+    const char sign = text[begin];
+    if (sign == '"') {
+        text.replace(begin + 1, end_of_string(text, begin + 1) - begin - 1, kMask);
+    } else if (sign == '[') {
+        const size_t end = end_of_array(text, begin + 1);
+        const bool is_empty = text.find_first_not_of(" \t\n", begin + 1) >= end;
+        text.replace(begin + 1, is_empty ? 0 : end - begin - 1, is_empty ? "" : kMask);
+    } else if (sign != '{') {
+        text.replace(begin, std::min(text.find_first_of(",}]\r\n", begin), text.size()) - begin, kMask);
+    }
+}
+
+/// Masks the value that follows a key which ends at `quote`.
 void mask_json_value(std::string& text, size_t quote) {
     const size_t colon = text.find_first_not_of(" \t", quote + 1);
-    const size_t open = colon == std::string::npos ? colon : text.find_first_not_of(" \t", colon + 1);
-    if (open != std::string::npos && text[colon] == ':' && text[open] == '"') {
-        text.replace(open + 1, end_of_string(text, open + 1) - open - 1, kMask);
+    const size_t begin = colon == std::string::npos ? colon : text.find_first_not_of(" \t", colon + 1);
+    if (begin != std::string::npos && text[colon] == ':') {
+        mask_value_at(text, begin);
+    }
+}
+
+/// Adds a scalar as set-ups take it, a number written out, or those of an array. True and false are secrets
+/// of nobody, and would mask words of any text.
+void add_words(const Json::Value& secret, std::set<std::string>& words) {
+    if (secret.isArray()) {
+        for (const Json::Value& element : secret) {
+            add_words(element, words);
+        }
+        return;
+    }
+    const std::string word = secret.isBool() ? "" : nm::json_scalar(secret);
+    if (!word.empty()) {
+        words.insert(word);
     }
 }
 
@@ -85,8 +132,8 @@ void secret_words::learn(const Json::Value& document) {
     }
     for (const std::string& key : document.getMemberNames()) {
         const Json::Value& value = document[key];
-        if (is_secret_key(key) && value.isString() && !value.asString().empty()) {
-            words_.insert(value.asString());
+        if (is_secret_key(key)) {
+            add_words(value, words_);
         }
         learn(value);
     }

@@ -16,7 +16,9 @@
 #include "inspect/world.h"
 #include "kernel_world.h"
 #include "utils/call_notes.h"
+#include "utils/json_text.h"
 #include "utils/process.h"
+#include "utils/secrets.h"
 
 using namespace kernel_world;
 
@@ -91,6 +93,33 @@ TEST_F(Rehearsed, WithoutAReportTheReasonIsSaid) {
     EXPECT_EQ(rehearse([] { return _exit(0), 0; }, report), NM_ERR_SERVICE);
     EXPECT_EQ(report["reason"], "the rehearsal was ended before its report was whole");
     EXPECT_TRUE(conforms("plan.json", report)) << report;
+}
+
+TEST(Secrets, AreMaskedWhateverTheirType) {
+    Json::Value document;
+    ASSERT_TRUE(nm::parse_json(
+        R"({"PASSWORD": 12345678, "keys": ["geheim-8", [77001]], "token": true, "VLAN": 10, "a": [{"pin": "4711"}]})",
+        document));
+    secret_words secrets;
+    secrets.learn(document);
+    const char* const rows[][2] = {
+        {R"("PASSWORD" : 99,)", R"("PASSWORD" : ***,)"},
+        {R"({"psk":1.5e3})", R"({"psk":***})"},
+        {R"("PASSWORD" : 99)", R"("PASSWORD" : ***)"},
+        {"\"PASSWORD\" : 99\nMTU 1500", "\"PASSWORD\" : ***\nMTU 1500"},
+        {R"("PASSWORD" : "a\"b", "MTU" : 1500)", R"("PASSWORD" : "***", "MTU" : 1500)"},
+        {R"({"keys":["]a",["b"],3],"MTU":1500})", R"({"keys":[***],"MTU":1500})"},
+        {R"("keys" : [ "cut)", R"("keys" : [***)"},
+        {R"("keys" : [)", R"("keys" : [)"},
+        {R"("secret" : {"MTU": 1500})", R"("secret" : {"MTU": 1500})"},
+        {R"("PASSWORD":)", R"("PASSWORD":)"},
+        {"\t\"geheim-8\",", "\t\"***\","},
+        {"77001 4711 12345678 123456789 true 10", "*** *** *** 123456789 true 10"},
+    };
+    for (const auto& [text, masked] : rows) {
+        EXPECT_EQ(secrets.mask(text), masked);
+        EXPECT_EQ(secrets.mask(masked), masked);
+    }
 }
 
 TEST(Difference, IsTheLeastByLines) {

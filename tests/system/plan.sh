@@ -80,6 +80,9 @@ check_answers() {
     echo '{"WAN_PORT": {' >"$NEW"
     says "a broken document" 1 '^would answer -1032 NM_ERR_PARSE' nm_bin plan --text Setup_wanif "$(of_new PORT1 4 3)"
     says "a password in what would be stored" 0 '^    \+ .*"PASSWORD" : "\*\*\*"' nm_bin plan --text set swdev1 password "$SECRET-new"
+    says "a command for people that fails" 1 'PORT9' nm_bin plan --text set PORT9 mtu 1400
+    jq '.WAN_IFACE_INFO.swdev1.PASSWORD = 12345678' "$DEVICE_INFO" >"$scratch/number" && cp "$scratch/number" "$DEVICE_INFO"
+    says "a password that is a number" 0 '^    - .*"PASSWORD" : \*\*\*,?$' nm_bin plan --text set swdev1 password "$SECRET-new"
     ip link add "$name" type veth peer name other
     says "a device whose name is no word" 0 '^  link a;>x' nm_bin plan --text Setup_wanif "{$(of PORT1 4 3)}"
     says "a target that moves the cursor" 1 'would answer of .\[2J' nm_bin plan --text Setup_wanif "{$(of '\u001b[2J' 4 3)}"

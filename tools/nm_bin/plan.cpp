@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
+#include <sstream>
 
 #include "nm_bin/commands.h"
 #include "nm_bin/explain.h"
@@ -60,19 +61,28 @@ void print_call(const Json::Value& call) {
     std::cout << "\n";
 }
 
-int exit_status(const Json::Value& answer) {
+/// The exit status of the plan. Entries answer with a result code, commands for people with an exit status.
+int exit_status(const Json::Value& answer, bool is_command) {
     const auto has_failed = [](const Json::Value& row) { return row["code"].asInt() < NM_OK; };
-    const bool is_failure = answer["code"].asInt() < NM_OK || answer["code"] == kExitFailed ||
+    const int code = answer["code"].asInt();
+    const bool is_failure = (is_command ? code != kExitOk : code < NM_OK || code == kExitFailed) ||
                             std::any_of(answer["targets"].begin(), answer["targets"].end(), has_failed);
     return is_failure ? kExitFailed : kExitOk;
 }
 
-/// What is logged on the way to success is nobody's concern.
-void print_answer(const Json::Value& answer) {
-    static const Json::Value kNone(Json::arrayValue);
-    for (const Json::Value& error : exit_status(answer) != kExitOk ? answer["errors"] : kNone) {
+/// Why a request would fail: the errors that it has logged, and what it has printed, since commands for
+/// people explain their failures themselves.
+void print_failure(const Json::Value& answer) {
+    for (const Json::Value& error : answer["errors"]) {
         std::cerr << tint(Tint::Bad, "error:", STDERR_FILENO) << " " << harmless(error.asString()) << "\n";
     }
+    std::istringstream output(answer["output"].asString());
+    for (std::string line; std::getline(output, line);) {
+        std::cerr << "  " << harmless(line) << "\n";
+    }
+}
+
+void print_answer(const Json::Value& answer) {
     for (const Json::Value& row : answer["targets"]) {
         std::cout << "would answer of " << harmless(row["target"].asString()) << " " << row["code"].asInt()
                   << " " << row["name"].asString() << "\n";
@@ -80,7 +90,8 @@ void print_answer(const Json::Value& answer) {
     std::cout << "would answer " << answer["code"].asInt() << " " << answer["name"].asString() << "\n";
 }
 
-void print_plan(const Json::Value& report) {
+/// What is logged and printed on the way to success is nobody's concern.
+void print_plan(const Json::Value& report, int status) {
     print_changes(report["changes"]);
     for (const Json::Value& call : report["calls"]) {
         print_call(call);
@@ -95,6 +106,9 @@ void print_plan(const Json::Value& report) {
             std::cerr << "  " << change["domain"].asString() << " " << harmless(change["name"].asString())
                       << "\n";
         }
+    }
+    if (status != kExitOk) {
+        print_failure(report["answer"]);
     }
     print_answer(report["answer"]);
 }
@@ -145,16 +159,17 @@ int plan(const Arguments& given, const Options& options) {
     }
     Json::Value report;
     if (rehearse(request, report) != NM_OK) {
-        std::cerr << "nm_bin: no rehearsal: " << report["reason"].asString() << "\n";
+        std::cerr << "nm_bin: no rehearsal: " << harmless(report["reason"].asString()) << "\n";
         return kExitUsage;
     }
     name_results(report["answer"]);
+    const int status = exit_status(report["answer"], find_command(given.front()) != nullptr);
     if (wants_json(options)) {
         std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
     } else {
-        print_plan(report);
+        print_plan(report, status);
     }
-    return exit_status(report["answer"]);
+    return status;
 }
 
 }  // namespace nm_bin
