@@ -97,7 +97,7 @@ Json::Value traffic_of(const std::string& ifname) {
     return record;
 }
 
-/// What the link monitor has told the packet policy.
+/// What the link monitor has reported to the packet policy.
 std::string health_of(const std::string& interface) {
     const std::string name = interface + kLanBalanceCondition;
     const std::string state = leaves_directory(name) ? "" : read_file(condition_path(name)).value_or("");

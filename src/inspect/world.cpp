@@ -28,7 +28,7 @@ constexpr const char* kConditions = "/proc/net/nf_condition";
 constexpr const char* kSettings = "/proc/sys/net/";
 constexpr const char* kSettingTrees[] = {"core", "ipv4", "ipv6", "netfilter"};
 
-/// Settings that count, or that are no settings.
+/// Settings that count, or that are not settings.
 constexpr std::array<std::string_view, 4> kMoving{"nf_conntrack_count", "stable_secret", "flush",
                                                   "nf_conntrack_buckets"};
 

@@ -57,7 +57,7 @@ constexpr std::array kTrees{
     Tree{"/tmp", Keep::Top, false},
 };
 
-/// Larger files are no configuration: not copied, and compared by their size.
+/// Larger files are not configuration: not copied, and compared by their size.
 constexpr off_t kLargest = off_t{4} << 20;
 
 const Tree* find_tree(const std::string& path) {

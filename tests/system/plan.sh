@@ -77,6 +77,7 @@ check_answers() {
     says "no privileges" 77 '^try: only root' setpriv --reuid 65534 --regid 65534 --clear-groups nm_bin plan Setup_wanif '{}'
     says "no namespaces" 2 '^nm_bin: no rehearsal: namespaces of its own are refused' setpriv --bounding-set -sys_admin nm_bin plan Setup_wanif '{}'
     says "no request" 2 'not a request: list' nm_bin plan list
+    says "an event of a process outside" 2 'not a request: Lease_event' nm_bin plan Lease_event swdev1 add
     echo '{"WAN_PORT": {' >"$NEW"
     says "a broken document" 1 '^would answer -1032 NM_ERR_PARSE' nm_bin plan --text Setup_wanif "$(of_new PORT1 4 3)"
     says "a password in what would be stored" 0 '^    \+ .*"PASSWORD" : "\*\*\*"' nm_bin plan --text set swdev1 password "$SECRET-new"

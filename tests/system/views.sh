@@ -133,7 +133,7 @@ check_status() {
 the uplinks with what they have in force|[.uplinks[] | "\(.port) \(.kind) \(.ip4.address)/\(.ip4.prefix_bits) \(.ip4.gateway) \(.up)"] == ["PORT1 wan 198.51.100.2/24 198.51.100.1 true", "PORT2 wan 192.0.2.130/25 192.0.2.129 true", "PORT3 private 192.0.2.2/30 192.0.2.1 true"]
 their shares and rates|[.uplinks[] | .weight_percent, .rate_bit_per_s] == [50, 1000000000, 50, 1000000000, 0, 0]
 what passed them|all(.uplinks[].traffic; .sent_bytes > 0 and .received_packets > 0)
-no monitor has told anything|all(.uplinks[]; .health == "unknown")
+no monitor has reported anything|all(.uplinks[]; .health == "unknown")
 the ports|[.ports[] | "\(.port) \(.kind) \(.link) \(.mtu_bytes)"] == ["PORT1 wan up 1500", "PORT2 wan up 1500", "PORT3 private up 1500", "PORT4 lan up 1500", "PORT5 lan up 1500", "PORT6 lan up 1500"]
 the LANs and who serves them|[.lans[] | "\(.interface) \(.ip4.address) \(.dhcp)"] == ["swdev4 10.0.10.1 SERVER", "swdev5 10.0.20.1 DISABLED", "swdev6 10.0.30.1 DISABLED"]
 a client, and for how long|.lans[0].clients[0] | .address == "10.0.10.12" and .mac == "02:00:00:00:aa:01" and .expires_in_s > 3000 and .expires_in_s <= 3600
