@@ -43,6 +43,12 @@ void note_unread(Json::Value& report, const std::string& what, const std::string
     report["unread"].append(record);
 }
 
+void note_unreadable(Json::Value& report, const std::string& path) {
+    if (access(path.c_str(), R_OK) != 0 && errno != ENOENT) {
+        note_unread(report, path, strerror(errno));
+    }
+}
+
 Json::Value look_at_document(Json::Value& report, const std::string& path) {
     errno = 0;
     const std::optional<std::string> text = read_file(path);

@@ -16,6 +16,7 @@
 #include "kernel/link_state.h"
 #include "policy/balance/load_balance.h"
 #include "services/dhcp/DhcpService.h"
+#include "services/dhcp/dhcp_files.h"
 #include "services/dhcp/server_leases.h"
 #include "utils/file_io.h"
 #include "utils/json_text.h"
@@ -215,6 +216,7 @@ void add_lans(Json::Value& report, const Json::Value& device) {
     const Json::Value document = look_at_document(report, kDhcpServicePath);
     guarded(report, "LAN_IFACE_INFO", [&] {
         for (const Json::Value& seen : lans_of(device, has_link)) {
+            note_unreadable(report, dhcp_lease_file(seen["IFNAME"].asString()));
             lans.append(lan_record(seen, json_member(document, "DHCP_SERVICE")));
         }
     });

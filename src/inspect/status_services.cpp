@@ -142,6 +142,7 @@ Json::Value server_record(const std::vector<std::string>& words) {
 void add_names(Json::Value& report) {
     Json::Value& names = report["names"] = Json::objectValue;
     names["servers"] = Json::arrayValue;
+    note_unreadable(report, kNameServersPath);
     for (const std::string& line : lines_of(read_file(kNameServersPath).value_or(""))) {
         const std::vector<std::string> words = words_of(line);
         if (words.size() > 1 && words[0] == "nameserver") {
@@ -191,6 +192,7 @@ void add_results(Json::Value& report) {
     constexpr size_t kMost = 10;
     std::deque<Json::Value> last;
     for (const char* const log : {"/var/log/network/bootup.log", "/var/log/network/main.log"}) {
+        note_unreadable(report, log);
         for (const std::string& line : lines_of(end_of(log))) {
             const std::optional<Json::Value> result = read_result(line);
             if (result) {

@@ -10,6 +10,9 @@ namespace nm {
 /// Notes in the report that `what` could not be looked at.
 void note_unread(Json::Value& report, const std::string& what, const std::string& reason);
 
+/// Notes in the report that the file at `path` cannot be read, if it is there.
+void note_unreadable(Json::Value& report, const std::string& path);
+
 /// The document at `path`, read without a lock; null, and noted, if it cannot be. One that is absent is null.
 Json::Value look_at_document(Json::Value& report, const std::string& path);
 

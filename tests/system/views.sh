@@ -153,7 +153,9 @@ END
     check "and no secret" bash -c "! grep -q geheim-7 '$scratch/text' '$scratch/status' '$scratch/picture.svg'"
     same "watched, it comes again and again" "PORT1 PORT1" "$({ nm_bin status --watch --json || true; } | head -n 2 | jq -r '.ports[0].port' | xargs)"
     same "looking changes nothing" "$before" "$(state)"
-    check "without documents another user sees the names" jq -e '.uplinks == [] and .names.servers != [] and ([.unread[].what] - ["units"] | length) == 3' \
+    chmod 600 /var/log/network/main.log
+    check "without documents and log another user sees the names" jq -e '.uplinks == [] and .names.servers != [] and
+        ([.unread[].what | select(startswith("/var/log/") | not)] - ["units"] | length) == 3 and any(.unread[]; .what == "/var/log/network/main.log")' \
         <<<"$("${UNPRIVILEGED[@]}" nm_bin status || true)"
     kill -STOP "${daemons[0]}"
     check "a dead service delays nothing" timeout 8 nm_bin status
