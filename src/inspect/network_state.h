@@ -8,6 +8,7 @@
 /// Reads links, addresses, routes, rules, sets, chains, settings, conditions, the files that set-ups write
 /// and the active units of ours. `state` becomes an object by domain, then by thing, with lists of lines.
 /// What moves by itself is left out: counters, times, carriers. Secrets are in it as they are.
+/// Throws std::runtime_error if the network cannot be read whole.
 void read_network_state(Json::Value& state);
 
 /// What `after` has otherwise than `before`, two states: a list of objects with `domain`, `name`, `change`

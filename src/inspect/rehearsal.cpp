@@ -112,6 +112,17 @@ Json::Value unlike(const Original& original, World copy) {
     return changes;
 }
 
+/// What would go on in a way that the copy cannot show.
+void note_unlike(const char* what, Json::Value& changes) {
+    Json::Value change;
+    change["domain"] = nm::domain_name(Domain::Unit);
+    change["name"] = what;
+    change["change"] = "changed";
+    change["removed"] = Json::arrayValue;
+    change["added"] = Json::arrayValue;
+    changes.append(change);
+}
+
 bool is_document(const std::filesystem::directory_entry& entry) {
     const std::string suffix = entry.path().extension();
     std::error_code error;
@@ -141,10 +152,14 @@ void mask_options(Json::Value& changes) {
     }
 }
 
-/// What the request and its commands have printed. They share the descriptor's place in it.
+/// What the request and its commands have printed. They share the descriptor's place in it, which stays.
 std::string printed_text(int output) {
-    (void)lseek(output, 0, SEEK_SET);  // fails for no file in memory
-    return nm::read_to_end(output).value_or("");
+    std::string text;
+    char part[4096];
+    for (ssize_t length = 0; (length = pread(output, part, sizeof(part), off_t(text.size()))) > 0;) {
+        text.append(part, size_t(length));
+    }
+    return text;
 }
 
 class Rehearsal {
@@ -167,11 +182,17 @@ Json::Value Rehearsal::run(const std::function<int()>& request) {
     Json::Value report;
     report["unlike"] = unlike(original_, before);
     report["answer"] = answer_to(request);
-    nm::await_background();
+    if (!nm::await_background()) {
+        note_unlike("processes that go on in the background", report["unlike"]);
+    }
     report["answer"]["output"] = printed_text(output_);
     report["changes"] = Json::arrayValue;
     nm::append_differences(before, look_when_settled(), report["changes"]);
-    report["calls"] = nm::recorded_calls();
+    bool is_whole = true;
+    report["calls"] = nm::recorded_calls(is_whole);
+    if (!is_whole) {
+        note_unlike("calls made at the same time, whose records are mixed", report["unlike"]);
+    }
     learn_documents(secrets);
     mask_options(report["changes"]);
     return secrets.mask_all(report);

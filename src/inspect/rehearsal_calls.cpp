@@ -32,6 +32,7 @@ namespace {
 constexpr const char* kRecords = NM_REHEARSAL "/calls";
 constexpr const char* kUnits = NM_REHEARSAL "/units/";
 constexpr const char* kSocket = "socket";  // the kind of a call to a peer daemon
+constexpr size_t kCallWords = 4;           // kind, peer, method and request
 constexpr int kFactSeconds = 5;
 
 /// Records its own words, and succeeds.
@@ -167,6 +168,22 @@ void write_program(const std::string& name, const std::string& text) {
     }
 }
 
+/// Recorders that run at the same time may write into each other's records.
+bool read_words(std::istream& records, const std::string& count, Lines& words) {
+    constexpr size_t kMostDigits = 5;
+    if (count.empty() || count.size() > kMostDigits ||
+        count.find_first_not_of("0123456789") != std::string::npos) {
+        return false;
+    }
+    words.resize(std::stoul(count));
+    for (std::string& word : words) {
+        if (!std::getline(records, word, '\0')) {
+            return false;
+        }
+    }
+    return !words.empty() && (words.front()[0] == '/' || words.size() == kCallWords);
+}
+
 Json::Value request_of(const std::string& text) {
     Json::Value value;
     return parse_json(text, value) && (value.isObject() || value.isArray()) ? value : Json::Value(text);
@@ -217,15 +234,17 @@ void record_calls(const DeviceFacts& facts, const Things& units) {
     stand_in_for_calls(StandIn(facts));
 }
 
-Json::Value recorded_calls() {
+Json::Value recorded_calls(bool& is_whole) {
     Json::Value calls(Json::arrayValue);
     std::istringstream records(read_file(kRecords).value_or(""));
+    is_whole = true;
     for (std::string count; std::getline(records, count, '\0');) {
-        Lines words(std::stoul(count));
-        for (std::string& word : words) {
-            std::getline(records, word, '\0');
+        Lines words;
+        const bool is_read = read_words(records, count, words);
+        is_whole = is_whole && is_read;
+        if (is_read) {
+            calls.append(call_of(words));
         }
-        calls.append(call_of(words));
     }
     return calls;
 }

@@ -22,7 +22,8 @@ void record_calls(const DeviceFacts& facts, const Things& units);
 
 /// The calls so far, in their order: objects with `peer`, `method` and `request`, or with `command`, a list
 /// of words.
-Json::Value recorded_calls();
+/// `is_whole` is false if records that were written at the same time cannot be read.
+Json::Value recorded_calls(bool& is_whole);
 
 /// The units as they would be by now.
 Things recorded_units();

@@ -52,6 +52,7 @@ constexpr const char* kDeviceControls[] = {"acpi", "bus",  "driver", "fs",
 constexpr int kDeviceCapabilities[] = {CAP_SYS_MODULE, CAP_SYS_RAWIO, CAP_SYS_BOOT,
                                        CAP_SYS_TIME,   CAP_MKNOD,     CAP_SYSLOG};
 
+constexpr auto kPause = std::chrono::milliseconds(5);
 constexpr int kNamespaces = CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS;
 
 void require(bool is_done, const char* what) {
@@ -121,14 +122,19 @@ Child fork_with(const std::function<void()>& work) {
     return child;
 }
 
+/// Ends the child, and with it what it has started, when its time is over.
 bool await(const Child& child) {
+    constexpr auto kLongest = std::chrono::minutes(10);
+    const auto end = std::chrono::steady_clock::now() + kLongest;
     int status = 0;
-    while (child.pid > 0 && waitpid(child.pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return false;
+    pid_t ended = 0;
+    while (child.pid > 0 && (ended = waitpid(child.pid, &status, WNOHANG)) == 0) {
+        if (std::chrono::steady_clock::now() >= end) {
+            (void)kill(child.pid, SIGKILL);
         }
+        std::this_thread::sleep_for(kPause);
     }
-    return child.pid > 0 && WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
+    return child.pid > 0 && ended == child.pid && WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
 }
 
 void protect_files() {
@@ -267,19 +273,19 @@ void enter_place(const SharedSettings& settings) {
     drop_capabilities();
 }
 
-void await_background() {
+bool await_background() {
     constexpr auto kPatience = std::chrono::seconds(3);
-    constexpr auto kPause = std::chrono::milliseconds(5);
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < end) {
         const pid_t ended = waitpid(-1, nullptr, WNOHANG);
         if (ended < 0 && errno == ECHILD) {
-            return;
+            return true;
         }
         if (ended == 0) {
             std::this_thread::sleep_for(kPause);
         }
     }
+    return false;
 }
 
 }  // namespace nm

@@ -38,6 +38,7 @@ bool run_apart(const Outlets& outlets, const std::function<void()>& work);
 void enter_place(const SharedSettings& settings);
 
 /// For `work`: waits until the processes that it has left in the background have ended, or a moment has gone.
-void await_background();
+/// Whether they have ended.
+bool await_background();
 
 }  // namespace nm

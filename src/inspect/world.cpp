@@ -1,17 +1,20 @@
 // Reading the state of the network of this process's namespace.
 #include "inspect/world.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
 #include <sstream>
+#include <stdexcept>
 #include <system_error>
 
+#include "inspect/read_command.h"
 #include "inspect/unit_list.h"
 #include "services/files/line_file.h"
 #include "utils/file_io.h"
 #include "utils/json_text.h"
-#include "utils/process.h"
 
 namespace nm {
 
@@ -32,8 +35,18 @@ constexpr const char* kSettingTrees[] = {"core", "ipv4", "ipv6", "netfilter"};
 constexpr std::array<std::string_view, 4> kMoving{"nf_conntrack_count", "stable_secret", "flush",
                                                   "nf_conntrack_buckets"};
 
+/// Throws std::runtime_error where the command fails: a device would seem to have nothing of the kind.
 std::string output_of(const std::string& command) {
-    return exec((command + " 2>/dev/null").c_str());
+    const CommandText output = read_command("/bin/sh -c '" + command + " 2>/dev/null'");
+    if (!output.reason.empty()) {
+        throw std::runtime_error("cannot look at the device: " + command + ": " + output.reason);
+    }
+    return output.text;
+}
+
+/// A device without the program has nothing that it would show.
+std::string output_if_there(const std::string& program, const std::string& arguments) {
+    return access(program.c_str(), X_OK) == 0 ? output_of(program + arguments) : "";
 }
 
 std::string trimmed(const std::string& text) {
@@ -83,7 +96,7 @@ Things read_conditions() {
 Json::Value read_devices() {
     Json::Value devices;
     if (!parse_json(output_of("/sbin/ip -details -json addr show"), devices) || !devices.isArray()) {
-        return Json::arrayValue;
+        throw std::runtime_error("cannot look at the device: what ip shows of it is no list");
     }
     for (Json::Value& device : devices) {
         const std::string path =
@@ -183,8 +196,8 @@ constexpr std::array kMovingWords{
     MovingWord{"error", 1},   MovingWord{"hashsize", 1}, MovingWord{"initval", 1}, MovingWord{"timeout", 1},
 };
 
-/// The line from its word `first` on, without what moves by itself.
-std::string lasting_words(const std::string& line, int first) {
+/// The line from its word `first` on, without what moves by itself; `kept` does not move here.
+std::string lasting_words(const std::string& line, int first, std::string_view kept = {}) {
     std::istringstream words(line);
     std::string lasting;
     int skipped = first;
@@ -193,7 +206,7 @@ std::string lasting_words(const std::string& line, int first) {
                                              [&word](const MovingWord& known) { return known.word == word; });
         if (skipped > 0) {
             --skipped;
-        } else if (row != kMovingWords.end()) {
+        } else if (row != kMovingWords.end() && word != kept) {
             skipped = row->followers;
         } else {
             lasting += (lasting.empty() ? "" : " ") + word;
@@ -243,7 +256,8 @@ void describe_sets(const std::string& text, Things& sets) {
         std::string name;
         words >> verb >> name;
         const bool is_head = verb == "create";
-        sets[name].push_back((is_head ? "type " : "") + lasting_words(line, 2));
+        const std::string lasting = lasting_words(line, 2, is_head ? "timeout" : "");
+        sets[name].push_back((is_head ? "type " : "") + lasting);
     }
     for (auto& [name, lines] : sets) {
         std::sort(lines.begin() + 1, lines.end());
@@ -287,9 +301,9 @@ WorldSource read_world_source() {
         const std::string ip = std::string("/sbin/ip ") + kFamilies[i];
         source.routes[i] = output_of(ip + " -oneline route show table all");
         source.rules[i] = output_of(ip + " rule show");
-        source.chains[i] = output_of(kChainReaders[i]);
+        source.chains[i] = output_if_there(kChainReaders[i], "");
     }
-    source.sets = output_of("/sbin/ipset save");
+    source.sets = output_if_there("/sbin/ipset", " save");
     source.settings = read_settings();
     source.conditions = read_conditions();
     return source;

@@ -41,9 +41,11 @@ struct RouteDumps {
     std::string rules[2];
 };
 
+/// Throws std::runtime_error where they cannot be had.
 RouteDumps read_route_dumps();
 
-/// The parts that belong to the network namespace of this process.
+/// The parts that belong to the network namespace of this process. Throws std::runtime_error where one cannot
+/// be read; a program of filters or sets that is not there has nothing to show.
 WorldSource read_world_source();
 
 /// They, described. What moves by itself is left out: counters, times, carriers, seeds of hashes.

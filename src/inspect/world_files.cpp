@@ -46,6 +46,8 @@ constexpr std::array kTrees{
     Tree{"/var/lib/dhcpd6", Keep::Deep, true},
     Tree{"/var/lib/dhcpv6", Keep::Deep, true},
     Tree{"/var/lib/rdnssd", Keep::Deep, true},
+    Tree{"/var/lock", Keep::Empty, false},
+    Tree{"/var/lock/network", Keep::Empty, false},
     Tree{"/var/log", Keep::Top, false},
     Tree{"/var/log/network", Keep::Empty, false},
     Tree{"/run", Keep::Files, false},

@@ -47,7 +47,9 @@ TEST_F(Rehearsed, ChangesAreReportedAndStayInside) {
         (void)system_cmd(
             "echo '10.7.0.1 here' >>/etc/hosts; echo pin 1234 >/run/network/options; rm -rf "
             "/usr/share/networkmanagement");
-        (void)system_cmd("echo geheim-7; /usr/bin/systemctl start nm-dhcpd@br7; kill -9 -1");
+        (void)system_cmd(
+            "echo geheim-7; /usr/bin/systemctl start nm-dhcpd@br7; echo mixed >>/run/rehearsal/calls; kill "
+            "-9 -1");
         return -1045;
     };
     ASSERT_EQ(rehearse(request, report), NM_OK) << report;
@@ -63,6 +65,7 @@ TEST_F(Rehearsed, ChangesAreReportedAndStayInside) {
     EXPECT_EQ(change_of(report, "file", "/run/network/options")["added"][1], "pin ***");
     EXPECT_EQ(change_of(report, "unit", "nm-dhcpd@br7.service")["change"], "created");
     EXPECT_EQ(report["calls"][0]["command"][2], "nm-dhcpd@br7");
+    EXPECT_EQ(report["unlike"][0]["name"], "calls made at the same time, whose records are mixed");
     Json::Value after;
     read_network_state(after);
     EXPECT_EQ(compare_network_states(before, after), Json::Value(Json::arrayValue));
@@ -120,6 +123,13 @@ TEST(Secrets, AreMaskedWhateverTheirType) {
         EXPECT_EQ(secrets.mask(text), masked);
         EXPECT_EQ(secrets.mask(masked), masked);
     }
+}
+
+TEST(Described, ATimeoutOfASetCountsAndThatOfAMemberDoesNot) {
+    nm::WorldSource source;
+    source.sets = "create s hash:ip timeout 60\nadd s 10.0.0.1 timeout 7\n";
+    const nm::Lines lines = nm::describe_world(source)[nm::Domain::Set]["s"];
+    EXPECT_EQ(lines, (nm::Lines{"type hash:ip timeout 60", "10.0.0.1"}));
 }
 
 TEST(Difference, IsTheLeastByLines) {
