@@ -138,6 +138,8 @@ private:
     int start_dhcpd6(const dhcpd6_iface& server);
     bool find_uplink(available_base_wan_status& uplink);
     void note_skip(const std::string& uplink);
+    bool shares_prefix(const available_base_wan_status& uplink) const;
+    void untie();
     nm::DownlinkRouting routing_to(const available_base_wan_status& uplink) const;
     int tie_to_uplink(const available_base_wan_status& uplink);
     int start_relay(const std::string& device, const char* mode);

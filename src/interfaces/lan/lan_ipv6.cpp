@@ -397,8 +397,9 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
     NM_LOG(Debug) << "Enter";
     available_base_wan_status uplink;
     const bool is_found = on == 1 && find_uplink(uplink);
-    if (ifindex != 0 && !(is_found && nm::is_downlink_routed(routing_to(uplink)))) {
-        (void)delete_routerule(ifname.c_str(), ifindex, AF_INET6);  // logged there
+    const bool is_tied = is_found && !shares_prefix(uplink) && nm::is_downlink_routed(routing_to(uplink));
+    if (!is_tied) {
+        untie();
     }
     if (on != 1) {
         return NM_EXIT(service_stop(nm::kRelay6Unit, ifname.c_str(), nullptr));
@@ -416,13 +417,29 @@ int LanIfaceInfo::setup_radvd_routerule(int on) {
     const std::string interface = uplink.interface;
     const bool is_ready = find_uplink(uplink);
     if (!is_ready) {
+        untie();
         NM_LOG(Info) << "Skip setup radvd source route since uplink is not ready.";
+        return NM_EXIT(NM_OK);
     }
-    const int ret = is_ready ? tie_to_uplink(uplink) : NM_OK;
-    if (is_ready && ret == NM_OK) {
+    const int ret = tie_to_uplink(uplink);
+    if (ret == NM_OK) {
         (void)nm::note_downlinks(interface, {ifname}, {});  // a static one has no record
     }
     return NM_EXIT(ret);
+}
+
+void LanIfaceInfo::untie() {
+    if (ifindex != 0) {
+        (void)delete_routerule(ifname.c_str(), ifindex, AF_INET6);  // logged there
+    }
+}
+
+bool LanIfaceInfo::shares_prefix(const available_base_wan_status& uplink) const {
+    const std::string upper =
+        get_ip6_prefix_addr(uplink.ip6.addr.c_str(), static_cast<unsigned char>(uplink.ip6.prefix));
+    const std::string own = ip6_network();
+    NM_LOG(Debug) << "Uplink ipv6 prefix: " << upper << ", Downlink ipv6 prefix: " << own;
+    return upper == own;
 }
 
 /// The record of the uplink's client keeps who was skipped, so that its next report makes up for it.
@@ -434,11 +451,8 @@ void LanIfaceInfo::note_skip(const std::string& uplink) {
 }
 
 int LanIfaceInfo::tie_to_uplink(const available_base_wan_status& uplink) {
-    const std::string upper =
-        get_ip6_prefix_addr(uplink.ip6.addr.c_str(), static_cast<unsigned char>(uplink.ip6.prefix));
-    const std::string own = ip6_network();
-    NM_LOG(Debug) << "Uplink ipv6 prefix: " << upper << ", Downlink ipv6 prefix: " << own;
-    if (upper == own) {
+    if (shares_prefix(uplink)) {
+        untie();  // it may have had another prefix than the uplink
         return start_relay(uplink.ifname, kRelayNeighbours);
     }
     return nm::route_downlink(routing_to(uplink));

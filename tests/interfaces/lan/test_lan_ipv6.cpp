@@ -159,6 +159,21 @@ TEST_F(LanIpv6, KeepsNothingOfTheTypeThatItHadBefore) {
     }
 }
 
+TEST_F(LanIpv6, IsUntiedWhenItsUplinkTakesItsPrefix) {
+    Json::Value doc =
+        document("'IP6_TYPE':'STATIC','IP6_UPLINK':'PORT1','IP6_ADDR':'2001:db8:9:1::5'," + kSlaac);
+    EXPECT_EQ(of_document(doc).add_info(OPT_IP6), 0);
+    const std::string tied = in_force();
+    EXPECT_NE(tied.find("from 2001:db8:9:1::5/64; default via 2001:db8:1::1"), tied.npos) << tied;
+    EXPECT_EQ(of_document(doc).add_info(OPT_IP6), 0);
+    EXPECT_EQ(in_force(), tied) << "again";
+    doc["WAN_IFACE_INFO"]["swdev1"]["IP6_ADDR"] = "2001:db8:9:1::2";
+    run("ip -6 addr flush dev swdev1 scope global; ip addr add 2001:db8:9:1::2/64 dev swdev1 nodad");
+    EXPECT_EQ(of_document(doc).add_info(OPT_IP6), 0);
+    EXPECT_EQ(in_force(), "2001:db8:9:1::5/64; ") << "the gateway is the same";
+    EXPECT_EQ(of_document(doc).del_info(OPT_IP6), 0);
+}
+
 TEST_F(LanIpv6, TellsItsAddressAndItsUplink) {
     const std::string set = "firewall.sh <edit_ipset> <add> ";
     EXPECT_EQ(info(kShared + "'IP6_PREFIX':'60'," + kSlaac).add_info(OPT_IP6), 0);
