@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 #include <json/writer.h>
+#include <networkinterface.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -63,6 +64,10 @@ std::string harmless(const std::string& text) {
     return shown;
 }
 
+std::string text_of(const Json::Value& record, const char* key) {
+    return harmless(record.get(key, "").asString());
+}
+
 std::string count_of(size_t number, const std::string& what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
@@ -105,6 +110,26 @@ void Table::print(const Options& options) const {
         }
     }
     std::cout << Json::FastWriter().write(list);
+}
+
+int show_findings(const Json::Value& report, int code, const Options& options,
+                  void (*print)(const Json::Value& report)) {
+    if (wants_json(options)) {
+        std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
+    } else {
+        print(report);
+    }
+    if (code == NM_ERR_NOT_FOUND) {
+        return kExitUsage;
+    }
+    return code < 0 ? kExitFailed : kExitOk;
+}
+
+void print_omitted(const Json::Value& report) {
+    if (report["omitted"].asUInt64() > 0) {
+        std::cout << "; " << report["omitted"].asUInt64() << " more are left out";
+    }
+    std::cout << "\n";
 }
 
 int usage_error(const std::string& message) {

@@ -1,6 +1,8 @@
 // How results reach people and programs: tables and colours on a terminal, JSON elsewhere.
 #pragma once
 
+#include <json/value.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +35,9 @@ std::string tint(Tint colour, const std::string& text, int fd);
 /// Without what moves a terminal's cursor, as names in documents and of files may hold it.
 std::string harmless(const std::string& text);
 
+/// A member's text for people, harmless; empty without the member.
+std::string text_of(const Json::Value& record, const char* key);
+
 /// "1 error", "2 errors".
 std::string count_of(size_t number, const std::string& what);
 
@@ -51,6 +56,13 @@ private:
     std::vector<std::string> header_;
     std::vector<std::vector<std::string>> rows_;
 };
+
+/// Answers with the report of a look for faults, as JSON or by `print`; the exit status of its result `code`.
+int show_findings(const Json::Value& report, int code, const Options& options,
+                  void (*print)(const Json::Value& report));
+
+/// Ends the summary of such a report: how many findings it has no room for.
+void print_omitted(const Json::Value& report);
 
 /// Complains on standard error; kExitUsage.
 int usage_error(const std::string& message);

@@ -18,31 +18,31 @@ namespace {
 /// What was in force after the last start and the changes since.
 constexpr const char* kRunningPath = "/var/run/network/device_info.curr";
 
-std::string text_of(const Json::Value& record, const char* key) {
+std::string member_of(const Json::Value& record, const char* key) {
     return record.get(key, "").asString();
 }
 
 /// What was found and done in words, behind the document's name and state.
 std::string story_of(const Json::Value& record) {
     if (record.isMember("kept")) {
-        return text_of(record, "reason") + "; replaced from " + text_of(record, "source") + ", kept as " +
-               text_of(record, "kept");
+        return member_of(record, "reason") + "; replaced from " + member_of(record, "source") + ", kept as " +
+               member_of(record, "kept");
     }
     if (record.isMember("code")) {
         return std::string(describe_result(record["code"].asInt()).meaning);
     }
-    if (text_of(record, "state") == "migrated") {
-        return text_of(record, "from") + " -> " + text_of(record, "to");
+    if (member_of(record, "state") == "migrated") {
+        return member_of(record, "from") + " -> " + member_of(record, "to");
     }
-    return record.isMember("from") ? text_of(record, text_of(record, "state") == "newer" ? "from" : "to")
+    return record.isMember("from") ? member_of(record, member_of(record, "state") == "newer" ? "from" : "to")
                                    : "";
 }
 
 void print_records(const Json::Value& records, bool with_difference) {
     for (const Json::Value& record : records) {
         const std::string story = story_of(record);
-        std::cout << std::left << std::setw(16) << text_of(record, "document") << " "
-                  << std::setw(story.empty() ? 0 : 9) << text_of(record, "state")
+        std::cout << std::left << std::setw(16) << member_of(record, "document") << " "
+                  << std::setw(story.empty() ? 0 : 9) << member_of(record, "state")
                   << (story.empty() ? "" : " " + story) << "\n";
         if (with_difference && record.isMember("difference")) {
             std::cout << show_difference(record["difference"]);
@@ -88,7 +88,7 @@ int show_changes(const Arguments& words, const Options& options) {
         return kExitOk;
     }
     for (const Json::Value& report : reports) {
-        std::cout << text_of(report, "document") << " " << text_of(report, "date") << "\n"
+        std::cout << member_of(report, "document") << " " << member_of(report, "date") << "\n"
                   << show_difference(report);
     }
     return kExitOk;

@@ -1,5 +1,4 @@
 // owners: who owns what, what lies there, and what is not its owner's.
-#include <json/writer.h>
 #include <networkinterface.h>
 #include <unistd.h>
 
@@ -13,10 +12,6 @@ namespace nm_bin {
 namespace {
 
 constexpr Json::ArrayIndex kShown = 3;
-
-std::string text_of(const Json::Value& record, const char* key) {
-    return harmless(record.get(key, "").asString());
-}
 
 std::string title_of(const Json::Value& record) {
     const std::string place = text_of(record, "place");
@@ -57,14 +52,19 @@ void print_summary(const Json::Value& report) {
     });
     std::cout << count_of(static_cast<size_t>(strangers), "stranger") << ", "
               << count_of(findings.size() - static_cast<size_t>(strangers), "collision");
-    if (report["omitted"].asUInt64() > 0) {
-        std::cout << "; " << report["omitted"].asUInt64() << " more are left out";
-    }
-    std::cout << "\n";
+    print_omitted(report);
     for (const Json::Value& part : report["unread"]) {
         std::cerr << "nm_bin: not looked at: " << text_of(part, "what") << ": " << text_of(part, "reason")
                   << "\n";
     }
+}
+
+void print_report(const Json::Value& report) {
+    print_resources(report["resources"]);
+    for (const Json::Value& finding : report["findings"]) {
+        print_finding(finding);
+    }
+    print_summary(report);
 }
 
 }  // namespace
@@ -72,19 +72,7 @@ void print_summary(const Json::Value& report) {
 int owners(const Arguments& /*words*/, const Options& options) {
     Json::Value report;
     const int code = report_owners(report);
-    if (wants_json(options)) {
-        std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
-    } else {
-        print_resources(report["resources"]);
-        for (const Json::Value& finding : report["findings"]) {
-            print_finding(finding);
-        }
-        print_summary(report);
-    }
-    if (code == NM_ERR_NOT_FOUND) {
-        return kExitUsage;
-    }
-    return code < 0 ? kExitFailed : kExitOk;
+    return show_findings(report, code, options, print_report);
 }
 
 }  // namespace nm_bin

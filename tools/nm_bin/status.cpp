@@ -16,10 +16,6 @@ namespace nm_bin {
 
 namespace {
 
-std::string text_of(const Json::Value& record, const char* key) {
-    return harmless(record.get(key, "").asString());
-}
-
 /// A number with the unit that makes it short: "1.4 G".
 std::string short_number(double number) {
     constexpr std::array kUnits{"", " k", " M", " G", " T", " P"};
