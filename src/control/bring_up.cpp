@@ -29,6 +29,7 @@
 #include "services/radv/radvd.h"
 #include "utils/call_notes.h"
 #include "utils/json_text.h"
+#include "utils/run_scope.h"
 
 namespace {
 
@@ -201,6 +202,7 @@ void Run::finish() {
 int Run::all() {
     NM_LOG(Debug) << "Enter";
     const nm::DocumentScope documents;
+    const nm::RunScope run;
     Json::Value device;
     int ret = json_file_to_mem(kDeviceInfoPath, device);
     ret = ret == NM_OK && !device.isObject() ? NM_ERR_BAD_FORMAT : ret;

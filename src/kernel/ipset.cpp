@@ -1,9 +1,11 @@
 // Edits of ipsets.
 #include "kernel/ipset.h"
 
+#include "kernel/ipset_members.h"
 #include "log.h"
 #include "result_codes.h"
 #include "utils/process.h"
+#include "utils/run_scope.h"
 #include "utils/shell_text.h"
 
 namespace {
@@ -21,6 +23,10 @@ int run_edit(std::string command, const std::string& action, const std::string& 
             return NM_ERR_BAD_FORMAT;
         }
         command += " " + *word;
+    }
+    if (action == "add" && nm::RunScope::stands() && nm::has_member(set, member)) {
+        NM_LOG(Debug) << set << " has " << member << " already";
+        return NM_OK;
     }
     const int ret = system_cmd(command.c_str());
     if (ret != NM_OK) {

@@ -53,12 +53,16 @@ void let_kernel_choose(nl_sock* socket) {
 
 namespace nm {
 
-NlSocket open_route_socket(bool& connected) {
+NlSocket open_netlink_socket(int protocol, bool& connected) {
     NlSocket socket(nl_socket_alloc());
     connected =
-        socket != nullptr && nl_connect(socket.get(), NETLINK_ROUTE) == 0 &&
+        socket != nullptr && nl_connect(socket.get(), protocol) == 0 &&
         nl_socket_modify_cb(socket.get(), NL_CB_FINISH, NL_CB_CUSTOM, judge_end_of_dump, nullptr) == 0;
     return socket;
+}
+
+NlSocket open_route_socket(bool& connected) {
+    return open_netlink_socket(NETLINK_ROUTE, connected);
 }
 
 int connect_route_socket(NlSocket& socket, ConnectCodes codes) {

@@ -50,8 +50,11 @@ using NlMessage = std::unique_ptr<nl_msg, NlDeleter>;
 using NlMessages = std::vector<NlMessage>;
 using NlObjects = std::vector<std::unique_ptr<nl_object, NlDeleter>>;
 
-/// A rtnetlink socket connected to the kernel, on which a dump that the kernel breaks off is a failure. Null
+/// A netlink socket connected to the kernel, on which a dump that the kernel breaks off is a failure. Null
 /// when the socket could not be allocated; `connected` tells whether the connection stands.
+NlSocket open_netlink_socket(int protocol, bool& connected);
+
+/// The same for rtnetlink.
 NlSocket open_route_socket(bool& connected);
 
 /// The codes by which a function tells the two ways of not reaching the kernel.

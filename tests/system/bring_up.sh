@@ -38,7 +38,7 @@ store() {
          WAN_IFACE_INFO: {swdev1: (at("10.1.0") + {IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:1::2", IP6_PREFIX: "64",
              IP6_GW: "2001:db8:1::1"}), swdev6: {IP4_TYPE: "DHCP", IP6_TYPE: "DISABLED"}, swdev9: at("10.9.0")},
          PRIVATE_IFACE_INFO: {swdev2: at("10.2.0")}, RGLINK_IFACE_INFO: {swdev3: at("10.3.0")},
-         LAN_IFACE_INFO: {swdev5: at("10.5.0"), swdev4: (at("10.4.0") + {IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:4::1",
+         LAN_IFACE_INFO: {swdev5: (at("10.5.0") + {ACCESS_TO_LOCAL: "FALSE"}), swdev4: (at("10.4.0") + {IP6_TYPE: "STATIC", IP6_ADDR: "2001:db8:4::1",
              IP6_PREFIX: "64", IP6_UPLINK: "PORT1", IP6_SERVICE_TYPE: "SLAAC_RDNSS"})},
          MISC: {SYSNET_PARAMETERS: {NF_CONNTRACK_MAX: "0"}}}' >"$DEVICE_INFO"
     jq -n '{DHCP_SERVICE: {swdev4: {SERVICE: "SERVER", START_IP: "10.4.0.10", END_IP: "10.4.0.20"}}}' \
@@ -68,6 +68,24 @@ is_leased() {
 # Whoever watches the kernel has seen a rule come and go.
 is_watched() {
     ip rule add pref 31000 table 31000 && ip rule del pref 31000 && grep -q 'Deleted 31000' "$scratch/events"
+}
+
+# The edits of sets and chains that a run after the boot has made.
+edits() {
+    sed -nE 's/.*cmd: ([^ ]*(firewall6?\.sh|tables) .*)/\1/p' /var/log/network/main.log
+}
+
+# What others take away and add behind a run's back. The chain of the guests ends with the rule that goes.
+damage() {
+    ipset del localip 10.1.0.2
+    ipset del WANIFSET 10.1.0.2,swdev1
+    ipset del LANIFSET 10.4.0.0/24,swdev4
+    ipset del ip4_lan 10.5.0.0/24
+    ipset del ip6_lan 2001:db8:4::/64
+    iptables -t nat -D TCP_MSS 1
+    ip6tables -t mangle -A WAN_MSS -j RETURN
+    iptables -A GUESTFORWARD -i swdev4 -m set --match-set lan dst -j DROP
+    ip6tables -D GUESTFORWARD -o swdev5 -m set --match-set lan src -j DROP
 }
 
 # What a terminal shows of a run: a line for each step with its time and result, behind that of a wait; then what failed.
@@ -141,6 +159,10 @@ wait $!
 same "a further run changes nothing" "$before" "$(state)"
 same "nothing is taken away meanwhile, to be put back" "" "$(grep Deleted "$scratch/events" | grep -v 31000)"
 check "and no packet is lost" grep -q ' 150 received' "$scratch/ping"
+same "nor is a set or a chain edited in which all is as it is wanted" "" "$(edits)"
+damage
+bring_up
+same "what others have taken away or added is put right" "$before" "$(state)"
 
 : >"$scratch/calls"
 same "the VPN is switched" 0 "$(nm_bin Setup_topology "{\"VPN\":{\"ops\":1,\"act\":3,\"path\":\"$DEVICE_INFO\"}}" | cut -d' ' -f1)"

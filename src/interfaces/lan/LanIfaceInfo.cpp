@@ -25,6 +25,7 @@
 #include "utils/ip_text.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
+#include "utils/run_scope.h"
 #include "utils/shell_text.h"
 #include "utils/units.h"
 
@@ -62,6 +63,21 @@ std::unique_ptr<DhcpService> dhcp_service_of(const std::string& ifname) {
     return std::unique_ptr<DhcpService>(service);
 }
 
+constexpr const char* kNameGuestRules = " -S GUESTFORWARD 2>/dev/null && echo whole";
+constexpr std::string_view kWhole = "\nwhole\n";
+
+/// Whether a run finds the chain of the guests as the command would leave it: with this rule, or without any
+/// of the device.
+bool is_guest_rule_done(const std::string& tool, bool appends, const std::string& rule,
+                        const std::string& ifname) {
+    const std::string chain = nm::RunScope::look(tool + kNameGuestRules).value_or("");
+    const bool is_whole = chain.size() > kWhole.size() &&
+                          chain.compare(chain.size() - kWhole.size(), kWhole.size(), kWhole) == 0;
+    const bool is_in_force = chain.find("\n-A " + rule + "\n") != std::string::npos;
+    const bool is_free = chain.find(" " + ifname + " ") == std::string::npos;
+    return is_whole && (appends ? is_in_force : is_free);
+}
+
 int append_guest_rule(const std::string& command) {
     const int ret = system_cmd(command.c_str());
     if (ret != NM_OK) {
@@ -70,10 +86,11 @@ int append_guest_rule(const std::string& command) {
     return ret;
 }
 
+constexpr int kNoSuchRule = 1;
+
 /// Deletes a rule until there is none, as one that was appended twice is there twice. A LAN that is not a
 /// guest has none, which is the common case and not worth an error. 0 if there was one.
 int delete_guest_rule(const std::string& command) {
-    constexpr int kNoSuchRule = 1;
     constexpr int kMostCopies = 1000;
     int copies = 0;
     int ret = system_cmd(command.c_str());
@@ -379,10 +396,17 @@ int LanIfaceInfo::edit_guest_rules(const char* action, int (*run)(const std::str
         return NM_ERR_BAD_FORMAT;
     }
     int ret = NM_OK;
-    for (const char* tool : kTools) {
+    for (const std::string tool : kTools) {
         for (const auto& [device, side] : kDirections) {
-            ret = run(std::string(tool) + " -" + action + " GUESTFORWARD " + device + " " + *word +
-                      " -m set --match-set lan " + side + " -j DROP");
+            const std::string rule = std::string("GUESTFORWARD ") + device + " " + *word +
+                                     " -m set --match-set lan " + side + " -j DROP";
+            if (is_guest_rule_done(tool, *action == 'A', rule, ifname)) {
+                NM_LOG(Debug) << tool << " -" << action << " " << rule << " would change nothing";
+                ret = *action == 'A' ? NM_OK : kNoSuchRule;
+                continue;
+            }
+            ret = run(tool + " -" + action + " " + rule);
+            nm::RunScope::forget(tool + kNameGuestRules);
         }
     }
     return ret;

@@ -16,10 +16,12 @@
 #include "utils/handles.h"
 #include "utils/ip_text.h"
 #include "utils/process.h"
+#include "utils/run_scope.h"
 
 namespace {
 
 constexpr const char* kHostsPath = "/etc/hosts";
+constexpr const char* kHostnameCommand = "/bin/hostname";
 constexpr const char* kGap = "  ";
 
 /// What a change makes of the file's text; nothing leaves the file alone.
@@ -150,7 +152,8 @@ std::optional<std::string> hosts_without(const std::string& text, const std::str
 }  // namespace nm
 
 std::string get_hostname() {
-    std::string name = exec("/bin/hostname");
+    const std::optional<std::string> known = nm::RunScope::look(kHostnameCommand);
+    std::string name = known ? *known : exec(kHostnameCommand);
     name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
     return name;
 }

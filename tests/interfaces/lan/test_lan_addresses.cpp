@@ -4,6 +4,7 @@
 #include "fake_service.h"
 #include "networkinterface.h"
 #include "stand_in.h"
+#include "utils/run_scope.h"
 
 using namespace fixture;
 
@@ -166,6 +167,11 @@ TEST_F(LanAddress, OfGuestsIsKeptApart) {
     EXPECT_EQ(rules(), "0 0 0 0\n") << "every copy keeps the segment apart";
     EXPECT_EQ(info(guest).enable_access_to_local(), 1);
     EXPECT_EQ(info(guest).add_info(OPT_LINK) + info(guest).del_info(0), 0);
+    EXPECT_EQ(rules(), "0 0 0 0\n");
+    const nm::RunScope run;
+    EXPECT_EQ(info(guest).disable_access_to_local() + info(guest).disable_access_to_local(), 0);
+    EXPECT_EQ(rules(), "1 1 1 1\n") << "a run does look for them, as they are now";
+    EXPECT_EQ(info(guest).enable_access_to_local() + info(guest).enable_access_to_local(), 1);
     EXPECT_EQ(rules(), "0 0 0 0\n");
     EXPECT_GT(info(guest, "a;touch /tmp/hit").disable_access_to_local(), 0);
     EXPECT_EQ(info(guest, "a\nb").disable_access_to_local(), NM_ERR_BAD_FORMAT);
