@@ -34,6 +34,7 @@
 #include "inspect/owners.h"
 #include "inspect/rehearsal.h"
 #include "inspect/status.h"
+#include "inspect/trace.h"
 #include "interfaces/common/BaseIfaceInfo.h"
 #include "interfaces/common/BaseInterface.h"
 #include "interfaces/create_info.h"
@@ -98,4 +99,5 @@
 #include "services/sections/Topology.h"
 #include "utils/Utils.h"
 #include "utils/call_watch.h"
+#include "utils/lock_holder.h"
 #include "utils/secrets.h"

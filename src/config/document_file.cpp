@@ -10,6 +10,7 @@
 #include "log.h"
 #include "peers/bus/service_bus.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/handles.h"
@@ -54,6 +55,7 @@ int write_beside(const std::string& path, const std::string& beside, const std::
 namespace nm {
 
 int replace_document(const std::string& path, const Json::Value& value) {
+    const Step step("document", "store", path);
     const std::string text = write_compact_json(value);
     if (text.empty()) {
         NM_LOG(Error) << "JSON dump to buffer failed";

@@ -14,6 +14,7 @@
 #include "peers/bus/service_bus.h"
 #include "result_codes.h"
 #include "utils/Utils.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/handles.h"
 #include "utils/json_text.h"
@@ -37,6 +38,7 @@ int parse_answer(const std::string& text, Json::Value& answer, int& error) {
 }
 
 int read_by_route(const std::string& path, Json::Value& out) {
+    const nm::Step step("document", "load", path);
     if (has_service() && _json_ncaas_to_mem(path, out) == NM_OK) {
         return NM_OK;
     }

@@ -75,6 +75,13 @@ int load_request(const char* json, Json::Value& root, std::string& path, Json::V
     return ret == NM_OK ? json_file_to_mem(path, document) : ret;
 }
 
+/// The name in what the compiler makes of a function's signature.
+std::string function_name(const std::string& signature) {
+    const size_t end = signature.find('(');
+    const size_t begin = signature.find_last_of(" :", end);
+    return signature.substr(begin + 1, end - begin - 1);
+}
+
 }  // namespace
 
 namespace nm {
@@ -160,7 +167,8 @@ int run_entry(const char* signature, const std::function<int()>& request, const 
         LogStatement(LogLevel::Info, __FILE__, __LINE__, signature) << LogLines{SEPARATE_LINE};
         LogStatement(LogLevel::Debug, __FILE__, __LINE__, signature) << "Enter";
         const RequestWaits waits;
-        const int ret = shielded(request);
+        const Step step("entry", are_steps_watched() ? function_name(signature) : "", "");
+        const int ret = step.result(shielded(request));
         return log_exit(ret, __FILE__, __LINE__, signature);
     });
 }

@@ -16,6 +16,7 @@
 #include "kernel/link.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/device_facts.h"
 #include "utils/handles.h"
 
@@ -84,6 +85,7 @@ int send_ethtool(const cmd_ctx& ctx, void* request) {
     ifreq message{};
     memcpy(message.ifr_name, ctx.devname, sizeof(ctx.devname));
     message.ifr_data = static_cast<char*>(request);
+    const nm::Step step("ioctl", "SIOCETHTOOL", message.ifr_name);
     return ioctl(ctx.fd, SIOCETHTOOL, &message);
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kernel/netlink.h"
+#include "kernel/netlink_steps.h"
 #include "log.h"
 #include "result_codes.h"
 #include "utils/handles.h"
@@ -72,6 +73,7 @@ int talk(const nlmsghdr* request, mnl_cb_t callback, void* argument, int& refusa
     if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
         return NM_ERR_NL_CONNECT;
     }
+    const nm::Step step = nm::exchange_step(request);
     if (mnl_socket_sendto(socket.get(), request, request->nlmsg_len) < 0) {
         return NM_ERR_SEND;
     }
@@ -156,6 +158,7 @@ int set_mtu_by_ioctl(const char* ifname, int mtu) {
         NM_LOG(Error) << "Socket open failed.";
         return NM_ERR_SOCKET;
     }
+    const nm::Step step("ioctl", "SIOCSIFMTU", ifname);
     ifreq request{};
     strncpy(request.ifr_name, ifname, IFNAMSIZ - 1);
     request.ifr_mtu = mtu;

@@ -43,6 +43,7 @@ int wait_for_iface_up(std::string ifname) {
     constexpr useconds_t kInterval = 500000;
     constexpr useconds_t kLimit = 20000000;
     const nm::WaitNote note("the link of " + ifname, kLimit / 1000000);
+    const nm::Step step("wait", "link", ifname);
     for (useconds_t elapsed = 0; elapsed <= kLimit; elapsed += kInterval) {
         if (is_iface_up(ifname) == 1) {
             return 0;

@@ -10,6 +10,7 @@
 
 #include <cstring>
 
+#include "kernel/netlink_steps.h"
 #include "result_codes.h"
 
 namespace {
@@ -58,6 +59,9 @@ NlSocket open_netlink_socket(int protocol, bool& connected) {
     connected =
         socket != nullptr && nl_connect(socket.get(), protocol) == 0 &&
         nl_socket_modify_cb(socket.get(), NL_CB_FINISH, NL_CB_CUSTOM, judge_end_of_dump, nullptr) == 0;
+    if (connected) {
+        watch_exchanges(socket.get());
+    }
     return socket;
 }
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "kernel/link.h"
+#include "kernel/netlink_steps.h"
 #include "kernel/policy_netlink.h"
 #include "log.h"
 #include "result_codes.h"
@@ -332,6 +333,7 @@ int add_routes(RT_ID table, const std::vector<NewRoute>& routes, std::vector<boo
         for (size_t i = first; i < end; ++i) {
             length += put_request(requests.data() + length, table, routes[i], static_cast<uint32_t>(i));
         }
+        const Step step = exchange_step(reinterpret_cast<const nlmsghdr*>(requests.data()));
         const bool sent =
             mnl_socket_sendto(socket.get(), requests.data(), length) == static_cast<ssize_t>(length);
         ret = sent ? read_answers(socket.get(), table, routes, first, end, added) : NM_ERR_NL_CONNECT;

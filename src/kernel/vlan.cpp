@@ -16,6 +16,7 @@
 #include "kernel/netlink.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/files.h"
 #include "utils/handles.h"
 #include "utils/json_text.h"
@@ -48,6 +49,7 @@ int ask_kernel(const char* ifname, vlan_ioctl_args request, const std::string& a
         return NM_ERR_VLAN_SOCKET;
     }
     (void)snprintf(request.device1, sizeof(request.device1), "%s", ifname);  // its length is checked above
+    const nm::Step step("ioctl", "SIOCSIFVLAN", ifname);
     if (ioctl(socket.get(), SIOCSIFVLAN, &request) < 0) {
         fprintf(stderr, "ERROR: trying to %s  error: %s\n", attempt.c_str(), strerror(errno));
         return NM_ERR_VLAN_IOCTL;

@@ -7,6 +7,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/handles.h"
 
@@ -129,6 +130,7 @@ bool write_all(int fd, std::string_view text) {
 }
 
 std::optional<std::string> read_file(const std::string& path) {
+    const Step step("file", "read", path);
     const auto file = FileDescriptor::open(path.c_str(), O_RDONLY);
     return file ? read_to_end(file.get()) : std::nullopt;
 }
@@ -154,6 +156,7 @@ bool take_over_access(int fd, const struct stat& status) {
 }
 
 int sync_to_disk(const std::string& path, std::size_t expected_size) {
+    const Step step("file", "sync", path);
     const auto file = FileDescriptor::open(path.c_str(), O_RDONLY);
     struct stat status = {};
     if (!file || fstat(file.get(), &status) != 0 || fsync(file.get()) != 0) {
@@ -170,6 +173,7 @@ int sync_to_disk(const std::string& path, std::size_t expected_size) {
 
 std::string readValue(std::string path, bool lock) {
     NM_LOG(Debug) << "Enter";
+    const nm::Step step("file", "read", path);
     std::optional<nm::LockGuard> guard;
     if (lock) {
         guard.emplace(path, nm::LockGuard::Kind::Shared, lock);
@@ -190,6 +194,7 @@ std::string readValue(std::string path, bool lock) {
 
 int writeValue(std::string path, std::string value, bool lock) {
     NM_LOG(Debug) << "Enter";
+    const nm::Step step("file", "write", path);
     auto file = nm::FileDescriptor::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
     if (!lock) {
         return NM_EXIT(store(std::move(file), path, value));
@@ -204,6 +209,7 @@ int writeValue(std::string path, std::string value, bool lock) {
 
 int copy_file(std::string from, std::string to) {
     NM_LOG(Debug) << "Enter";
+    const nm::Step step("file", "copy", to);
     nm::LockGuard source_lock(from, nm::LockGuard::Kind::Shared);
     nm::LockGuard target_lock(to);
     if (source_lock.handle() < 0) {

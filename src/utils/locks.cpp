@@ -14,6 +14,7 @@
 #include "result_codes.h"
 #include "utils/call_notes.h"
 #include "utils/handles.h"
+#include "utils/lock_holder.h"
 
 namespace {
 
@@ -40,8 +41,17 @@ int lock_failure() {
     return NM_ERR_LOCK_MEM;
 }
 
+/// Who had the lock last is whom it was waited for.
+void note_holder(const nm::Step& step, const std::string& path) {
+    const std::string holder = nm::are_steps_watched() ? lock_holder(path) : "";
+    if (!holder.empty()) {
+        step.note("holder", holder);
+    }
+}
+
 int take(const std::string& name, int kind, OutOfRecords out_of_records) {
     const std::string path = lock_file(name);
+    const nm::Step step("lock", "take", name);
     std::optional<nm::WaitNote> note;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         // A failed open is met again as a failed flock, and may be over on the next attempt.
@@ -50,6 +60,7 @@ int take(const std::string& name, int kind, OutOfRecords out_of_records) {
             nm::FileDescriptor::open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW, 0644);
         if (flock(file.get(), kind | LOCK_NB) == 0) {
             NM_LOG(Debug) << "LOCKed: " << name << ", pid: " << getpid();
+            nm::note_lock(file.get(), name);
             return file.release();
         }
         if (lock_failure() == NM_ERR_LOCK_MEM) {
@@ -62,6 +73,7 @@ int take(const std::string& name, int kind, OutOfRecords out_of_records) {
         if (!note) {
             note.emplace("the lock of " + name, kAttempts, path.c_str());
         }
+        note_holder(step, path);
         sleep(1);
     }
     NM_LOG(Error) << "Get LOCK failed: " << name << ", pid: " << getpid();
@@ -69,6 +81,7 @@ int take(const std::string& name, int kind, OutOfRecords out_of_records) {
 }
 
 int give_back(nm::FileDescriptor file, const std::string& name) {
+    nm::note_unlock(file.get());
     if (flock(file.get(), LOCK_UN) == 0) {
         NM_LOG(Debug) << "UNLOCKed: " << name << ", pid: " << getpid();
         return NM_OK;

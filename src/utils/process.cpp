@@ -12,6 +12,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/direct_command.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
@@ -57,19 +58,20 @@ int run_by_shell(const char* cmd) {
 }
 
 int run(const char* cmd) {
+    const nm::Step step("process", "run", cmd);
     const std::optional<int> direct = nm::run_directly(cmd);
     const int status = direct ? *direct : run_by_shell(cmd);
     if (status == -1) {
         NM_LOG(Error) << "system error!, cmd: " << nm::LogLines{cmd};
-        return NM_ERR_SERVICE;
+        return step.result(NM_ERR_SERVICE);
     }
     if (WTERMSIG(status) != 0) {
         NM_LOG(Error) << "system call child process, exit abnormally, exit status: " << status
                       << " , cmd: " << nm::LogLines{cmd};
-        return NM_ERR_SERVICE;
+        return step.result(NM_ERR_SERVICE);
     }
     NM_LOG(Debug) << "script exit code: " << WEXITSTATUS(status) << " , cmd: " << nm::LogLines{cmd};
-    return WEXITSTATUS(status);
+    return step.result(WEXITSTATUS(status));
 }
 
 }  // namespace
@@ -86,6 +88,7 @@ int system_cmd(const char* cmd) {
 
 std::string exec(const char* cmd) {
     NM_LOG(Debug) << "Enter";
+    const nm::Step step("process", "read", cmd != nullptr ? cmd : "");
     const std::optional<Command> command = cmd != nullptr ? hand_over(cmd) : std::nullopt;
     const std::optional<nm::PipeStream> pipe =
         command ? std::optional<nm::PipeStream>(std::in_place, command->line.c_str()) : std::nullopt;

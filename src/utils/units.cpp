@@ -57,8 +57,9 @@ int control(const Verb& verb, const char* service, const char* instance, const c
         return result;
     }
     const nm::WaitNote note("systemctl " + (verb.word + (" " + unit)));
-    return run(std::string("/usr/bin/systemctl ") + verb.word + " " + *word + " >/dev/null 2>&1",
-               verb.attempts);
+    const nm::Step step("unit", verb.word, unit);
+    return step.result(run(std::string("/usr/bin/systemctl ") + verb.word + " " + *word + " >/dev/null 2>&1",
+                           verb.attempts));
 }
 
 }  // namespace

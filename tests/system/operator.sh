@@ -337,6 +337,10 @@ check_completion() {
     completes "/etc/hosts" Apply_firewall /etc/hosts
     completes "/etc/hosts" --json Apply_policy new.json /etc/hosts
     completes "@/etc/hosts" Setup_wanif @/etc/hosts
+    completes "/etc/hosts" trace --out /etc/hosts
+    completes "--out" trace --ou
+    completes "Lease_event" trace Lease_
+    completes "mtu" trace set PORT1 mt
     jq '.WAN_PORT["ODD$(reboot);x"] = {} | .WAN_PORT["C1\u009b2J"] = {} | .WAN_PORT.PORT8 = "none"' "$DEVICE_INFO" >"$scratch/other" && cp "$scratch/other" "$DEVICE_INFO"
     completes 'ODD\$\(reboot\)\;x' set ODD
     same "a table moves no cursor" 'C1?2J' "$(nm_bin list --text | grep -ao '^C1[^ ]*')"

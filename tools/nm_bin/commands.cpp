@@ -5,6 +5,7 @@
 #include <array>
 
 #include "nm_bin/explain.h"
+#include "nm_bin/request.h"
 
 namespace nm_bin {
 
@@ -33,6 +34,8 @@ constexpr std::array kCommands{
             "who owns marks, tables, rules, sets, chains, files, units and locks, and what lies there"},
     Command{"plan", "ENTRY|COMMAND [ARGUMENT]...", 1, kAny, plan,
             "what this would change and answer: it is worked in a copy of the device, and not here"},
+    Command{"trace", "ENTRY|COMMAND [ARGUMENT]...", 1, kAny, trace,
+            "make this change, and say where its time went, step by step"},
     Command{
         "diff", "[OLD [NEW]]", 0, 2, diff,
         "what differs between two documents: the stored ones and the running ones, or those of the files"},
@@ -61,10 +64,26 @@ const std::vector<Command>& commands() {
     return all;
 }
 
+std::string usage_of(const Command& command) {
+    return std::string(command.name) + " takes " +
+           (command.arguments.empty() ? "nothing" : std::string(command.arguments));
+}
+
 const Command* find_command(const std::string& name) {
     const auto found = std::find_if(commands().begin(), commands().end(),
                                     [&name](const Command& row) { return row.name == name; });
     return found == commands().end() ? nullptr : &*found;
+}
+
+int run_words(const Arguments& words, const Options& options) {
+    const std::string& name = words.front();
+    const Arguments rest(words.begin() + 1, words.end());
+    if (const Command* const command = find_command(name)) {
+        const bool fits = rest.size() >= command->least && rest.size() <= command->most;
+        return fits ? command->run(rest, options) : usage_error(usage_of(*command));
+    }
+    const Entry* const entry = find_entry(name);
+    return entry != nullptr ? run_entry(*entry, rest, options) : usage_error("unknown command: " + name);
 }
 
 }  // namespace nm_bin

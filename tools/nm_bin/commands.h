@@ -25,6 +25,12 @@ const std::vector<Command>& commands();
 /// The command of this name, null if there is none.
 const Command* find_command(const std::string& name);
 
+/// What a command takes, as a complaint.
+std::string usage_of(const Command& command);
+
+/// Runs the command or the entry of the library that the first word names; its exit status.
+int run_words(const Arguments& words, const Options& options);
+
 /// Changes of stored documents, made in the running system first. Exit statuses.
 int set(const Arguments& words, const Options& options);
 int add(const Arguments& words, const Options& options);
@@ -54,6 +60,13 @@ int plan(const Arguments& words, const Options& options);
 
 /// Whether `plan` takes a command or an entry of this name.
 bool is_rehearsed(const std::string& name);
+
+/// Works what `plan` takes, and Lease_event, and says where the time went. The exit status, and the end, of
+/// what was worked.
+int trace(const Arguments& words, const Options& options);
+
+/// Whether `trace` takes a command or an entry of this name.
+bool is_traced(const std::string& name);
 
 /// Documents, their migrations and their differences.
 int migrate(const Arguments& words, const Options& options);

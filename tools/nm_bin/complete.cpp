@@ -24,10 +24,11 @@ Words command_names() {
     return names;
 }
 
-Words rehearsed_names() {
+/// The commands that another one is about.
+Words names_for(bool (*is_taken)(const std::string& name)) {
     Words names;
     for (const std::string& name : command_names()) {
-        if (is_rehearsed(name)) {
+        if (is_taken(name)) {
             names.insert(name);
         }
     }
@@ -155,19 +156,20 @@ Words options_of(const std::string& command) {
     }
     for (const Command& row : commands()) {
         if (row.name == command) {
-            words.merge(Words{"--text", "--dry-run", "--follow", "--lines", "--watch", "--picture"});
+            words.merge(Words{"--text", "--dry-run", "--follow", "--lines", "--watch", "--picture", "--out"});
         }
     }
     return words;
 }
 
-/// Behind `plan` the words are those of the command that it is about.
+/// Behind `plan` and `trace` the words are those of the command that they are about.
 Words candidates(Arguments words) {
-    const bool is_plan = words.size() > 1 && words[0] == "plan";
-    if (is_plan && words.size() == 2) {
-        return rehearsed_names();
+    const std::string about = words.size() > 1 && (words[0] == "plan" || words[0] == "trace") ? words[0] : "";
+    const bool is_option = words.back().rfind('-', 0) == 0;
+    if (!about.empty() && words.size() == 2 && !is_option) {
+        return names_for(about == "plan" ? is_rehearsed : is_traced);
     }
-    words.erase(words.begin(), words.begin() + (is_plan ? 1 : 0));
+    words.erase(words.begin(), words.begin() + (!about.empty() && words.size() > 2 ? 1 : 0));
     if (words.back().rfind('-', 0) == 0 && words[0] != "codes") {
         return options_of(words.size() == 1 ? "" : words[0]);
     }

@@ -21,6 +21,7 @@ struct Options {
     bool follow = false;
     bool watch = false;
     std::string picture = {};
+    std::string out = {};
     size_t lines = 20;
 };
 

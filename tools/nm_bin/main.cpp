@@ -14,13 +14,10 @@
 #include "nm_bin/commands.h"
 #include "nm_bin/console.h"
 #include "nm_bin/entries.h"
-#include "nm_bin/request.h"
 
 namespace {
 
 using nm_bin::Arguments;
-using nm_bin::Command;
-using nm_bin::Entry;
 using nm_bin::Options;
 
 /// The command line: options anywhere, so that words which look like one (a code, a request) are told apart
@@ -72,6 +69,7 @@ void print_usage() {
            "  -n, --lines COUNT  of log: so many lines (20)\n"
            "  --watch            of status: show it anew every two seconds\n"
            "  --picture FILE     of status: draw it into this file (SVG)\n"
+           "  --out FILE         of trace: write the steps into this file, for viewers of traces (JSON)\n"
            "  --help       this text\n"
            "  --version    the version\n";
 }
@@ -127,6 +125,11 @@ bool take_picture(const std::string& word, Line& line) {
     return !word.empty();
 }
 
+bool take_out(const std::string& word, Line& line) {
+    line.options.out = word;
+    return !word.empty();
+}
+
 /// An option of one command with a value behind it.
 struct ValueOption {
     const char* command;
@@ -138,7 +141,8 @@ struct ValueOption {
 
 constexpr std::array kValueOptions{
     ValueOption{"log", "-n", "--lines", take_count, " takes a number"},
-    ValueOption{"status", "--picture", "--picture", take_picture, " takes a file"}};
+    ValueOption{"status", "--picture", "--picture", take_picture, " takes a file"},
+    ValueOption{"trace", "--out", "--out", take_out, " takes a file"}};
 
 const ValueOption* find_value_option(const std::string& word, const Line& line) {
     const auto* const found =
@@ -172,26 +176,6 @@ Line read_line(const Arguments& given) {
     return line;
 }
 
-int run_command(const Command& command, const Arguments& words, const Options& options) {
-    if (words.size() < command.least || words.size() > command.most) {
-        return nm_bin::usage_error(std::string(command.name) + " takes " +
-                                   (command.arguments.empty() ? "nothing" : std::string(command.arguments)));
-    }
-    return command.run(words, options);
-}
-
-int run(const Line& line) {
-    const std::string& name = line.words[0];
-    const Arguments words(line.words.begin() + 1, line.words.end());
-    if (const Command* const command = nm_bin::find_command(name)) {
-        return run_command(*command, words, line.options);
-    }
-    if (const Entry* const entry = nm_bin::find_entry(name)) {
-        return nm_bin::run_entry(*entry, words, line.options);
-    }
-    return nm_bin::usage_error("unknown command: " + name);
-}
-
 /// The library's lock of a port is a descriptor that has to be above 0, and children of the library write to
 /// standard error: all three standard descriptors have to be there.
 void open_standard_descriptors() {
@@ -220,5 +204,6 @@ int main(int argc, char** argv) {
         std::cout << "nm_bin " << NM_VERSION << "\n";
         return nm_bin::kExitOk;
     }
-    return line.words.empty() ? nm_bin::usage_error("no command given") : run(line);
+    return line.words.empty() ? nm_bin::usage_error("no command given")
+                              : nm_bin::run_words(line.words, line.options);
 }

@@ -124,7 +124,7 @@ std::function<int()> find_request(Arguments& words, const Options& options, std:
     }
     if (command != nullptr) {
         const bool fits = words.size() >= command->least && words.size() <= command->most;
-        complaint = fits ? "" : name + " takes " + std::string(command->arguments);
+        complaint = fits ? "" : usage_of(*command);
         return [=] { return command->run(words, options); };
     }
     const Entry* const entry = find_entry(name);

@@ -3,14 +3,11 @@
 
 #include <networkinterface.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -205,21 +202,6 @@ private:
     Call call_;
 };
 
-std::string process_name(const std::string& pid) {
-    std::ifstream file("/proc/" + pid + "/comm");
-    std::string name;
-    std::getline(file, name);
-    return name.empty() ? "a process that has ended" : name;
-}
-
-/// The file as proc(5) names it in /proc/locks.
-std::string name_in_proc_locks(const struct stat& file) {
-    char name[64];
-    (void)snprintf(name, sizeof(name), "%02x:%02x:%lu", major(file.st_dev), minor(file.st_dev),
-                   static_cast<unsigned long>(file.st_ino));
-    return name;
-}
-
 }  // namespace
 
 bool Outcome::has_failed() const {
@@ -242,29 +224,6 @@ int work_step(const std::string& name, const std::function<int()>& work) {
 
 TargetResult& last_target() {
     return watched->outcome.targets.back();
-}
-
-std::string lock_holder(const std::string& lock_file) {
-    struct stat file {};
-    if (stat(lock_file.c_str(), &file) != 0) {
-        return "";
-    }
-    const std::string wanted = name_in_proc_locks(file);
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);) {
-        std::istringstream fields(line);
-        std::string number;
-        std::string kind;
-        std::string mode;
-        std::string access;
-        std::string pid;
-        std::string place;
-        fields >> number >> kind >> mode >> access >> pid >> place;
-        if (kind == "FLOCK" && place == wanted && pid != std::to_string(getpid())) {
-            return process_name(pid) + " (process " + pid + ")";
-        }
-    }
-    return "";
 }
 
 }  // namespace nm_bin

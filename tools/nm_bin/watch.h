@@ -43,7 +43,4 @@ int work_step(const std::string& name, const std::function<int()>& work);
 /// The target of the call under way that was done last; one has to have been.
 TargetResult& last_target();
 
-/// The other process that holds the lock of this file, "NAME (process PID)"; empty if none does.
-std::string lock_holder(const std::string& lock_file);
-
 }  // namespace nm_bin

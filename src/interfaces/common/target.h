@@ -14,6 +14,7 @@
 #include "config/nmconfig.h"
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/handles.h"
 
 namespace nm {
@@ -57,6 +58,12 @@ struct Family {
     int gone = NM_OK;
 };
 
+/// What an action does to an object, for whoever times it.
+inline const char* word_of_act(uint32_t act) {
+    constexpr const char* kWords[] = {"other", "add", "delete", "alter"};
+    return kWords[act <= ACT_ALT ? act : 0];
+}
+
 template <class T>
 int dispatch(const Family<T>& family, T& target, uint32_t act, uint32_t opt) {
     switch (act) {
@@ -73,12 +80,19 @@ int dispatch(const Family<T>& family, T& target, uint32_t act, uint32_t opt) {
 }
 
 template <class T>
+int create_instance(const Family<T>& family, Target& target, T** created) {
+    const Step step("operation", "create", family.class_name);
+    return step.result(family.create(created, target.name, target.path, std::move(target.cfg)));
+}
+
+template <class T>
 int operate_locked(const Family<T>& family, T& instance, const Target& target) {
     const LockGuard lock(family.lock_name(instance, target.name));
     if (!lock.held()) {
         return NM_ERR_LOCK;
     }
-    return dispatch(family, instance, target.act, target.opt);
+    const Step step("operation", word_of_act(target.act), family.class_name);
+    return step.result(dispatch(family, instance, target.act, target.opt));
 }
 
 /// Whether a failed creation leaves nothing to do for the target.
@@ -102,7 +116,7 @@ int run_target(const Family<T>& family, Target target) {
             target.cfg = Json::Value();
         }
         T* created = nullptr;
-        const int ret = family.create(&created, target.name, target.path, std::move(target.cfg));
+        const int ret = create_instance(family, target, &created);
         const std::unique_ptr<T> instance(created);
         if (ret != NM_OK) {
             NM_LOG(Error) << "Create " << family.class_name << " instance failed, ret=" << ret;

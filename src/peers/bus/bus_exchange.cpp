@@ -51,10 +51,11 @@ int call_within_request(const std::string& service, const std::string& method, v
         return NM_ERR_BUS_CALL;
     }
     const nm::WaitNote note("an answer of " + service, limit);
+    const nm::Step step("bus", service, method);
     const auto start = nm::RequestWaits::Clock::now();
     const bool answered = vs_call(service.c_str(), method.c_str(), io, limit, kFlags) == 0;
     nm::RequestWaits::enter_call(service, limit, start, answered);
-    return answered ? NM_OK : NM_ERR_BUS_CALL;
+    return step.result(answered ? NM_OK : NM_ERR_BUS_CALL);
 }
 
 }  // namespace

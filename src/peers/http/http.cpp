@@ -10,6 +10,7 @@
 #include "log.h"
 #include "peers/http/curl_library.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/call_stand_in.h"
 
 namespace {
@@ -130,6 +131,8 @@ int transfer(const CurlLibrary& curl, const Request& request, std::string& respo
         const bool has_answer = answer({"http", show_url(curl, request.url), method, request.body}, response);
         return has_answer ? NM_OK : NM_ERR_HTTP_TRANSFER;
     }
+    const nm::Step step("http", request.method != nullptr ? request.method : "GET",
+                        nm::are_steps_watched() ? show_url(curl, request.url) : "");
     const CURLcode code = nm_curl_perform(one.handle(), request.tries, request.delay);
     long status = 0;
     (void)curl.easy_getinfo(one.handle(), CURLINFO_RESPONSE_CODE, &status);  // stays 0 without an answer
@@ -137,7 +140,7 @@ int transfer(const CurlLibrary& curl, const Request& request, std::string& respo
     NM_LOG(Debug) << "response_code = " << status;
     if (code != CURLE_OK) {
         NM_LOG(Error) << "curl_easy_perform failed: " << curl.easy_strerror(code);
-        return NM_ERR_HTTP_TRANSFER;
+        return step.result(NM_ERR_HTTP_TRANSFER);
     }
     response = std::move(body);
     return NM_OK;

@@ -16,6 +16,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/call_stand_in.h"
 #include "utils/handles.h"
 #include "utils/json_text.h"
@@ -328,6 +329,7 @@ int deploy_unix_cli(const UNIX_CLI_TYPE& type, std::string& command, std::string
     if (const nm::CallStandIn& answer = nm::call_stand_in()) {
         return NM_EXIT(answer({"socket", peer.socket_path, "", command}, output) ? NM_OK : NM_ERR_NL_CONNECT);
     }
+    const nm::Step step("socket", peer.label, peer.socket_path);
     std::string lock = peer.lock;
     std::string socket_path = peer.socket_path;
     unix_cli* created = nullptr;
@@ -337,7 +339,7 @@ int deploy_unix_cli(const UNIX_CLI_TYPE& type, std::string& command, std::string
         NM_LOG(Error) << "New cli fail!";
         return NM_EXIT(ret);
     }
-    return NM_EXIT(exchange(*cli, command, output));
+    return NM_EXIT(step.result(exchange(*cli, command, output)));
 }
 
 int get_retcode(const std::string& reply, bool debug) {

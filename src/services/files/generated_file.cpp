@@ -8,6 +8,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 
 namespace nm {
@@ -32,6 +33,7 @@ GeneratedFile::~GeneratedFile() {
 }
 
 int GeneratedFile::replace(const std::string& text) {
+    const Step step("file", "replace", path_);
     const bool replaced = write_all(file_.get(), text) && fsync(file_.get()) == 0 && file_.close() &&
                           rename(beside_.c_str(), path_.c_str()) == 0;
     if (!replaced) {

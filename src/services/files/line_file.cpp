@@ -11,6 +11,7 @@
 
 #include "log.h"
 #include "result_codes.h"
+#include "utils/call_notes.h"
 #include "utils/file_io.h"
 #include "utils/handles.h"
 
@@ -85,6 +86,7 @@ int read_text(const std::string& path, std::string& text) {
 }
 
 int replace_text(const std::string& path, const std::string& text) {
+    const Step step("file", "replace", path);
     const std::string beside = path + ".tmp";
     FileDescriptor file = FileDescriptor::open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (!file) {
