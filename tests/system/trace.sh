@@ -37,10 +37,6 @@ check_requests() {
     traced "a call" ' \| bus ' Setup_waninfo "{$(of swdev1 15 1)}"
     traced "a request that fails" '^Setup_wanif > PORT9 \| target PORT9 \| [0-9]+ \| -' Setup_wanif "{$(of PORT9 63 1)}"
     traced "a password" '^Setup_waninfo > swdev1 > ' set swdev1 password "$SECRET-new"
-    ip link set swdev1 mtu 1500
-    traced "the bring-up" '^setup_all_iface_by_config > setup_wanif PORT1 > add WanInterface \| ioctl SIOCSIFMTU' setup_all_iface_by_config
-    traced "a DHCP server" '^Setup_dhcpservice > swdev5 > .* \| unit (re)?start nm-dhcpd@swdev5 \| [0-9]+ \| 0 ' \
-        Setup_dhcpservice "{$(of swdev5 511 1 /etc/networkmanagement/dhcp_service.json)}"
 }
 
 # child_sleeps PID: the process that it has started.
@@ -74,12 +70,16 @@ check_waits() {
     same "a trace that is ended: exit status" 143 "$status"
     has_step "a trace that is ended" "^Setup_privateif > PORT2 \| lock take swdev2 \| [0-9]+ \| null .* true"
     kill "${daemons[-2]}"
+    ip link set swdev1 mtu 1500
     peer=$(pgrep -x ncaas)
     kill -STOP "$peer"
     (sleep 2 && kill -CONT "$peer") &
     nm_bin trace --out "$TRACE" setup_all_iface_by_config >"$scratch/out" 2>"$scratch/tables" || true
     wait $!
+    has_step "the bring-up" '^setup_all_iface_by_config > setup_wanif PORT1 > add WanInterface \| ioctl SIOCSIFMTU'
     has_step "a service that stalls" '^setup_all_iface_by_config > get_model \| bus ncaas [a-z_]+ \| [0-9]{4} '
+    traced "a DHCP server" '^Setup_dhcpservice > swdev5 > .* \| unit (re)?start nm-dhcpd@swdev5 \| [0-9]+ \| 0 ' \
+        Setup_dhcpservice "{$(of swdev5 511 1 /etc/networkmanagement/dhcp_service.json)}"
 }
 
 says() {
