@@ -77,7 +77,7 @@ check_waits() {
     nm_bin trace --out "$TRACE" setup_all_iface_by_config >"$scratch/out" 2>"$scratch/tables" || true
     wait $!
     has_step "the bring-up" '^setup_all_iface_by_config > setup_wanif PORT1 > add WanInterface \| ioctl SIOCSIFMTU'
-    has_step "a service that stalls" '^setup_all_iface_by_config > get_model \| bus ncaas [a-z_]+ \| [0-9]{4} '
+    has_step "a service that stalls" '^setup_all_iface_by_config > get_model \| bus ncaas [a-z_]+ \| [0-9]{3,} '
     traced "a DHCP server" '^Setup_dhcpservice > swdev5 > .* \| unit (re)?start nm-dhcpd@swdev5 \| [0-9]+ \| 0 ' \
         Setup_dhcpservice "{$(of swdev5 511 1 /etc/networkmanagement/dhcp_service.json)}"
 }
