@@ -31,9 +31,11 @@ constexpr const char* kConditions = "/proc/net/nf_condition";
 constexpr const char* kSettings = "/proc/sys/net/";
 constexpr const char* kSettingTrees[] = {"core", "ipv4", "ipv6", "netfilter"};
 
-/// Settings that count, or that are not settings.
-constexpr std::array<std::string_view, 4> kMoving{"nf_conntrack_count", "stable_secret", "flush",
-                                                  "nf_conntrack_buckets"};
+/// Settings that count, or that only report: a namespace shows the hash tables that it shares with a minus.
+constexpr std::array<std::string_view, 6> kMoving{
+    "nf_conntrack_count",   "stable_secret",     "flush",
+    "nf_conntrack_buckets", "tcp_ehash_entries", "udp_hash_entries",
+};
 
 /// Throws std::runtime_error where the command fails: a device would seem to have nothing of the kind.
 std::string output_of(const std::string& command) {
