@@ -1,10 +1,13 @@
 // Reading the state of the network of this process's namespace.
 #include "inspect/world.h"
 
+#include <arpa/inet.h>
+#include <netinet/ether.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -14,6 +17,7 @@
 #include "inspect/unit_list.h"
 #include "services/files/line_file.h"
 #include "utils/file_io.h"
+#include "utils/ip_text.h"
 #include "utils/json_text.h"
 
 namespace nm {
@@ -153,6 +157,26 @@ Lines describe_link(const Json::Value& device, const Json::Value& devices) {
     return lines;
 }
 
+/// Whether the kernel made the link-local address from a hardware address that the device had before; it
+/// stays until the device goes down.
+bool is_of_earlier_mac(const Json::Value& device, const std::string& local) {
+    in6_addr address{};
+    ether_addr mac{};
+    if (inet_pton(AF_INET6, local.c_str(), &address) != 1 || address.s6_addr[11] != 0xff ||
+        address.s6_addr[12] != 0xfe ||
+        ether_aton_r(json_string_or(device, "address", "").c_str(), &mac) == nullptr) {
+        return false;
+    }
+    const in6_addr present = link_local_address(mac.ether_addr_octet);
+    return std::memcmp(&address, &present, sizeof(present)) != 0;
+}
+
+/// Whether the address is there for a reason that lasts.
+bool is_lasting(const Json::Value& address, const Json::Value& device, bool has_lasting_mac) {
+    return address["scope"] != "link" ||
+           (has_lasting_mac && !is_of_earlier_mac(device, json_string_or(address, "local", "")));
+}
+
 std::string describe_address(const Json::Value& address) {
     std::string line = json_string_or(address, "local", "");
     if (address.isMember("address")) {
@@ -177,7 +201,7 @@ void describe_devices(const Json::Value& devices, World& world) {
         Lines addresses;
         const bool has_lasting = has_lasting_address(device, devices);
         for (const Json::Value& address : device["addr_info"]) {
-            if (has_lasting || address["scope"] != "link") {
+            if (is_lasting(address, device, has_lasting)) {
                 addresses.push_back(describe_address(address));
             }
         }

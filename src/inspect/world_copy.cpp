@@ -115,6 +115,7 @@ private:
     void add_rules();
     void add_packet_policy();
     void set_settings(bool is_building);
+    void let_make_addresses();
 
     std::string creation(const Json::Value& device) const;
 
@@ -151,12 +152,16 @@ void Copy::feed(const std::string& command, const std::string& text) const {
     (void)system_cmd((command + " <" + path + " >/dev/null 2>&1").c_str());
 }
 
+/// A bridge whose MTU was set otherwise than its members' goes on with that one when they leave, so that it
+/// is set when they have joined.
 void Copy::make_devices() {
     std::string lines;
+    std::string bridge_lines;
     for (const Json::Value* const device : in_order(devices_)) {
         const std::string name = name_of(*device);
+        const std::string mtu = "link set " + name + words_of(*device, {"mtu"}) + "\n";
         lines += is_loopback(*device) ? "" : "link add" + creation(*device) + "\n";
-        lines += "link set " + name + words_of(*device, {"mtu"}) + "\n";
+        (kind_of(*device) == "bridge" ? bridge_lines : lines) += mtu;
         lines += device->isMember("txqlen")
                      ? "link set " + name + " txqueuelen " + text_of(*device, "txqlen") + "\n"
                      : "";
@@ -166,6 +171,7 @@ void Copy::make_devices() {
                      ? "link set " + name_of(device) + words_of(device, {"master"}) + "\n"
                      : "";
     }
+    lines += bridge_lines;
     feed("/sbin/ip -force -batch -", lines);
 }
 
@@ -238,13 +244,14 @@ void Copy::add_packet_policy() {
     }
 }
 
+bool ends_with(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), std::string::npos, end) == 0;
+}
+
 /// While the copy is built, devices make no addresses of their own.
 void Copy::set_settings(bool is_building) {
-    const std::string own_addresses = "/addr_gen_mode";
     for (const auto& [name, lines] : source_.settings) {
-        const bool is_own =
-            name.size() > own_addresses.size() &&
-            name.compare(name.size() - own_addresses.size(), std::string::npos, own_addresses) == 0;
+        const bool is_own = ends_with(name, "/addr_gen_mode") && !ends_with(name, "/all/addr_gen_mode");
         const std::string value = is_building && is_own ? "1" : lines.front();
         const std::string path = kSettings + name;
         const std::string present = read_file(path).value_or("");
@@ -255,6 +262,24 @@ void Copy::set_settings(bool is_building) {
     }
 }
 
+/// The names that ip-link(8) has for the values of addr_gen_mode.
+constexpr const char* kAddressModes[] = {"eui64", "none", "stable_secret", "random"};
+
+/// Lets them again, from the next occasion on: a device may have another link-local address than it would
+/// make now, and makes that at once where the setting itself is written.
+void Copy::let_make_addresses() {
+    std::string lines;
+    for (const Json::Value& device : devices_) {
+        const auto setting = source_.settings.find("ipv6/conf/" + name_of(device) + "/addr_gen_mode");
+        for (size_t i = 0; setting != source_.settings.end() && i < std::size(kAddressModes); ++i) {
+            lines += setting->second == Lines{std::to_string(i)}
+                         ? "link set " + name_of(device) + " addrgenmode " + kAddressModes[i] + "\n"
+                         : "";
+        }
+    }
+    feed("/sbin/ip -force -batch -", lines);
+}
+
 void Copy::make() {
     make_devices();
     set_settings(true);
@@ -263,6 +288,7 @@ void Copy::make() {
     add_routes();
     add_rules();
     add_packet_policy();
+    let_make_addresses();
     set_settings(false);
 }
 

@@ -7,7 +7,6 @@
 #include <netlink/route/rtnl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -24,6 +23,7 @@
 #include "utils/file_io.h"
 #include "utils/files.h"
 #include "utils/handles.h"
+#include "utils/ip_text.h"
 #include "utils/mac.h"
 #include "utils/process.h"
 #include "utils/shell_text.h"
@@ -109,19 +109,6 @@ void find_tentative(rtnl_addr* address, int& tentative) {
     }
 }
 
-in6_addr link_address(const unsigned char* mac) {
-    constexpr unsigned char kUniversalBit = 0x02;
-    in6_addr address{};
-    address.s6_addr[0] = kLinkLocalByte;
-    address.s6_addr[1] = 0x80;
-    address.s6_addr[8] = mac[0] ^ kUniversalBit;
-    address.s6_addr[11] = 0xff;
-    address.s6_addr[12] = 0xfe;
-    std::copy_n(mac + 1, 2, address.s6_addr + 9);
-    std::copy_n(mac + 3, 3, address.s6_addr + 13);
-    return address;
-}
-
 int generate_link_address(unsigned int ifindex, std::string& out) {
     std::array<char, IFNAMSIZ> ifname{};
     if (get_iface_name(static_cast<int>(ifindex), ifname.data()) == nullptr) {
@@ -132,7 +119,7 @@ int generate_link_address(unsigned int ifindex, std::string& out) {
     if (ret != NM_OK) {
         return ret;
     }
-    const in6_addr address = link_address(mac.data());
+    const in6_addr address = nm::link_local_address(mac.data());
     std::array<char, INET6_ADDRSTRLEN> text{};
     if (inet_ntop(AF_INET6, &address, text.data(), text.size()) == nullptr) {
         return NM_ERR_NULL_ARG;

@@ -70,6 +70,19 @@ bool nm::is_device_address6(const std::string& text) {
     return !is_special && !IN6_IS_ADDR_LINKLOCAL(&address) && !IN6_IS_ADDR_MULTICAST(&address);
 }
 
+in6_addr nm::link_local_address(const unsigned char* mac) {
+    constexpr unsigned char kUniversalBit = 0x02;
+    in6_addr address{};
+    address.s6_addr[0] = 0xfe;
+    address.s6_addr[1] = 0x80;
+    address.s6_addr[8] = mac[0] ^ kUniversalBit;
+    address.s6_addr[11] = 0xff;
+    address.s6_addr[12] = 0xfe;
+    std::copy_n(mac + 1, 2, address.s6_addr + 9);
+    std::copy_n(mac + 3, 3, address.s6_addr + 13);
+    return address;
+}
+
 bool is_loop_back(in_addr& address) {
     return is_inside(address, 0x7f000000, 0xff000000);
 }

@@ -54,4 +54,8 @@ bool is_device_address(const in_addr& address);
 /// link-local scope, and of multicast. False for text that is no address.
 bool is_device_address6(const std::string& text);
 
+/// The link-local address that the kernel makes from a hardware address of six bytes (modified EUI-64: RFC
+/// 4291, appendix A).
+in6_addr link_local_address(const unsigned char* mac);
+
 }  // namespace nm

@@ -26,6 +26,7 @@ make_site() {
     serve rmgmtd overlayd "$JOURNAL"
     eventually 20 test -S /run/network/wanipd.sock
     eventually 20 is_probed
+    ip link set swdev4 address 02:00:00:00:44:02  # and keeps the link-local address of before
     state "$scratch/after"
 }
 

@@ -61,8 +61,11 @@ same "members have addresses of their own" '["02:00:0a:00:02:02"]["02:00:0b:00:0
 client 10 && client 11 && client 12
 check "clients of two LANs reach each other" eventually 20 reaches c10 10.0.11.2
 
-# VLAN 11 leaves, 12 comes, 10 stays and must not lose a packet meanwhile.
+# VLAN 11 leaves, 12 comes, 10 stays and must not lose a packet meanwhile. A plan has said what that changes.
 document '["12", "10"]' >"$NEW"
+nm_bin --json plan Setup_lanif "$(jq -nc --arg path "$NEW" '{PORT2: {act: 3, ops: 2, path: $path}}')" >"$scratch/plan"
+same "a copy of trunk and bridges is like them" "[]" "$(jq -c .unlike "$scratch/plan")"
+kernel_call network_state "$scratch/state.before" >/dev/null
 before=$(facts swdev2.10 '.ifindex, .address, .master')$(ip -4 -o addr show br_v10)
 ip netns exec c10 ping -q -i 0.05 -W 5 10.0.10.1 >"$scratch/pings" &
 pinger=$!
@@ -77,6 +80,13 @@ same "the VLAN that stays is as it was" "$before" \
 same "one VLAN left and one came" "swdev2.10 swdev2.12" "$(ip -br link show type vlan | cut -d @ -f 1 | sort | xargs)"
 check "the VLAN that left was removed first" awk '/delete swdev2.11 successfully/ {left = NR}
     /setup swdev2.12 successfully/ {came = NR} END {exit !(left && came > left)}' "$MAIN_LOG"
+kernel_call network_state "$scratch/state.after" >/dev/null
+kernel_call compare_network_states "$scratch/state.before" "$scratch/state.after" "$scratch/changes" >/dev/null
+# Whether a new VLAN device has its link-local address from its parent's MAC or from its own is a race in the kernel.
+settled() {
+    jq -S 'map(select(.domain != "address" or ([.added[], .removed[]] | any(endswith("scope link") | not))))'
+}
+check "what changed was planned" diff <(jq .changes "$scratch/plan" | settled) <(settled <"$scratch/changes")
 cp "$NEW" "$DEVICE_INFO"
 
 check "a new LAN reaches the others" eventually 20 reaches c12 10.0.10.2
