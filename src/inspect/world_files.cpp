@@ -166,9 +166,10 @@ void copy_entry(const std::string& from, const std::string& to, Keep keep) {
     }
 }
 
+/// A tree's own directory may be somewhere else, and a link to it be in its place.
 void copy_tree(const std::string& from, const std::string& to, Keep keep) {
     struct stat status {};
-    if (lstat(from.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    if (stat(from.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
         return;
     }
     make_directory(to, status);

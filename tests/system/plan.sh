@@ -76,6 +76,7 @@ check_answers() {
     says "a lock that is held" 0 'would answer 0' flock /run/lock/network/swdev2.lck nm_bin plan --text Setup_privateinfo "{$(of swdev2 15 3)}"
     says "no privileges" 77 '^try: only root' setpriv --reuid 65534 --regid 65534 --clear-groups nm_bin plan Setup_wanif '{}'
     says "no namespaces" 2 '^nm_bin: no rehearsal: namespaces of its own are refused' setpriv --bounding-set -sys_admin nm_bin plan Setup_wanif '{}'
+    same "no namespaces: as JSON" '["reason"]' "$(setpriv --bounding-set -sys_admin nm_bin --json plan Setup_wanif '{}' 2>/dev/null | jq -c keys)"
     says "no request" 2 'not a request: list' nm_bin plan list
     says "an event of a process outside" 2 'not a request: Lease_event' nm_bin plan Lease_event swdev1 add
     echo '{"WAN_PORT": {' >"$NEW"
@@ -89,10 +90,28 @@ check_answers() {
     says "a target that moves the cursor" 1 'would answer of .\[2J' nm_bin plan --text Setup_wanif "{$(of '\u001b[2J' 4 3)}"
 }
 
+# A device whose /run and /tmp are links to directories elsewhere.
+check_links() {
+    local root=$scratch/root entry
+    mkdir "$root" && mount -t tmpfs root "$root" && mkdir "$root"/{memory,spare}
+    for entry in /*; do
+        if [[ -L $entry ]]; then
+            cp -a "$entry" "$root"
+        elif [[ -d $entry && $entry != /run && $entry != /tmp ]]; then
+            mkdir "$root$entry" && mount --rbind "$entry" "$root$entry"
+        fi
+    done
+    mount --rbind /run "$root/memory" && ln -s memory "$root/run" && ln -s spare "$root/tmp"
+    same "links in the place of directories" '[0,"swdev1",[]]' \
+        "$(chroot "$root" nm_bin --json plan Setup_wanif "{$(of PORT1 4 3)}" | jq -c '[.answer.code, .changes[0].name, .unlike]')"
+    umount -Rl "$root"
+}
+
 make_site
 while IFS='|' read -r name words; do
     eval "planned_and_made '$name' $words"
 done <<<"$REQUESTS"
 check_no_effect
+check_links
 check_answers
 finish

@@ -90,6 +90,10 @@ void print_answer(const Json::Value& answer) {
     std::cout << "would answer " << answer["code"].asInt() << " " << answer["name"].asString() << "\n";
 }
 
+void print_json(const Json::Value& report) {
+    std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
+}
+
 /// What is logged and printed on the way to success is nobody's concern.
 void print_plan(const Json::Value& report, int status) {
     print_changes(report["changes"]);
@@ -161,12 +165,15 @@ int plan(const Arguments& given, const Options& options) {
     Json::Value report;
     if (rehearse(request, report) != NM_OK) {
         std::cerr << "nm_bin: no rehearsal: " << harmless(report["reason"].asString()) << "\n";
+        if (wants_json(options)) {
+            print_json(report);
+        }
         return kExitUsage;
     }
     name_results(report["answer"]);
     const int status = exit_status(report["answer"], find_command(given.front()) != nullptr);
     if (wants_json(options)) {
-        std::cout << Json::writeString(Json::StreamWriterBuilder(), report) << "\n";
+        print_json(report);
     } else {
         print_plan(report, status);
     }
