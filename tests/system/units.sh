@@ -46,6 +46,11 @@ not_back() {
     eventually 40 eval "has_process $1 && [[ \$(pid_of $1) != ${first[$1]} ]]" || echo "$1"
 }
 
+# What it may take of the memory and of the processes is less than all.
+unbounded() {
+    [[ $(systemctl show -p MemoryMax --value "$1") =~ ^[0-9]+$ && $(systemctl show -p TasksMax --value "$1") == 512 ]] || echo "$1"
+}
+
 not_ended() {
     systemctl stop "$1" && [[ $(systemctl is-active "$1") == inactive && ! -d /proc/${second[$1]} ]] || echo "$1"
 }
@@ -81,6 +86,7 @@ systemctl daemon-reload
 same "each daemon that is installed is looked at" \
     "$(grep -L '^Type=oneshot' /usr/lib/systemd/system/{nm-*,ncaas,overlayd,dnsmasqmgr}.service | xargs -n 1 basename -s .service | sort | xargs)" \
     "$(printf '%s\n' "${DAEMONS[@]}" | sed 's/@.*/@/' | sort | xargs)"
+same "none may take all of the memory, or all processes" "" "$(of unbounded)"
 same "every daemon starts" "" "$(of start_refused)$(of without_process)"
 check "the one that sets up LANs may write the leases of their servers" \
     nsenter -t "$(pid_of nm-serviced)" -m touch /var/lib/dhcpd/leases /var/lib/dhcpd6/leases
