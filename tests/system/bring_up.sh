@@ -125,7 +125,7 @@ done
 ip -n far1 addr add $FAR_HOST/32 dev lo
 store
 : >/run/network/resolv.dnsmasq
-printf 'model=VM\ndevid=0\n' >/etc/networkmanagement/ncaas.conf
+printf 'model=VM\ndevid=2\n' >/etc/networkmanagement/ncaas.conf
 systemctl start nm-base-rules
 serve ncaas ncaas
 serve rmgmtd overlayd "$scratch/calls"
@@ -137,7 +137,10 @@ killed_at swdev5
 same "killed among the devices, it has set up no address" "" "$(ip -4 -br addr | grep -o 'swdev.* 10\..*')"
 killed_at hostslock
 same "killed at the first address, it has set up that one" "1 " "$(reached)"
+: >"$scratch/calls"
 bring_up
+same "as the device has an id, the rates of all its uplinks are handed over" "swdev1 swdev2 swdev3 swdev6 swdev9" \
+    "$(sed -nE 's/^VelanWsd.service.Setup_QOS .*"dev":"([^"]*)".*/\1/p' "$scratch/calls" | sort | xargs)"
 check "the uplink with a client has its lease" eventually 40 is_leased
 same "a run that follows completes it" "1 2 3 4 5 6 active" "$(reached)$(systemctl is-active nm-dhcpd@swdev4)"
 same "the steps come in their order" "$ORDER" "$(awk 'NF -= 1' <<<"$steps")"
