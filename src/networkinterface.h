@@ -30,6 +30,7 @@
 #include "control/setup_sections.h"
 #include "control/setup_wan.h"
 #include "inspect/check_documents.h"
+#include "inspect/drift.h"
 #include "inspect/network_state.h"
 #include "inspect/owners.h"
 #include "inspect/rehearsal.h"

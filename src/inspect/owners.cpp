@@ -131,17 +131,6 @@ Json::Value record_of(const Claim& claim, const Json::Value& present) {
     return record;
 }
 
-void add_base_claims(std::vector<Claim>& claims, std::string& reason) {
-    const CommandText base = read_command(NM_SBIN_DIR "/nm-base-rules --list");
-    reason = base.reason;
-    if (!reason.empty()) {
-        return;
-    }
-    for (Claim& claim : base_claims(base.text)) {
-        claims.push_back(std::move(claim));
-    }
-}
-
 }  // namespace
 
 OwnersView::OwnersView(std::vector<Claim> claims)
@@ -214,6 +203,16 @@ Json::Value OwnersView::report() const {
     return report;
 }
 
+std::vector<Claim> all_claims(std::string& reason) {
+    std::vector<Claim> claims = library_claims();
+    const CommandText base = read_command(NM_SBIN_DIR "/nm-base-rules --list");
+    reason = base.reason;
+    for (Claim& claim : base_claims(reason.empty() ? base.text : "")) {
+        claims.push_back(std::move(claim));
+    }
+    return claims;
+}
+
 void find_design_collisions(OwnersView& view) {
     const std::vector<Claim>& claims = view.claims();
     for (size_t i = 0; i < claims.size(); ++i) {
@@ -231,9 +230,7 @@ void find_design_collisions(OwnersView& view) {
 int report_owners(Json::Value& report) {
     NM_LOG(Debug) << "Enter";
     std::string reason;
-    std::vector<nm::Claim> claims = nm::library_claims();
-    nm::add_base_claims(claims, reason);
-    nm::OwnersView view(std::move(claims));
+    nm::OwnersView view(nm::all_claims(reason));
     if (!reason.empty()) {
         view.unread("what the base rules own", reason);
     }

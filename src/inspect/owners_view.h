@@ -73,6 +73,9 @@ std::vector<Claim> library_claims();
 /// The claims of the base rules, from the lines in which `nm-base-rules --list` has them.
 std::vector<Claim> base_claims(const std::string& lines);
 
+/// Both. `reason` says why those of the base rules are missing; it is empty if they are there.
+std::vector<Claim> all_claims(std::string& reason);
+
 /// Claims of different owners that are the same, or of which neither is a part of the other.
 void find_design_collisions(OwnersView& view);
 

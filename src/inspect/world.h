@@ -54,6 +54,10 @@ World describe_world(const WorldSource& source);
 /// The units of ours that are active.
 Things read_units();
 
+/// An object of the domains' names, each with an object of things and their lines; and back.
+Json::Value world_to_json(const World& world);
+World world_from_json(const Json::Value& state);
+
 /// Adds what `after` has otherwise to `changes`, an array: objects with `domain`, `name`, `change` (created,
 /// removed or changed) and the lines `removed` and `added`.
 void append_differences(const World& before, const World& after, Json::Value& changes);

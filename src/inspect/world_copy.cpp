@@ -5,6 +5,7 @@
 #include <fstream>
 #include <set>
 
+#include "config/port_names.h"
 #include "kernel/condition.h"
 #include "utils/file_io.h"
 #include "utils/files.h"
@@ -106,6 +107,7 @@ public:
          const std::string& scratch)
         : source_(source), dumps_(dumps), devices_(nameable(source.devices)), far_(far), scratch_(scratch) {}
     void make();
+    void make_hardware();
 
 private:
     void make_devices();
@@ -292,11 +294,69 @@ void Copy::make() {
     set_settings(false);
 }
 
+/// New devices take over the settings that are there by then.
+void Copy::make_hardware() {
+    set_settings(false);
+    make_devices();
+    raise_devices();
+    add_addresses();
+}
+
+/// As the driver leaves a device: down, of the usual MTU, with the address that it was made with.
+Json::Value as_plugged_in(Json::Value device) {
+    device.removeMember("mtu");
+    device.removeMember("master");
+    device["addr_info"] = Json::arrayValue;
+    if (device.isMember("permaddr")) {
+        device["address"] = device["permaddr"];
+    }
+    Json::Value flags(Json::arrayValue);
+    for (const Json::Value& flag : device["flags"]) {
+        if (flag != "UP" || is_loopback(device)) {
+            flags.append(flag);
+        }
+    }
+    device["flags"] = flags;
+    return device;
+}
+
+bool is_hardware(const Json::Value& device) {
+    return kind_of(device) != "bridge" && kind_of(device) != "vlan";
+}
+
+/// Whether a setting is that of a single device.
+bool is_of_device(const std::string& setting) {
+    const size_t begin = setting.find("/conf/");
+    return begin != std::string::npos && setting.find("/conf/all/") != begin &&
+           setting.find("/conf/default/") != begin;
+}
+
+WorldSource hardware_of(const WorldSource& source) {
+    WorldSource hardware;
+    for (const Json::Value& device : source.devices) {
+        const bool is_session = name_of(device) != device_of(name_of(device));
+        if (is_hardware(device)) {
+            hardware.devices.append(is_session ? device : as_plugged_in(device));
+        }
+    }
+    for (const auto& [name, lines] : source.settings) {
+        if (!is_of_device(name)) {
+            hardware.settings[name] = lines;
+        }
+    }
+    return hardware;
+}
+
 }  // namespace
 
 void copy_network(const WorldSource& source, const RouteDumps& dumps, const std::string& far,
                   const std::string& scratch) {
     Copy(source, dumps, far, scratch).make();
+}
+
+void copy_hardware(const WorldSource& source, const std::string& far, const std::string& scratch) {
+    const WorldSource hardware = hardware_of(source);
+    Copy(hardware, RouteDumps(), far, scratch).make_hardware();
 }
 
 }  // namespace nm

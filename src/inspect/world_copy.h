@@ -14,4 +14,9 @@ namespace nm {
 void copy_network(const WorldSource& source, const RouteDumps& dumps, const std::string& far,
                   const std::string& scratch);
 
+/// Makes in it what the device has before anything is set up: its ports and other hardware, down and without
+/// addresses, and the settings that all devices share. Bridges and VLANs are absent; the device of a PPPoE
+/// session, which is made and addressed by the session, is there as it is.
+void copy_hardware(const WorldSource& source, const std::string& far, const std::string& scratch);
+
 }  // namespace nm

@@ -59,3 +59,14 @@ setup() {
 logged() {
     check "$1" grep -qE " ERROR \[.*>>> .*$2" "$MAIN_LOG"
 }
+
+# outside: what a rehearsal must leave as it is, besides the state of the network: namespaces, processes, mounts.
+outside() {
+    readlink /proc/[0-9]*/ns/{net,mnt} 2>/dev/null | sort -u
+    cat /proc/self/mountinfo
+    ls /tmp /run /run/network
+}
+
+is_outside() {
+    [[ $(outside) == "$1" ]]
+}

@@ -23,17 +23,6 @@ a port that is not there|Setup_wanif "{$(of PORT9 63 1)}"
 what goes|Setup_waninfo "{$(of swdev1 15 2)}"
 the whole bring-up|setup_all_iface_by_config'
 
-# outside: what a plan must leave as it is, besides the state of the network: namespaces, processes, mounts.
-outside() {
-    readlink /proc/[0-9]*/ns/{net,mnt} 2>/dev/null | sort -u
-    cat /proc/self/mountinfo
-    ls /tmp /run /run/network
-}
-
-is_outside() {
-    [[ $(outside) == "$1" ]]
-}
-
 # killed_at SECONDS: a plan of the whole bring-up, killed then.
 killed_at() {
     nm_bin plan setup_all_iface_by_config >/dev/null 2>&1 &

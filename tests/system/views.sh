@@ -2,26 +2,9 @@
 # What an operator sees of a site that is up: who owns what, without a false alarm, and each stranger and collision that
 # is planted, whatever its name; the state of the device, whole or as far as it can be seen. Nothing is changed by looking.
 set -euo pipefail
-source "$(dirname "${BASH_SOURCE[0]}")/../support/world.sh"
-source "$support_dir/../../scripts/lib/site"
+source "$(dirname "${BASH_SOURCE[0]}")/../support/site_world.sh"
 
 readonly UNPRIVILEGED=(setpriv --reuid 65534 --regid 65534 --clear-groups)
-
-make_site() {
-    "$SITE_LIB/stock-netfilter" install
-    site_plug && site_serve && site_store
-    : >/run/network/resolv.dnsmasq
-    systemctl start nm-base-rules
-    serve ncaas ncaas
-    serve rmgmtd overlayd "$scratch/calls"
-    nm_bin boot begin >/dev/null 2>&1 || true
-    nm_bin setup_all_iface_by_config >/dev/null 2>&1 || true
-    nm_bin boot finish >/dev/null 2>&1 || true
-    check "the second uplink has a lease" eventually 40 eval '[[ $(ip -4 -br addr show swdev2) == *192.0.2.130* ]]'
-    rm /run/network/.sandbox  # not a file of the appliance
-    check "its event is over" eventually 40 eval '! pgrep -f "nm_bin Lease_event" >/dev/null'
-    check "and no address is being probed" eventually 40 eval '[[ -z $(ip -6 -o addr show tentative) ]]'
-}
 
 # What looking could change.
 state() {
@@ -34,13 +17,6 @@ state() {
 # findings: what is wrong, in one line each, without what stands in the text of the fault.
 findings() {
     { nm_bin owners --json || true; } | jq -r '.findings[] | "\(.grade) \(.resource) \(.place) \(.name): \(.what)"'
-}
-
-# unit NAME: a unit that has nothing to do with us runs.
-unit() {
-    printf '[Service]\nExecStart=/bin/sleep inf\n' >"/run/systemd/system/$1.service"
-    systemctl daemon-reload
-    systemctl start "$1"
 }
 
 hostile_file() {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "nm_bin/boot_steps.h"
 #include "nm_bin/commands.h"
 #include "nm_bin/explain.h"
 
@@ -150,6 +151,10 @@ int finish() {
 }
 
 }  // namespace
+
+boot_steps steps_of_boot() {
+    return {begin, finish};
+}
 
 int boot(const Arguments& words, const Options& options) {
     if (words[0] != "begin" && words[0] != "finish") {

@@ -37,6 +37,9 @@ constexpr std::array kCommands{
     Command{"trace", "ENTRY|COMMAND [ARGUMENT]...", 1, kAny, trace,
             "make this change, and say where its time went, step by step"},
     Command{
+        "drift", "", 0, 0, drift,
+        "what the running system has otherwise than the stored documents describe: lost, changed, foreign"},
+    Command{
         "diff", "[OLD [NEW]]", 0, 2, diff,
         "what differs between two documents: the stored ones and the running ones, or those of the files"},
     Command{"migrate", "[DOCUMENT]...", 0, kAny, migrate,

@@ -58,6 +58,10 @@ int owners(const Arguments& words, const Options& options);
 /// would fail, kExitUsage if it could not be rehearsed.
 int plan(const Arguments& words, const Options& options);
 
+/// What the running system has otherwise than the stored documents describe: kExitFailed if there is any of
+/// it, kExitUsage if something could not be compared.
+int drift(const Arguments& words, const Options& options);
+
 /// Whether `plan` takes a command or an entry of this name.
 bool is_rehearsed(const std::string& name);
 

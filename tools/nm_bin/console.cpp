@@ -132,6 +132,23 @@ void print_omitted(const Json::Value& report) {
     std::cout << "\n";
 }
 
+void print_unread(const Json::Value& report) {
+    for (const Json::Value& part : report["unread"]) {
+        std::cerr << "nm_bin: not looked at: " << text_of(part, "what") << ": " << text_of(part, "reason")
+                  << "\n";
+    }
+}
+
+void print_lines(const Json::Value& lines, const char* sign, Tint colour) {
+    constexpr Json::ArrayIndex kMostLines = 40;
+    for (Json::ArrayIndex i = 0; i < std::min(lines.size(), kMostLines); ++i) {
+        std::cout << "    " << tint(colour, sign + harmless(lines[i].asString()), STDOUT_FILENO) << "\n";
+    }
+    if (lines.size() > kMostLines) {
+        std::cout << "    " << sign << "... " << lines.size() - kMostLines << " more, with --json\n";
+    }
+}
+
 int usage_error(const std::string& message) {
     std::cerr << "nm_bin: " << harmless(message) << "\nTry 'nm_bin --help'.\n";
     return kExitUsage;

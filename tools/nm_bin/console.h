@@ -65,6 +65,12 @@ int show_findings(const Json::Value& report, int code, const Options& options,
 /// Ends the summary of such a report: how many findings it has no room for.
 void print_omitted(const Json::Value& report);
 
+/// What such a report could not look at, on standard error.
+void print_unread(const Json::Value& report);
+
+/// The lines of one thing that differ, harmless, each behind a sign; of many the first ones.
+void print_lines(const Json::Value& lines, const char* sign, Tint colour);
+
 /// Complains on standard error; kExitUsage.
 int usage_error(const std::string& message);
 

@@ -53,10 +53,7 @@ void print_summary(const Json::Value& report) {
     std::cout << count_of(static_cast<size_t>(strangers), "stranger") << ", "
               << count_of(findings.size() - static_cast<size_t>(strangers), "collision");
     print_omitted(report);
-    for (const Json::Value& part : report["unread"]) {
-        std::cerr << "nm_bin: not looked at: " << text_of(part, "what") << ": " << text_of(part, "reason")
-                  << "\n";
-    }
+    print_unread(report);
 }
 
 void print_report(const Json::Value& report) {

@@ -21,18 +21,6 @@ namespace {
 constexpr std::array<std::string_view, 7> kRehearsed{
     "set", "add", "delete", "undo", "migrate", "service", "setup_all_iface_by_config"};
 
-/// So many lines of one thing are shown to people.
-constexpr Json::ArrayIndex kMostLines = 40;
-
-void print_lines(const Json::Value& lines, const char* sign, Tint colour) {
-    for (Json::ArrayIndex i = 0; i < std::min(lines.size(), kMostLines); ++i) {
-        std::cout << "    " << tint(colour, sign + harmless(lines[i].asString()), STDOUT_FILENO) << "\n";
-    }
-    if (lines.size() > kMostLines) {
-        std::cout << "    " << sign << "... " << lines.size() - kMostLines << " more, with --json\n";
-    }
-}
-
 void print_changes(const Json::Value& changes) {
     for (const Json::Value& change : changes) {
         std::cout << change["domain"].asString() << " " << harmless(change["name"].asString()) << " "

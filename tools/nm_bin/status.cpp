@@ -168,13 +168,6 @@ std::string compact_json(const Json::Value& report) {
     return Json::writeString(builder, report);
 }
 
-void print_unread(const Json::Value& report) {
-    for (const Json::Value& part : report["unread"]) {
-        std::cerr << "nm_bin: not looked at: " << text_of(part, "what") << ": " << text_of(part, "reason")
-                  << "\n";
-    }
-}
-
 int look(Json::Value& report) {
     return report_status(report) < 0 ? kExitUsage : kExitOk;
 }

@@ -37,7 +37,8 @@ struct Outcome {
 /// with the target that waits.
 Outcome watch_call(const std::function<int()>& call);
 
-/// Works a step of the call under way that no entry of the library names as a target; its result.
+/// Works a step of the call under way that no entry of the library names as a target; its result. Where no
+/// call is watched, the work alone.
 int work_step(const std::string& name, const std::function<int()>& work);
 
 /// The target of the call under way that was done last; one has to have been.

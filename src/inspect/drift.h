@@ -1,0 +1,39 @@
+// Drift: what the running system has otherwise than the stored documents describe.
+#pragma once
+
+#include <json/value.h>
+
+#include <functional>
+
+#pragma GCC visibility push(default)
+
+/// What a boot does beside migrations and the bring-up: before the first port is up, and when all are. Each
+/// returns 0 or the code of what failed.
+struct boot_steps {
+    std::function<int()> begin;
+    std::function<int()> finish;
+};
+
+/// Boots from the stored documents in a copy of this device that has nothing but its hardware (rehearsal.h
+/// says what a copy is), with the leases and sessions that the device has, and compares the outcome with the
+/// running system. Nothing is changed, and no service is called. This process should have no other thread.
+///
+/// `report` becomes an object (drift.json in /usr/share/networkmanagement/schema/): `findings`, each with its
+/// domain (link, address, route, rule, set, chain, setting, condition, file, unit), name, owner by design,
+/// the lines that are `missing` and those that are `extra`, and a class:
+///   "lost"     described, and missing
+///   "changed"  described, and there with other values
+///   "foreign"  not described, in a range or under a name that is ours by design
+/// `outside`, in the same form, what is not described and not ours, such as the chains of other programs;
+/// `unread`, what could not be compared, and why: a document that cannot be set up, what changed meanwhile.
+/// Secrets are masked.
+///
+/// What moves by itself is not compared: members of sets that daemons fill, values of conditions but for
+/// single_wan_condition, what daemons write, link-local addresses, neighbours, counters, documents
+/// themselves, the units of the boot. A setting that no set-up writes is described by nobody.
+///
+/// 0 without findings, whatever lies outside; NM_ERR_BAD_VALUE with some; NM_ERR_NOT_FOUND, whatever was
+/// found, if something could not be compared; NM_ERR_NULL_ARG if a step is missing.
+int report_drift(const boot_steps& boot, Json::Value& report);
+
+#pragma GCC visibility pop
