@@ -1,6 +1,7 @@
 #!/bin/bash
 # What an operator sees of a device with 200 ports and 10,000 rules of the firewall: the time of nm_bin owners and status
-# against that of reading the same things with ip, ipset and iptables alone. Ratios of one run count.
+# against that of reading the same things with ip, ipset and iptables alone. Ratios of one run count. For drift, which boots
+# the device in a copy, the time of one run and its peak memory.
 set -euo pipefail
 
 [[ -e /run/network/.sandbox ]] || {
@@ -84,3 +85,6 @@ load_rules
 compare owners read_owned nm_bin owners --json
 compare status read_state nm_bin status --json
 compare "its picture" read_state nm_bin status --picture /run/picture.svg
+begun=${EPOCHREALTIME/./}
+peak=$( { command time -f %M nm_bin drift --json >/run/drift.json; } 2>&1 | tail -n 1)
+printf '%-16s %6d ms, peak memory %d MiB\n' drift $(((${EPOCHREALTIME/./} - begun) / 1000)) $((peak / 1024))

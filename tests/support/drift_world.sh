@@ -1,5 +1,6 @@
 # shellcheck shell=bash
 # Changes of a site that is up, and what drift has to say of each. Sourced.
+# shellcheck disable=SC2034  # the tests read the variables
 source "$(dirname "${BASH_SOURCE[0]}")/site_world.sh"
 
 # In the sandbox no kernel has conditions, so this step of every bring-up fails there.
