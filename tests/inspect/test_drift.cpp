@@ -121,17 +121,18 @@ TEST(DriftLevel, IndexesAreThoseOfTheDeviceAndWhatMovesDoesNotCount) {
 
 TEST_F(Drift, TheReportIsWhatItsSchemaSays) {
     put("/etc/networkmanagement/firewall.json", "{");
-    run("ip rule add pref 33 lookup 100; ip link add br7 type bridge; ip link set br7 up");
+    run("ip rule add pref 33 lookup 100; ip link add br8 type bridge; ip link set br8 up");
     const auto done = [] { return NM_OK; };
     Json::Value report;
     EXPECT_EQ(report_drift({done, done}, report), NM_ERR_NOT_FOUND);
     EXPECT_TRUE(conforms("drift.json", report)) << report;
     EXPECT_EQ(report["unread"][0]["what"], "/etc/networkmanagement/firewall.json") << report["unread"];
-    EXPECT_EQ(report["outside"][0]["name"], "br7") << report["outside"];
+    EXPECT_EQ(report["outside"][0]["name"], "br8") << report["outside"];
     EXPECT_EQ(report_drift({done, nullptr}, report), NM_ERR_NULL_ARG);
     EXPECT_EQ(report_drift({done, []() -> int { throw 7; }}, report), NM_ERR_NOT_FOUND);
     EXPECT_EQ(report["unread"][0]["reason"], "the request was left with the code 7");
     EXPECT_TRUE(conforms("drift.json", report)) << report;
+    run("ip link del br8; ip rule del pref 33; rm /etc/networkmanagement/firewall.json");
 }
 
 }  // namespace
