@@ -33,6 +33,7 @@
 #include "inspect/drift.h"
 #include "inspect/network_state.h"
 #include "inspect/owners.h"
+#include "inspect/packet_way.h"
 #include "inspect/rehearsal.h"
 #include "inspect/status.h"
 #include "inspect/trace.h"

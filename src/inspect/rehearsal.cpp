@@ -1,8 +1,6 @@
 // The rehearsal of a request.
 #include "inspect/rehearsal.h"
 
-#include <iterator>
-
 #include "inspect/rehearsal_run.h"
 #include "inspect/world_copy.h"
 #include "log.h"
@@ -10,35 +8,13 @@
 
 namespace {
 
-using nm::Domain;
 using nm::Original;
 using nm::World;
-
-/// Some settings exist in the device's first network only, and no namespace has them. The shared ones count
-/// nevertheless: their copies are missing.
-void forget_first_network(const Original& original, const nm::Things& copy, nm::Things& settings) {
-    for (auto setting = settings.begin(); setting != settings.end();) {
-        const bool is_shared = original.settings.count("/proc/sys/net/" + setting->first) > 0;
-        const bool is_missing = !is_shared && copy.count(setting->first) == 0;
-        setting = is_missing ? settings.erase(setting) : std::next(setting);
-    }
-}
-
-/// Files are copied as they are, and units are recorded.
-Json::Value unlike(const Original& original, World copy) {
-    copy.erase(Domain::File);
-    copy.erase(Domain::Unit);
-    World device = nm::describe_world(original.source);
-    forget_first_network(original, copy[Domain::Setting], device[Domain::Setting]);
-    Json::Value changes(Json::arrayValue);
-    nm::append_differences(device, copy, changes);
-    return changes;
-}
 
 /// What would go on in a way that the copy cannot show.
 void note_unlike(const char* what, Json::Value& changes) {
     Json::Value change;
-    change["domain"] = nm::domain_name(Domain::Unit);
+    change["domain"] = nm::domain_name(nm::Domain::Unit);
     change["name"] = what;
     change["change"] = "changed";
     change["removed"] = Json::arrayValue;
@@ -55,7 +31,7 @@ Json::Value work_in_copy(const std::function<int()>& request, const Original& or
     nm::learn_documents(secrets);
     const World before = nm::look_when_settled();
     Json::Value report;
-    report["unlike"] = unlike(original, before);
+    report["unlike"] = nm::unlike_device(original, before);
     report["answer"] = nm::answer_to(request);
     if (!nm::await_background()) {
         note_unlike("processes that go on in the background", report["unlike"]);

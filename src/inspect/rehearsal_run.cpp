@@ -7,6 +7,7 @@
 #include <chrono>
 #include <exception>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include "inspect/world_files.h"
@@ -36,6 +37,16 @@ void note_target(const char* target, int code) {
     row["target"] = target;
     row["code"] = code;
     (*answer_in_work)["targets"].append(row);
+}
+
+/// Some settings exist in the device's first network only, and no namespace has them. The shared ones count
+/// nevertheless: their copies are missing.
+void forget_first_network(const Original& original, const Things& copy, Things& settings) {
+    for (auto setting = settings.begin(); setting != settings.end();) {
+        const bool is_shared = original.settings.count("/proc/sys/net/" + setting->first) > 0;
+        const bool is_missing = !is_shared && copy.count(setting->first) == 0;
+        setting = is_missing ? settings.erase(setting) : std::next(setting);
+    }
 }
 
 World look() {
@@ -137,6 +148,17 @@ World look_when_settled() {
         world = std::move(later);
     }
     return world;
+}
+
+/// Files are copied as they are, and units are recorded.
+Json::Value unlike_device(const Original& original, World copy) {
+    copy.erase(Domain::File);
+    copy.erase(Domain::Unit);
+    World device = describe_world(original.source);
+    forget_first_network(original, copy[Domain::Setting], device[Domain::Setting]);
+    Json::Value changes(Json::arrayValue);
+    append_differences(device, copy, changes);
+    return changes;
 }
 
 std::string printed_text(int output) {

@@ -38,6 +38,9 @@ Json::Value answer_to(const std::function<int()>& request);
 /// background, as it does on the device: carriers and addresses of their own that follow.
 World look_when_settled();
 
+/// What the copy has otherwise than the device, as a list of changes; `copy` is how it was before the play.
+Json::Value unlike_device(const Original& original, World copy);
+
 /// What the request and its commands have printed. They share the descriptor's place in it, which stays.
 std::string printed_text(int output);
 

@@ -36,6 +36,8 @@ constexpr std::array kCommands{
             "what this would change and answer: it is worked in a copy of the device, and not here"},
     Command{"trace", "ENTRY|COMMAND [ARGUMENT]...", 1, kAny, trace,
             "make this change, and say where its time went, step by step"},
+    Command{"explain", "SRC DST [PROTO [SPORT] DPORT]", 2, 5, explain_packet_way,
+            "the way of such a packet: it is sent through a copy of the device, and traced there"},
     Command{
         "drift", "", 0, 0, drift,
         "what the running system has otherwise than the stored documents describe: lost, changed, foreign"},

@@ -135,6 +135,10 @@ Words name_words(const Arguments& words) {
     return words.size() == 2 ? stored_names() : Words();
 }
 
+Words device_words(const Arguments& words) {
+    return words[words.size() - 2] == "--in" ? stored_names() : Words();
+}
+
 /// What follows a command; commands that are not here take files or nothing.
 struct Follower {
     std::string_view command;
@@ -146,7 +150,7 @@ constexpr Follower kFollowers[] = {
     {"delete", delete_words},    {"show", name_words},
     {"log", name_words},         {"codes", [](const Arguments&) { return code_words(); }},
     {"check", document_words},   {"migrate", document_words},
-    {"changes", document_words},
+    {"changes", document_words}, {"explain", device_words},
 };
 
 Words options_of(const std::string& command) {
@@ -156,7 +160,8 @@ Words options_of(const std::string& command) {
     }
     for (const Command& row : commands()) {
         if (row.name == command) {
-            words.merge(Words{"--text", "--dry-run", "--follow", "--lines", "--watch", "--picture", "--out"});
+            words.merge(
+                Words{"--text", "--dry-run", "--follow", "--lines", "--watch", "--picture", "--out", "--in"});
         }
     }
     return words;

@@ -22,6 +22,7 @@ struct Options {
     bool watch = false;
     std::string picture = {};
     std::string out = {};
+    std::string device = {};
     size_t lines = 20;
 };
 

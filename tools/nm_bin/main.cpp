@@ -67,6 +67,7 @@ void print_usage() {
            "  --dry-run    of set, add, delete, undo and migrate: show the change, and make none\n"
            "  -f, --follow       of log: go on with what is logged from now on\n"
            "  -n, --lines COUNT  of log: so many lines (20)\n"
+           "  --in DEVICE        of explain: the packet comes in by it\n"
            "  --watch            of status: show it anew every two seconds\n"
            "  --picture FILE     of status: draw it into this file (SVG)\n"
            "  --out FILE         of trace: write the steps into this file, for viewers of traces (JSON)\n"
@@ -130,6 +131,11 @@ bool take_out(const std::string& word, Line& line) {
     return !word.empty();
 }
 
+bool take_device(const std::string& word, Line& line) {
+    line.options.device = word;
+    return !word.empty();
+}
+
 /// An option of one command with a value behind it.
 struct ValueOption {
     const char* command;
@@ -142,6 +148,7 @@ struct ValueOption {
 constexpr std::array kValueOptions{
     ValueOption{"log", "-n", "--lines", take_count, " takes a number"},
     ValueOption{"status", "--picture", "--picture", take_picture, " takes a file"},
+    ValueOption{"explain", "--in", "--in", take_device, " takes a device"},
     ValueOption{"trace", "--out", "--out", take_out, " takes a file"}};
 
 const ValueOption* find_value_option(const std::string& word, const Line& line) {

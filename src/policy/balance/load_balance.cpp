@@ -20,6 +20,7 @@
 #include "peers/bus/bus_exchange.h"
 #include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
+#include "policy/common/rule_sources.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
@@ -44,6 +45,8 @@ constexpr Chain kSiteToSite{nm::kSiteBalanceChain, "", 0};
 constexpr Chain kWithoutMpls{nm::kPlainSiteBalanceChain, "", 0};
 constexpr Chain kLanToWan{nm::kLanBalanceChain, nm::kLanBalanceCondition, nm::kLanToWan};
 
+constexpr const char* kUplinks = "/WAN_PORT";
+constexpr const char* kPrivatePorts = "/PRIVATE_PORT";
 constexpr const char* kSingleWan = "single_wan_condition";
 
 /// Member `key` as text; what is no text and no number counts as absent.
@@ -114,8 +117,19 @@ std::string mark_of(const Chain& chain, const std::string& interface) {
     return std::to_string(port_of(interface) + static_cast<int>(chain.flag)) + "/" + chain.mask();
 }
 
+/// A rule that follows from the ports as a whole.
 std::string rule(const Chain& chain, const std::string& rest) {
-    return nm::append_rule(chain.name, rest);
+    return nm::from_source({"", kUplinks}, nm::append_rule(chain.name, rest));
+}
+
+/// A rule of one of the ports in a section.
+std::string port_rule(const Chain& chain, const char* section, const std::string& interface,
+                      const std::string& rest) {
+    return nm::from_source({"", section, interface}, nm::append_rule(chain.name, rest));
+}
+
+std::string port_rule(const Chain& chain, const load_balance_if& candidate, const std::string& rest) {
+    return port_rule(chain, "", candidate.interface, rest);
 }
 
 std::string condition(const Chain& chain, const load_balance_if& candidate, bool negated = false) {
@@ -146,8 +160,9 @@ std::string chosen_returns(const Chain& chain) {
 std::string wiping_rules(const Chain& chain, const Candidates& candidates) {
     std::string text;
     for (const load_balance_if& candidate : candidates) {
-        text += rule(chain, " -m mark --mark " + mark_of(chain, candidate.interface) +
-                                condition(chain, candidate, true) + set_mark("0x0/" + chain.mask()));
+        text += port_rule(chain, candidate,
+                          " -m mark --mark " + mark_of(chain, candidate.interface) +
+                              condition(chain, candidate, true) + set_mark("0x0/" + chain.mask()));
     }
     return text;
 }
@@ -176,9 +191,10 @@ std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
     for (size_t i = candidates.size() - 1; i > 0; --i) {
         const load_balance_if& candidate = candidates[i];
         const auto rate = static_cast<double>(candidate.rate);
-        text += rule(chain, nm::unmarked_match(egress_mask()) + condition(chain, candidate) +
-                                " -m statistic --mode random --probability " + probability(rate, remaining) +
-                                set_mark(mark_of(chain, candidate.interface)));
+        text += port_rule(chain, candidate,
+                          nm::unmarked_match(egress_mask()) + condition(chain, candidate) +
+                              " -m statistic --mode random --probability " + probability(rate, remaining) +
+                              set_mark(mark_of(chain, candidate.interface)));
         remaining -= rate;
     }
     return text;
@@ -188,8 +204,9 @@ std::string statistic_rules(const Chain& chain, const Candidates& candidates) {
 std::string remaining_rules(const Chain& chain, const Candidates& candidates) {
     std::string text;
     for (const load_balance_if& candidate : candidates) {
-        text += rule(chain, nm::unmarked_match(chain.mask()) + condition(chain, candidate) +
-                                set_mark(mark_of(chain, candidate.interface)));
+        text += port_rule(chain, candidate,
+                          nm::unmarked_match(chain.mask()) + condition(chain, candidate) +
+                              set_mark(mark_of(chain, candidate.interface)));
     }
     return text;
 }
@@ -204,8 +221,9 @@ std::string private_wiping_rules(const Json::Value& ports) {
     for (const Json::Value& entry : ports) {
         const std::string interface = text_of(entry, "INTERFACE", "");
         if (!interface.empty()) {
-            text += rule(kWithoutMpls, " -m mark --mark " + mark_of(kWithoutMpls, interface) +
-                                           set_mark("0x0/" + egress_mask()));
+            text += port_rule(
+                kWithoutMpls, kPrivatePorts, interface,
+                " -m mark --mark " + mark_of(kWithoutMpls, interface) + set_mark("0x0/" + egress_mask()));
         }
     }
     return text;
@@ -213,13 +231,13 @@ std::string private_wiping_rules(const Json::Value& ports) {
 
 std::string site_to_site_ip4(const Candidates& all, const Candidates& uplinks,
                              const Json::Value& private_ports) {
-    return nm::table_script(nm::kRestoreIp4, "mangle",
-                            "-F S2SLB\n-F S2SLB_WITHOUT_MPLS\n" + connmark(kSiteToSite, "restore") +
-                                wiping_rules(kSiteToSite, all) +
-                                "-A S2SLB -m set ! --match-set mpls_rlan dst -j S2SLB_WITHOUT_MPLS\n" +
-                                chosen_returns(kSiteToSite) + choice(kSiteToSite, all) +
-                                private_wiping_rules(private_ports) + chosen_returns(kWithoutMpls) +
-                                choice(kWithoutMpls, uplinks));
+    return nm::table_script(
+        nm::kRestoreIp4, "mangle",
+        "-F S2SLB\n-F S2SLB_WITHOUT_MPLS\n" + connmark(kSiteToSite, "restore") +
+            wiping_rules(kSiteToSite, all) +
+            rule(kSiteToSite, " -m set ! --match-set mpls_rlan dst -j S2SLB_WITHOUT_MPLS") +
+            chosen_returns(kSiteToSite) + choice(kSiteToSite, all) + private_wiping_rules(private_ports) +
+            chosen_returns(kWithoutMpls) + choice(kWithoutMpls, uplinks));
 }
 
 /// There are no private circuits for IPv6, and a connection stays with its port even when that has died.

@@ -13,6 +13,7 @@
 #include "policy/common/named_services.h"
 #include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
+#include "policy/common/rule_sources.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
@@ -23,6 +24,7 @@ namespace {
 constexpr const char* kFirewallPath = "/etc/networkmanagement/firewall.json";
 constexpr const char* kRestoreSets = "/bin/cat <<- EOF | /sbin/ipset restore";
 constexpr Json::ArrayIndex kMostRules = 100;
+constexpr const char* kForwards = "/PORT_FORWARDING";
 constexpr int kEverywhere = 0;  // mode of get_ifname(): ports of all kinds
 
 /// Numbers count as their text. An object or a list is shown as JSON, which is not plain: its entry is
@@ -295,11 +297,17 @@ void fill_sets(const std::string& created, const std::vector<std::string>& fills
     }
 }
 
+nm::RuleSource source_of(Json::ArrayIndex index) {
+    return {"", std::string(kForwards) + "/" + std::to_string(index)};
+}
+
 int load_forwards(const Json::Value& old_rules, Json::Value& rules, Json::Value& device, std::string& error) {
     std::vector<std::string> fills(rules.size());
     std::string forwards = std::string("-F ") + nm::kForwardChain + "\n-F HAIRPIN_FWD\n-F HAIRPIN_MASQ\n";
     for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
-        gen_dnat_rule(rules[i], device, fills[i], forwards);
+        std::string lines;
+        gen_dnat_rule(rules[i], device, fills[i], lines);
+        forwards += nm::from_source(source_of(i), lines);
     }
     fill_sets(new_sets(old_rules, rules), fills);
     return load("nat", nm::kForwardChain, forwards, rules, error);
@@ -313,11 +321,15 @@ int load_reply_marks(const std::string& path, Json::Value& rules, Json::Value& d
         return ret;
     }
     std::string lines = std::string("-F ") + nm::kReplyMarkChain + "\n";
-    for (Json::Value& rule : rules) {
-        gen_dnat_prerouting_rule(rule, device, wans, lines);
+    for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+        std::string marks;
+        gen_dnat_prerouting_rule(rules[i], device, wans, marks);
+        lines += nm::from_source(source_of(i), marks);
     }
     const std::string flag = std::to_string(nm::kDnatReply);
-    lines += nm::append_rule(nm::kReplyMarkChain, " -m mark --mark " + flag + "/" + flag + " -j ACCEPT");
+    lines += nm::from_source(
+        {"", kForwards},
+        nm::append_rule(nm::kReplyMarkChain, " -m mark --mark " + flag + "/" + flag + " -j ACCEPT"));
     return load("mangle", nm::kReplyMarkChain, lines, rules, error);
 }
 

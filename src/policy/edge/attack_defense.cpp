@@ -5,6 +5,7 @@
 
 #include "log.h"
 #include "policy/common/restore_script.h"
+#include "policy/common/rule_sources.h"
 #include "utils/process.h"
 
 namespace {
@@ -34,7 +35,8 @@ constexpr struct {
 };
 
 std::string drop_rule(const std::string& match) {
-    return nm::append_rule("ATTACK_DEFENSE", " " + match + " -j DROP");
+    return nm::from_source({"", "/ATTACK_DEFENSE"},
+                           nm::append_rule("ATTACK_DEFENSE", " " + match + " -j DROP"));
 }
 
 std::string ip_option_rule(uint32_t flags) {

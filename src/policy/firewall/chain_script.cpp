@@ -8,6 +8,7 @@
 #include "kernel/vlan.h"
 #include "log.h"
 #include "policy/common/restore_script.h"
+#include "policy/common/rule_sources.h"
 #include "policy/firewall/firewall.h"
 #include "policy/firewall/hostname_sets.h"
 #include "result_codes.h"
@@ -101,12 +102,13 @@ std::string ChainScript::chain_of(const Json::Value& key) const {
 }
 
 bool ChainScript::add_rules(const std::string& key, const std::string& name, const Json::Value& rules) {
+    const std::string pointer = "/RULES/" + json_pointer_token(key) + "/";
     for (Json::ArrayIndex i = 0; rules.isArray() && i < rules.size(); ++i) {
         const std::optional<std::string> lines = writer_.write(rules[i], name);
         if (!lines) {
             return refuse(key + " rule" + std::to_string(i + 1));
         }
-        lines_ += *lines;
+        lines_ += from_source({"", pointer + std::to_string(i)}, *lines);
     }
     return true;
 }
@@ -124,12 +126,15 @@ bool ChainScript::add_segment(const std::string& key, const std::string& name, c
     return add_rules(key, name, rules);
 }
 
-bool ChainScript::add_jump(const std::string& match, const std::string& ifname, const std::string& name) {
+bool ChainScript::add_jump(const std::string& place, const std::string& match, const std::string& ifname,
+                           const std::string& name) {
     if (!is_plain(name) || !(ifname.empty() || is_plain(ifname))) {
         NM_LOG(Error) << "Bad jump from " << ifname << " to " << name;
         return refuse("SEGMENT_DEPLOYED");
     }
-    lines_ += append_rule(plan_.chain, match + (ifname.empty() ? "" : " -i " + ifname) + " -j " + name);
+    const std::string jump = match + (ifname.empty() ? "" : " -i " + ifname) + " -j " + name;
+    lines_ +=
+        from_source({"", "/SEGMENT_DEPLOYED/" + json_pointer_token(place)}, append_rule(plan_.chain, jump));
     return true;
 }
 

@@ -27,13 +27,13 @@ bool deploy(nm::ChainScript& script) {
     const Json::Value& deployed = nm::json_member(script.config(), "SEGMENT_DEPLOYED");
     const std::string guard = guard_of(script.chain());
     const std::string site = script.chain_of(nm::json_member(deployed, "SITE"));
-    if (!site.empty() && !script.add_jump(guard, "", site)) {
+    if (!site.empty() && !script.add_jump("SITE", guard, "", site)) {
         return false;
     }
     for (const std::string& place : script.places()) {
         const std::string ifname = script.device_of(place, kLanPorts);
         const std::string name = script.chain_of(deployed[place]);
-        if (!ifname.empty() && !name.empty() && !script.add_jump(guard, ifname, name)) {
+        if (!ifname.empty() && !name.empty() && !script.add_jump(place, guard, ifname, name)) {
             return false;
         }
     }

@@ -8,6 +8,7 @@
 #include "log.h"
 #include "policy/common/packet_names.h"
 #include "policy/common/restore_script.h"
+#include "policy/common/rule_sources.h"
 #include "policy/firewall/chain_script.h"
 #include "result_codes.h"
 #include "utils/json_text.h"
@@ -21,10 +22,14 @@ constexpr int kAnyPorts = 0;
 // The commands are found by PATH here, unlike everywhere else.
 constexpr const char* kHead = "cat <<- EOF | iptables-restore -n 2>&1";
 
-uint32_t default_class() {
+/// The stored one, null if there is none.
+Json::Value stored_class() {
     Json::Value document;
     (void)json_file_to_mem(kQosPath, document);  // without it the default holds
-    const Json::Value& value = nm::json_member(nm::json_member(document, "QOS"), "DEFAULT_CLASS");
+    return nm::json_member(nm::json_member(document, "QOS"), "DEFAULT_CLASS");
+}
+
+uint32_t class_of(const Json::Value& value) {
     if (value.isString()) {
         return static_cast<uint32_t>(atoi(value.asCString()));
     }
@@ -40,14 +45,14 @@ bool deploy_at(nm::ChainScript& script, const std::string& place, const Json::Va
     }
     const std::string name = script.chain_of(segment);
     if (!name.empty()) {
-        return script.add_jump("", ifname, name);
+        return script.add_jump(place, "", ifname, name);
     }
     const Json::Value& rules = nm::json_member(nm::json_member(script.config(), "RULES"), segment.asString());
     if (!rules.isArray() || rules.empty()) {
         return true;
     }
     const std::string own = nm::segment_name(nm::kClassChain, place);
-    return script.add_segment(segment.asString(), own, rules) && script.add_jump("", ifname, own);
+    return script.add_segment(segment.asString(), own, rules) && script.add_jump(place, "", ifname, own);
 }
 
 bool deploy(nm::ChainScript& script) {
@@ -64,8 +69,12 @@ bool deploy(nm::ChainScript& script) {
 
 int setup_firewall_policy(Json::Value& old_config, Json::Value& new_config, std::string& error) {
     NM_LOG(Debug) << "Enter";
-    const std::string mark = nm::hex_mark(nm::marked(nm::kQosClass, default_class()));
-    const std::string first = nm::append_rule(nm::kClassChain, nm::set_field(mark, nm::kQosClass.mask));
+    const Json::Value stored = stored_class();
+    const nm::RuleSource source =
+        stored.isNull() ? nm::RuleSource{"", ""} : nm::RuleSource{kQosPath, "/QOS/DEFAULT_CLASS"};
+    const std::string mark = nm::hex_mark(nm::marked(nm::kQosClass, class_of(stored)));
+    const std::string first =
+        nm::from_source(source, nm::append_rule(nm::kClassChain, nm::set_field(mark, nm::kQosClass.mask)));
     const nm::ChainPlan plan{kHead, "mangle", nm::kClassChain, false, first, deploy};
     return NM_EXIT(nm::apply_chain(plan, old_config, new_config, error));
 }
