@@ -14,6 +14,7 @@
 #include "inspect/packet_way.h"
 #include "kernel_world.h"
 #include "policy/common/rule_sources.h"
+#include "utils/json_text.h"
 
 using namespace kernel_world;
 
@@ -25,6 +26,12 @@ nm::Flow flow_of(const packet_question& question) {
     nm::Flow flow;
     EXPECT_EQ(nm::read_flow(question, flow), "");
     return flow;
+}
+
+Json::Value parsed(const std::string& text) {
+    Json::Value value;
+    EXPECT_TRUE(nm::parse_json(text, value)) << text;
+    return value;
 }
 
 /// The sum of RFC 1071 over all of it, which is 0xffff where its own checksum is right.
