@@ -166,7 +166,7 @@ TEST_F(PacketWay, ReportsOfTheTraceBecomeSteps) {
     ASSERT_EQ(steps.list.size(), 3U) << steps.list;
     EXPECT_EQ(steps.list[0]["target"], "STEER");
     EXPECT_EQ(steps.list[1]["writes"].size(), 2U);
-    EXPECT_EQ(steps.list[1]["writes"][0]["after"], 2);
+    EXPECT_EQ(steps.list[1]["writes"][0]["after"], 2U);
     EXPECT_EQ(steps.drop["text"], "policy DROP");
     EXPECT_EQ(steps.states.front().mark, 0x2002U) << "as the hook has left it";
     EXPECT_EQ(steps.states.back().flow.destination_port, 8080);
@@ -185,7 +185,7 @@ TEST_F(PacketWay, MarksAreNamedFieldByField) {
     const Json::Value fields = nm::mark_fields(0x2945);
     ASSERT_EQ(fields.size(), 4U) << fields;
     EXPECT_EQ(fields[1]["bits"], "0x3c0");
-    EXPECT_EQ(fields[1]["value"], 5);
+    EXPECT_EQ(fields[1]["value"], 5U);
     EXPECT_EQ(nm::mark_changes(0x4000, 0)[0]["field"], "nobody's bits");
     const Json::Value sets = nm::sets_of(
         "-m set ! --match-set lan dst -m comment --comment \"--match-set no src\" -m set --match-set os.x "
@@ -221,7 +221,8 @@ TEST_F(PacketOnCables, TheReportIsAsItsSchemaSays) {
         ">/proc/sys/net/ipv4/ip_forward;"
         "ip link add br7 type bridge; ip link set nw2 master br7; ip link set br7 up; ip addr del "
         "10.8.0.1/24 dev nw2; ip addr add 10.8.0.1/24 dev br7;"
-        "iptables -A FORWARD -p udp -j DROP; iptables -t nat -A POSTROUTING -o br7 -j SNAT --to-source "
+        "iptables -A FORWARD -p udp -j DROP; iptables -t nat -A POSTROUTING -p tcp -o br7 -j SNAT "
+        "--to-source "
         "10.8.0.1:700");
     const std::tuple<packet_question, int, const char*> rows[] = {
         {{"10.7.0.2", "10.8.0.2", "tcp", "", "80", ""}, NM_OK, "sent"},
