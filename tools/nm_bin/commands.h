@@ -62,8 +62,8 @@ int plan(const Arguments& words, const Options& options);
 /// it, kExitUsage if something could not be compared.
 int drift(const Arguments& words, const Options& options);
 
-/// The way of a packet through the device: kExitFailed if it is dropped, kExitUsage if it cannot be sent or something
-/// could not be found out.
+/// The way of a packet through the device: kExitFailed if it is dropped, kExitUsage if it cannot be sent or
+/// something could not be found out.
 int explain_packet_way(const Arguments& words, const Options& options);
 
 /// Whether `plan` takes a command or an entry of this name.

@@ -52,8 +52,8 @@ public:
     /// script, and fills it.
     bool add_segment(const std::string& key, const std::string& name, const Json::Value& rules);
 
-    /// Appends to the top chain the jump to `name`, which is deployed at `place`, for what `match` (which begins
-    /// with a blank, or is empty) and the input device `ifname` (any if empty) meet.
+    /// Appends to the top chain the jump to `name`, which is deployed at `place`, for what `match` (which
+    /// begins with a blank, or is empty) and the input device `ifname` (any if empty) meet.
     bool add_jump(const std::string& place, const std::string& match, const std::string& ifname,
                   const std::string& name);
 
