@@ -205,18 +205,23 @@ void level_settings(World& described, World& running) {
     erase_things(present, [&kept](const std::string& name) { return kept.count(name) == 0; });
 }
 
-/// The DHCPv6 and SLAAC client sets those of its device as it needs them.
+/// The device of the DHCPv6 and SLAAC client that the unit is; empty for other units.
+std::string device_of_client(const std::string& unit) {
+    const std::string client = kDhcp6ClientUnit;
+    return unit.rfind(client, 0) == 0 ? unit.substr(client.size(), unit.rfind(".service") - client.size())
+                                      : "";
+}
+
+/// That client sets those of its device as it needs them, among them what becomes of secondary addresses.
 void forget_client_settings(World& described) {
-    const Things units = described[Domain::Unit];
-    erase_things(described[Domain::Setting], [&units](const std::string& setting) {
-        return std::any_of(units.begin(), units.end(), [&setting](const auto& unit) {
-            const std::string& name = unit.first;
-            const std::string client = kDhcp6ClientUnit;
-            const std::string device = name.substr(std::min(client.size(), name.size()));
-            return name.rfind(client, 0) == 0 &&
-                   setting.rfind("ipv6/conf/" + device.substr(0, device.rfind(".service")) + "/", 0) == 0;
+    Things& settings = described[Domain::Setting];
+    for (const auto& [unit, lines] : described[Domain::Unit]) {
+        const std::string device = device_of_client(unit);
+        erase_things(settings, [&device](const std::string& setting) {
+            return !device.empty() && (setting.rfind("ipv6/conf/" + device + "/", 0) == 0 ||
+                                       setting == "ipv4/conf/" + device + "/promote_secondaries");
         });
-    });
+    }
 }
 
 }  // namespace

@@ -96,7 +96,11 @@ TEST(DriftLevel, IndexesAreThoseOfTheDeviceAndWhatMovesDoesNotCount) {
     described[Domain::Rule]["IPv6 rules"] = {"12: from a lookup 251", "129: from a lookup 264",
                                              "144: from b lookup 265", "32766: from all lookup main"};
     described[Domain::Set] = {{"rlan", {"type hash:net"}}, {"lan", {"type hash:net", "1"}}};
-    described[Domain::Setting] = {{"ipv4/conf/all/x", {"0"}}, {"ipv4/conf/eth1/x", {"0"}}, {"core/y", {"1"}}};
+    described[Domain::Setting] = {{"ipv4/conf/all/x", {"0"}},
+                                  {"ipv4/conf/eth1/x", {"0"}},
+                                  {"ipv4/conf/eth2/promote_secondaries", {"0"}},
+                                  {"core/y", {"1"}}};
+    described[Domain::Unit]["nm-dhcpcd@eth2.service"] = {"active"};
     described[Domain::File]["/etc/hosts"] = {"b", "a"};
     World running;
     running[Domain::Route]["IPv6 table 265"] = {"default dev eth1"};
@@ -106,11 +110,14 @@ TEST(DriftLevel, IndexesAreThoseOfTheDeviceAndWhatMovesDoesNotCount) {
                                            "145: from a lookup 265", "32766: from all lookup main"};
     running[Domain::Set] = {
         {"rlan", {"type hash:net", "9"}}, {"lan", {"type hash:net", "2"}}, {"os.x", {"type hash:ip"}}};
-    running[Domain::Setting] = {
-        {"ipv4/conf/all/x", {"1"}}, {"ipv4/conf/eth1/x", {"1"}}, {"core/y", {"1"}}, {"core/z", {"1"}}};
+    running[Domain::Setting] = {{"ipv4/conf/all/x", {"1"}},
+                                {"ipv4/conf/eth1/x", {"1"}},
+                                {"ipv4/conf/eth2/promote_secondaries", {"1"}},
+                                {"core/y", {"1"}},
+                                {"core/z", {"1"}}};
     running[Domain::File] = {{"/etc/hosts", {"a", "b"}}, {"/run/network/.boot_fin", {""}}};
     running[Domain::Address]["eth1"] = {"fe80::1/64 scope link"};
-    running[Domain::Unit]["nm-bringup.service"] = {"active"};
+    running[Domain::Unit] = {{"nm-bringup.service", {"active"}}, {"nm-dhcpcd@eth2.service", {"active"}}};
     nm::level_worlds(described, {{"br_v1", 8}, {"br_v2", 9}}, running, {{"br_v1", 9}, {"br_v2", 8}});
     Json::Value changes(Json::arrayValue);
     nm::append_differences(described, running, changes);

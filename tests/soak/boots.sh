@@ -46,6 +46,14 @@ far1 asks the forward: far5
 far6 reaches the branch: 1$more" ]]
 }
 
+# What the booted device has otherwise than its documents describe. A sandbox's kernel lacks a match of the balancing.
+drifted() {
+    local found status=0
+    [[ -e /run/vm ]] || return 0
+    found=$(nm_bin drift --json) || status=$?
+    [[ $status == 0 ]] || echo "failed: drift ($status): $(jq -c '[.unread, (.findings // .)]' <<<"$found" | head -c 3000)"
+}
+
 # A line on a boot that is done: its order, its failed units, whether the site works, how long it took.
 inspect() {
     local order failed
@@ -55,6 +63,7 @@ inspect() {
         echo "wrong order: $order"
     [[ -z $failed ]] || echo "failed: $failed"
     works || { echo "the site does not work:" && report; }
+    drifted
     echo "booted $(seconds_of nm-boot-finish ActiveEnterTimestampMonotonic) $(seconds_of systemd-journald.service ActiveEnterTimestampMonotonic)"
 }
 
