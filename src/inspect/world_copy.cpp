@@ -2,8 +2,10 @@
 #include "inspect/world_copy.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "config/port_names.h"
 #include "kernel/condition.h"
@@ -118,6 +120,7 @@ private:
     void add_packet_policy();
     void set_settings(bool is_building);
     void let_make_addresses();
+    bool has_links() const;
 
     std::string creation(const Json::Value& device) const;
 
@@ -193,7 +196,7 @@ void Copy::raise_devices() {
 std::string address_line(const Json::Value& device, const Json::Value& address) {
     const bool is_ipv6 = text_of(address, "family") == "inet6";
     const bool has_peer = address.isMember("address");
-    std::string line = "addr add " + text_of(address, "local");
+    std::string line = "addr replace " + text_of(address, "local");  // that of lo is there
     line += has_peer ? " peer " + text_of(address, "address") : "";
     line += "/" + text_of(address, "prefixlen") + words_of(address, {"broadcast", "scope", "label"});
     line += " dev " + name_of(device) + (is_ipv6 ? " nodad" : "");
@@ -264,12 +267,25 @@ void Copy::set_settings(bool is_building) {
     }
 }
 
+/// Whether every link is up that is up on the device. A link comes up after its carrier.
+bool Copy::has_links() const {
+    return std::all_of(devices_.begin(), devices_.end(), [](const Json::Value& device) {
+        return text_of(device, "operstate") != "UP" ||
+               read_file("/sys/class/net/" + name_of(device) + "/operstate").value_or("") == "up\n";
+    });
+}
+
 /// The names that ip-link(8) has for the values of addr_gen_mode.
 constexpr const char* kAddressModes[] = {"eui64", "none", "stable_secret", "random"};
 
 /// Lets them again, from the next occasion on: a device may have another link-local address than it would
-/// make now, and makes that at once where the setting itself is written.
+/// make now, and makes that at once where the setting itself is written, or when its link comes up.
 void Copy::let_make_addresses() {
+    constexpr auto kPause = std::chrono::milliseconds(10);
+    constexpr int kMostPauses = 100;
+    for (int i = 0; i < kMostPauses && !has_links(); ++i) {
+        std::this_thread::sleep_for(kPause);
+    }
     std::string lines;
     for (const Json::Value& device : devices_) {
         const auto setting = source_.settings.find("ipv6/conf/" + name_of(device) + "/addr_gen_mode");

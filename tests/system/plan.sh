@@ -91,6 +91,7 @@ check_links() {
         fi
     done
     mount --rbind /run "$root/memory" && ln -s memory "$root/run" && ln -s spare "$root/tmp"
+    ip link set swdev1 mtu 1300
     same "links in the place of directories" '[0,"swdev1",[]]' \
         "$(chroot "$root" nm_bin --json plan Setup_wanif "{$(of PORT1 4 3)}" | jq -c '[.answer.code, .changes[0].name, .unlike]')"
     umount -Rl "$root"
