@@ -10,8 +10,10 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <new>
 #include <set>
@@ -71,9 +73,10 @@ void end_hold(int handle) {
 }
 
 /// The signals that are handed on wait until somebody asks for them, as does the one of a child's end.
+/// Whoever ignores that one would not learn how the child has ended (wait(2)).
 class HeldSignals {
 public:
-    HeldSignals() {
+    HeldSignals() : child_action_before_(std::signal(SIGCHLD, SIG_DFL)) {
         sigemptyset(&set_);
         sigaddset(&set_, SIGCHLD);
         for (const int signal : kHandedOn) {
@@ -85,7 +88,10 @@ public:
     HeldSignals& operator=(const HeldSignals&) = delete;
     ~HeldSignals() { release(); }
 
-    void release() const { (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    void release() const {
+        (void)std::signal(SIGCHLD, child_action_before_);
+        (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
 
     /// What came; nothing came within a moment if it is not a signal's number. What the terminal sends, it
     /// sends to the child as well.
@@ -97,6 +103,7 @@ public:
     }
 
 private:
+    sighandler_t child_action_before_;
     sigset_t set_{};
     sigset_t before_{};
 };
@@ -127,7 +134,7 @@ void die_with(pid_t parent) {
 /// The status of the child, when it has ended.
 int await(pid_t child, const HeldSignals& signals) {
     int status = 0;
-    while (waitpid(child, &status, WNOHANG) != child) {
+    while (waitpid(child, &status, WNOHANG) == 0) {
         const siginfo_t came = signals.next();
         if (came.si_signo > 0 && came.si_signo != SIGCHLD && came.si_code != SI_KERNEL) {
             (void)kill(child, came.si_signo);
@@ -159,7 +166,9 @@ void learn_loaded(const std::vector<nm::RecordedStep>& steps, secret_words& secr
     }
     for (const std::string& path : paths) {
         Json::Value document;
-        if (nm::parse_json(nm::read_file(path).value_or(""), document)) {
+        std::error_code error;
+        if (std::filesystem::is_regular_file(path, error) &&
+            nm::parse_json(nm::read_file(path).value_or(""), document)) {
             secrets.learn(document);
         }
     }

@@ -35,7 +35,11 @@ std::optional<std::string> RunScope::look(const std::string& command) {
         return known->second;
     }
     try {
-        return scope->seen_[command] = exec(command.c_str());
+        const std::string text = exec(command.c_str());
+        if (!text.empty()) {  // or it could not be started
+            scope->seen_[command] = text;
+        }
+        return text;
     } catch (const std::exception& error) {
         NM_LOG(Error) << error.what() << " cmd: " << command;
         return std::nullopt;

@@ -27,7 +27,7 @@ constexpr int kNameWidth = 10;
 class TraceFile {
 public:
     explicit TraceFile(const std::string& path)
-        : path_(path), fd_(path.empty() ? -1 : open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644)) {}
+        : path_(path), fd_(path.empty() ? -1 : open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)) {}
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
     ~TraceFile() {
@@ -38,18 +38,19 @@ public:
 
     bool is_usable() const { return path_.empty() || fd_ >= 0; }
 
-    bool write(const std::string& text) const {
-        if (path_.empty()) {
-            return true;
+    /// 0, or what errno says.
+    int write(const std::string& text) const {
+        if (!path_.empty() && ftruncate(fd_, 0) != 0 && errno != EINVAL) {  // a pipe or a terminal
+            return errno;
         }
-        const bool is_empty = ftruncate(fd_, 0) == 0 || errno == EINVAL;  // a pipe or a terminal
-        size_t written = 0;
-        ssize_t part = 1;
-        while (written < text.size() && part > 0) {
-            part = ::write(fd_, text.data() + written, text.size() - written);
+        for (size_t written = 0; !path_.empty() && written < text.size();) {
+            const ssize_t part = ::write(fd_, text.data() + written, text.size() - written);
+            if (part < 0 && errno != EINTR) {
+                return errno;
+            }
             written += part > 0 ? static_cast<size_t>(part) : 0;
         }
-        return is_empty && written == text.size();
+        return 0;
     }
 
 private:
@@ -173,8 +174,8 @@ int trace(const Arguments& words, const Options& options) {
     } else {
         print_trace(report);
     }
-    if (!file.write(text)) {
-        (void)failure("cannot write " + options.out + ": " + strerror(errno));  // the status is the request's
+    if (const int error = file.write(text); error != 0) {
+        (void)failure("cannot write " + options.out + ": " + strerror(error));  // the status is the request's
     }
     return end_as(report["answer"]);
 }

@@ -397,6 +397,7 @@ int LanIfaceInfo::edit_guest_rules(const char* action, int (*run)(const std::str
     }
     int ret = NM_OK;
     for (const std::string tool : kTools) {
+        nm::RunScope::forget(tool + kNameGuestRules);  // a run is long, and others may have changed the chain
         for (const auto& [device, side] : kDirections) {
             const std::string rule = std::string("GUESTFORWARD ") + device + " " + *word +
                                      " -m set --match-set lan " + side + " -j DROP";

@@ -107,8 +107,9 @@ bool is_done(const Work& work) {
     return std::all_of(std::begin(kChains), std::end(kChains), [&](const Chain& chain) {
         const auto rules = work.rules.find(&chain);
         const std::string wanted = rules == work.rules.end() ? "" : rules->second;
-        return nm::RunScope::look(command_on(chain, "-S") + " 2>/dev/null") ==
-               std::string("-N ") + chain.name + "\n" + wanted;
+        const std::string list = command_on(chain, "-S") + " 2>/dev/null";
+        nm::RunScope::forget(list);
+        return nm::RunScope::look(list) == std::string("-N ") + chain.name + "\n" + wanted;
     });
 }
 
