@@ -127,6 +127,11 @@ bool is_own(const Json::Value& devices, const PacketAddress& address) {
     return false;
 }
 
+bool is_link_local(const PacketAddress& address) {
+    PacketAddress network;
+    return parse_address("fe80::", network) && is_in_network(address, network, 10);
+}
+
 /// The device in whose network the address is, the narrowest one; empty if there is none.
 std::string neighbour_device(const Json::Value& devices, const PacketAddress& address) {
     std::string device;
@@ -146,6 +151,12 @@ std::string find_entrance(const Json::Value& devices, const packet_question& que
                           Entrance& entrance) {
     if (!question.device.empty()) {
         return enter_by(devices, question.device, entrance);
+    }
+    if (is_link_local(flow.source)) {
+        return flow.source.text() +
+               " is a link-local address, which says nothing of where it is: name the device that it comes "
+               "in "
+               "by, with --in DEVICE";
     }
     if (is_own(devices, flow.source)) {
         entrance.is_local = true;

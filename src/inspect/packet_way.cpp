@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <regex>
 #include <set>
 
 #include "config/nmconfig.h"
@@ -72,10 +73,14 @@ void skip_listening(const Json::Value& devices) {
     }
 }
 
+std::string first_hook(const Look& look) {
+    return look.entrance.is_local ? "OUTPUT" : "PREROUTING";
+}
+
 /// The state in which the routing found the packet: as the first hooks have left it.
 nm::RoutingQuestion routing_question(const Look& look, const Steps& steps) {
     nm::RoutingQuestion question{look.flow, 0, look.entrance.is_local ? "" : look.entrance.device};
-    const std::string first = look.entrance.is_local ? "OUTPUT" : "PREROUTING";
+    const std::string first = first_hook(look);
     for (const nm::HookState& state : steps.states) {
         question.flow = state.flow;
         if (state.hook != first) {
@@ -158,8 +163,7 @@ std::string kernel_reason(const Probe& probe, const Json::Value& routing) {
         return std::string("the kernel refuses the sender: ") + strerror(probe.send_error);
     }
     const std::string refusal = nm::json_string_or(routing, "refusal", "");
-    return refusal.empty() ? "the kernel let it go without a word"
-                           : "the routing has no way for it: " + refusal;
+    return refusal.empty() ? "" : "the routing has no way for it: " + refusal;
 }
 
 void add_verdict(const Probe& probe, const Steps& steps, Json::Value& report) {
@@ -177,8 +181,11 @@ void add_verdict(const Probe& probe, const Steps& steps, Json::Value& report) {
         report["verdict"] = "delivered";
         return;
     }
-    report["dropped_by"] = "kernel";
-    report["why"] = kernel_reason(probe, report["routing"]);
+    const std::string reason = kernel_reason(probe, report["routing"]);
+    if (probe.is_traced || !reason.empty()) {
+        report["dropped_by"] = "kernel";
+        report["why"] = reason.empty() ? "for a reason that it does not count" : reason;
+    }
 }
 
 /// Each rule's source, from chains that are written anew.
@@ -232,8 +239,61 @@ void add_writers(const Json::Value& steps, Json::Value& fields) {
     }
 }
 
-bool is_random(const Json::Value& step) {
-    return step["text"].asString().find(" --mode random ") != std::string::npos;
+/// Whether the rule draws a lot, unless a condition that it asks for is down.
+bool may_draw(const std::string& rule, const nm::Things& conditions) {
+    static const std::regex kCondition("( !)? --condition \"?([^ \"]+)");
+    std::smatch match;
+    const bool asks = std::regex_search(rule, match, kCondition);
+    const auto condition = asks ? conditions.find(match[2]) : conditions.end();
+    const bool is_up =
+        condition == conditions.end() || (condition->second == nm::Lines{"1"}) != match[1].matched;
+    return is_up && rule.find(" --mode random ") != std::string::npos;
+}
+
+/// Whether the rule has drawn a lot, or has marked what a rule before it in the chain may have drawn for: one
+/// that draws and does not match is not in the trace.
+bool is_drawn(const nm::PlacedRule& rule, const Json::Value& step, const Look& look,
+              const nm::Things& chains) {
+    const auto draws = [&look](const std::string& text) {
+        return may_draw(text, look.original.source.conditions);
+    };
+    const auto chain = chains.find(rule.chain);
+    if (step["writes"].empty() || chain == chains.end()) {
+        return draws(rule.text);
+    }
+    const nm::Lines& rules = chain->second;
+    return draws(rule.text) ||
+           std::any_of(rules.begin(), std::find(rules.begin(), rules.end(), rule.text), draws);
+}
+
+bool is_random(const Look& look, const Steps& steps, const nm::Things& chains) {
+    for (Json::ArrayIndex i = 0; i < steps.list.size(); ++i) {
+        if (is_drawn(steps.rules[i], steps.list[i], look, chains)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// What the routing is asked afterwards need not be what it was asked by the packet.
+void add_routing(const Look& look, const Probe& probe, const Steps& steps, const Json::Value& device,
+                 Json::Value& report) {
+    Json::Value& routing = report["routing"] = Json::objectValue;
+    const std::string first = first_hook(look);
+    const bool has_come_there = std::any_of(steps.states.begin(), steps.states.end(),
+                                            [&](const auto& state) { return state.hook != first; });
+    if (!steps.drop.isNull() && !has_come_there) {
+        return;
+    }
+    Json::Value asked = nm::ask_routing(routing_question(look, steps), device);
+    const std::string answer = nm::json_string_or(asked, "device", "");
+    if (probe.has_left && answer != out_device(probe, steps)) {
+        nm::note_unread(
+            report, "the routing",
+            "asked anew, it does not lead to " + out_device(probe, steps) + ", by which the packet has left");
+        return;
+    }
+    routing = std::move(asked);
 }
 
 Json::Value tell(const Look& look, const Probe& probe, const nm::Things& chains) {
@@ -249,11 +309,11 @@ Json::Value tell(const Look& look, const Probe& probe, const nm::Things& chains)
     }
     Steps steps = nm::make_steps(probe.events, look.flow, chains);
     add_packet(look, report);
-    report["routing"] = nm::ask_routing(routing_question(look, steps), device);
+    add_routing(look, probe, steps, device, report);
     add_verdict(probe, steps, report);
     add_left(look, probe, steps, device, report);
     report["mark"] = nm::mark_fields(steps.mark);
-    report["is_random"] = std::any_of(steps.list.begin(), steps.list.end(), is_random);
+    report["is_random"] = is_random(look, steps, chains);
     add_sources(device, steps, report);
     add_writers(steps.list, report["mark"]);
     report["steps"] = steps.list;

@@ -57,8 +57,10 @@ void print_verdict(const Json::Value& report) {
     const std::string verdict = text_of(report, "verdict");
     std::string line = verdict;
     if (verdict == "dropped") {
-        line += " by " + std::string(report["dropped_by"] == "kernel" ? "the kernel" : "a rule") + ": " +
-                text_of(report, "why");
+        line += !report.isMember("dropped_by")
+                    ? ", by whom is not known"
+                    : " by " + std::string(report["dropped_by"] == "kernel" ? "the kernel" : "a rule") +
+                          ": " + text_of(report, "why");
     } else {
         line += verdict == "sent" ? " by " + with_port(report["uplink"]) : " to the device itself";
     }
