@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "config/port_names.h"
 #include "inspect/read_command.h"
 #include "inspect/unit_list.h"
 #include "services/files/line_file.h"
@@ -70,17 +71,37 @@ void read_setting(const fs::path& path, Things& settings) {
     }
 }
 
+/// A directory may be missing, also since a moment ago: that of a device goes with it. Throws
+/// std::runtime_error for one that is there and cannot be read.
+std::vector<fs::directory_entry> entries_of(const fs::path& directory) {
+    std::vector<fs::directory_entry> entries;
+    std::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        entries.push_back(*entry);
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        throw std::runtime_error("cannot look at the device: " + directory.string() + ": " + error.message());
+    }
+    return entries;
+}
+
 /// Neighbour tables have as many settings as all else together, and no set-up touches them.
 Things read_settings() {
     Things settings;
+    std::vector<fs::path> directories;
     for (const char* const tree : kSettingTrees) {
-        std::error_code error;
-        for (fs::recursive_directory_iterator entry(std::string(kSettings) + tree, error), end;
-             !error && entry != end; entry.increment(error)) {
-            if (entry->path().filename() == "neigh") {
-                entry.disable_recursion_pending();
-            } else if (!entry->is_directory(error)) {
-                read_setting(entry->path(), settings);
+        directories.push_back(std::string(kSettings) + tree);
+    }
+    while (!directories.empty()) {
+        const fs::path directory = directories.back();
+        directories.pop_back();
+        for (const fs::directory_entry& entry : entries_of(directory)) {
+            std::error_code error;
+            if (!entry.is_directory(error)) {
+                read_setting(entry.path(), settings);
+            } else if (entry.path().filename() != "neigh") {
+                directories.push_back(entry.path());
             }
         }
     }
@@ -89,10 +110,8 @@ Things read_settings() {
 
 Things read_conditions() {
     Things conditions;
-    std::error_code error;
-    for (fs::directory_iterator entry(kConditions, error), end; !error && entry != end;
-         entry.increment(error)) {
-        conditions[entry->path().filename()] = {trimmed(read_file(entry->path()).value_or(""))};
+    for (const fs::directory_entry& entry : entries_of(kConditions)) {
+        conditions[entry.path().filename()] = {trimmed(read_file(entry.path()).value_or(""))};
     }
     return conditions;
 }
@@ -133,6 +152,13 @@ Lines describe_kind(const Json::Value& device) {
     return {};
 }
 
+/// Only the link layer of Ethernet gives a device an address; the copy of a session has that layer and an
+/// address at random.
+bool has_hardware_address(const Json::Value& device) {
+    const std::string name = json_string_or(device, "ifname", "");
+    return json_string_or(device, "link_type", "") == "ether" && device_of(name) == name;
+}
+
 /// A bridge that was given no address takes one at random, and then that of a member; its link-local address
 /// follows.
 bool has_lasting_address(const Json::Value& device, const Json::Value& devices) {
@@ -151,7 +177,7 @@ Lines describe_link(const Json::Value& device, const Json::Value& devices) {
             lines.push_back(std::string(key) + " " + json_scalar(device[key]));
         }
     }
-    if (has_lasting_address(device, devices)) {
+    if (has_hardware_address(device) && has_lasting_address(device, devices)) {
         lines.push_back("address " + json_string_or(device, "address", ""));
     }
     return lines;
@@ -173,7 +199,7 @@ bool is_of_earlier_mac(const Json::Value& device, const std::string& local) {
 
 /// Whether the address is there for a reason that lasts.
 bool is_lasting(const Json::Value& address, const Json::Value& device, bool has_lasting_mac) {
-    return address["scope"] != "link" ||
+    return address["family"] != "inet6" || address["scope"] != "link" ||
            (has_lasting_mac && !is_of_earlier_mac(device, json_string_or(address, "local", "")));
 }
 
@@ -349,9 +375,12 @@ World describe_world(const WorldSource& source) {
     return world;
 }
 
-Things read_units() {
+Things read_units(std::string* reason) {
     std::vector<ListedUnit> listed;
-    (void)list_units({}, listed);  // where there is no systemd no unit is active
+    const std::string failure = list_units({}, listed);  // where there is no systemd no unit is active
+    if (reason != nullptr) {
+        *reason = failure;
+    }
     Things units;
     for (const ListedUnit& unit : listed) {
         if (unit.state == "active") {

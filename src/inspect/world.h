@@ -51,8 +51,8 @@ WorldSource read_world_source();
 /// They, described. What moves by itself is left out: counters, times, carriers, seeds of hashes.
 World describe_world(const WorldSource& source);
 
-/// The units of ours that are active.
-Things read_units();
+/// The units of ours that are active. Where they cannot be listed there are none, for the `reason`.
+Things read_units(std::string* reason = nullptr);
 
 /// An object of the domains' names, each with an object of things and their lines; and back.
 Json::Value world_to_json(const World& world);

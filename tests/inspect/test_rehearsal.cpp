@@ -132,6 +132,21 @@ TEST(Described, ATimeoutOfASetCountsAndThatOfAMemberDoesNot) {
     EXPECT_EQ(lines, (nm::Lines{"type hash:ip timeout 60", "10.0.0.1"}));
 }
 
+TEST(Described, OnlyALinkLayerWithAddressesOfItsOwnShowsOne) {
+    nm::WorldSource source;
+    ASSERT_TRUE(nm::parse_json(R"([
+        {"ifname": "eth1", "link_type": "ether", "address": "02:00:00:00:00:01"},
+        {"ifname": "ppp-eth1", "link_type": "ppp"},
+        {"ifname": "ppp-eth2", "link_type": "ether", "address": "02:00:00:00:00:02"},
+        {"ifname": "tun0", "link_type": "none"}])",
+                               source.devices));
+    nm::Things links = nm::describe_world(source)[nm::Domain::Link];
+    EXPECT_EQ(links["eth1"], (nm::Lines{"down", "address 02:00:00:00:00:01"}));
+    for (const char* const name : {"ppp-eth1", "ppp-eth2", "tun0"}) {
+        EXPECT_EQ(links[name], nm::Lines{"down"}) << name;
+    }
+}
+
 TEST(Difference, IsTheLeastByLines) {
     using nm::Lines;
     const struct {
