@@ -1,6 +1,8 @@
 // The look for drift.
 #include "inspect/drift.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <exception>
 #include <map>
@@ -22,10 +24,14 @@ namespace {
 /// More than anybody reads.
 constexpr Json::ArrayIndex kMostFindings = 10000;
 
+/// It is there from the end of the boot on.
+constexpr const char* kBootMarker = "/var/run/network/.boot_fin";
+
 /// The running system at one moment.
 struct Running {
     World world;
     Indexes indexes;
+    std::string unlisted;  // why its units are not known
 };
 
 Indexes indexes_of(const Json::Value& object) {
@@ -47,8 +53,9 @@ Running look_at_device() {
     const WorldSource source = read_world_source();
     World world = describe_world(source);
     world[Domain::File] = read_files();
-    world[Domain::Unit] = read_units();
-    Running running{as_text(world), {}};
+    std::string unlisted;
+    world[Domain::Unit] = read_units(&unlisted);
+    Running running{as_text(world), {}, unlisted};
     for (const Json::Value& device : source.devices) {
         running.indexes[json_string_or(device, "ifname", "")] = device["ifindex"].asUInt();
     }
@@ -88,22 +95,14 @@ std::string title_of(const Json::Value& change) {
     return change["domain"].asString() + " " + change["name"].asString();
 }
 
-/// The differences that a later look still shows; what has changed meanwhile cannot be judged.
-Json::Value lasting(const Json::Value& changes, const Json::Value& later, Json::Value& unread) {
-    std::map<std::string, const Json::Value*> still;
-    for (const Json::Value& change : later) {
-        still[title_of(change)] = &change;
-    }
-    Json::Value kept(Json::arrayValue);
+using ChangesByTitle = std::map<std::string, Json::Value>;
+
+ChangesByTitle by_title(const Json::Value& changes) {
+    ChangesByTitle titled;
     for (const Json::Value& change : changes) {
-        const auto found = still.find(title_of(change));
-        if (found != still.end() && *found->second == change) {
-            kept.append(change);
-        } else {
-            add_unread(title_of(change), "it has changed while it was looked at", unread);
-        }
+        titled[title_of(change)] = change;
     }
-    return kept;
+    return titled;
 }
 
 /// The differences between what the copy has come to and what runs.
@@ -111,6 +110,10 @@ Json::Value compare(const Json::Value& described, Running running) {
     World world = world_from_json(described["expected"]);
     level_worlds(world, indexes_of(described["indexes"]), running.world, running.indexes);
     Json::Value changes(Json::arrayValue);
+    if (!running.unlisted.empty()) {
+        world.erase(Domain::Unit);
+        running.world.erase(Domain::Unit);
+    }
     append_differences(world, running.world, changes);
     return changes;
 }
@@ -122,10 +125,23 @@ Json::UInt cut(Json::Value& rows) {
     return omitted;
 }
 
+/// What is known of the device only in part. Before the end of the boot set-ups are still to come.
+void note_partial(const Running& before, const Running& after, Json::Value& unread) {
+    if (access(kBootMarker, F_OK) != 0) {
+        add_unread("the boot", "it is not over", unread);
+    }
+    const std::string& unlisted = before.unlisted.empty() ? after.unlisted : before.unlisted;
+    if (!unlisted.empty()) {
+        add_unread("units", unlisted, unread);
+    }
+}
+
 Json::Value judge(const Json::Value& described, const Running& before, const Running& after) {
     Json::Value report;
     report["unread"] = described["failures"];
-    Json::Value changes = lasting(compare(described, before), compare(described, after), report["unread"]);
+    note_partial(before, after, report["unread"]);
+    Json::Value changes =
+        lasting_changes(compare(described, before), compare(described, after), report["unread"]);
     mask_options(changes);
     std::string reason;
     const OwnersView owners(all_claims(reason));
@@ -172,6 +188,25 @@ Json::Value look_for_drift(const boot_steps& boot) {
 }
 
 }  // namespace
+
+Json::Value lasting_changes(const Json::Value& changes, const Json::Value& later, Json::Value& unread) {
+    const ChangesByTitle now = by_title(later);
+    ChangesByTitle moving = now;
+    Json::Value kept(Json::arrayValue);
+    for (const Json::Value& change : changes) {
+        const auto found = now.find(title_of(change));
+        if (found != now.end() && found->second == change) {
+            kept.append(change);
+            moving.erase(title_of(change));
+        } else {
+            moving[title_of(change)] = change;
+        }
+    }
+    for (const auto& [title, change] : moving) {
+        add_unread(title, "it has changed while it was looked at", unread);
+    }
+    return kept;
+}
 
 }  // namespace nm
 

@@ -25,12 +25,22 @@ struct boot_steps {
 ///   "changed"  described, and there with other values
 ///   "foreign"  not described, in a range or under a name that is ours by design
 /// `outside`, in the same form, what is not described and not ours, such as the chains of other programs;
-/// `unread`, what could not be compared, and why: a document that cannot be set up, what changed meanwhile.
-/// Secrets are masked.
+/// `unread`, what could not be compared, and why: a document that cannot be set up, a lease or a record that
+/// cannot be read, units that cannot be listed, what changed meanwhile, a boot that is not over. Secrets are
+/// masked.
 ///
 /// What moves by itself is not compared: members of sets that daemons fill, values of conditions but for
-/// single_wan_condition, what daemons write, link-local addresses, neighbours, counters, documents
-/// themselves, the units of the boot. A setting that no set-up writes is described by nobody.
+/// single_wan_condition, what daemons write, IPv6 link-local addresses, neighbours, counters, documents
+/// themselves, the units of the boot; nor is what a relay of IPv6 adds while it is described: its rules,
+/// routes and members of ip6_relayed.
+///
+/// Of the settings of the whole device, those that no set-up writes are as they are on the device, on both
+/// sides. Those of single devices are compared with what a new device has, where the two differ, but not
+///   - where both follow that of all devices, or one side lacks the setting;
+///   - ipv6/conf/DEVICE/mtu and hop_limit, ipv4/conf/DEVICE/accept_redirects, and addr_gen_mode of sessions;
+///   - ipv6/conf/DEVICE/* and promote_secondaries of a device with a DHCPv6 or SLAAC client;
+///   - with a relay of IPv6, all of proxy_ndp, and forwarding of its LAN;
+///   - those of neighbour tables, and net.ipv4.conf.all.forwarding, which ip_forward is too.
 ///
 /// 0 without findings, whatever lies outside; NM_ERR_BAD_VALUE with some; NM_ERR_NOT_FOUND, whatever was
 /// found, if something could not be compared; NM_ERR_NULL_ARG if a step is missing.

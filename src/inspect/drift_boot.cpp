@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <fnmatch.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@
 #include "utils/files.h"
 #include "utils/json_text.h"
 #include "utils/process.h"
+#include "utils/shell_text.h"
 #include "utils/unit_names.h"
 
 namespace nm {
@@ -52,6 +54,10 @@ constexpr const char* kGiven[] = {
     "/etc/networkmanagement/nm_bin.undo*",
     "/etc/networkmanagement/dhclient/*",
     "/etc/networkmanagement/dhclient6/*",
+    // Operators set there how sessions are dialled, and who ends one leaves its mark.
+    "/etc/vpppoe/env/*.env",
+    // The prefixes that were advertised, which no document has any more.
+    "/run/network/ipv6/*.withdrawn*",
     // Sets of host names keep their numbers.
     "/run/network/dnsmasq.d/ipset.conf",
     // Of daemons.
@@ -158,15 +164,26 @@ int report_lease(const std::string& ifname, const DHCP_INFO& lease) {
 
 /// The daemons raise their device before they ask.
 void raise(const std::string& ifname) {
-    (void)system_cmd(("/sbin/ip link set dev " + ifname + " up").c_str());  // one that is gone has failed
+    const std::string device = shell_word(ifname).value_or("''");
+    (void)system_cmd(("/sbin/ip link set dev " + device + " up").c_str());  // one that is gone has failed
 }
 
-/// What of IPv6 the client of a port was given, as the device has it.
+/// What of IPv6 the client of a port was given, as the device has it. The addresses are words of ip(8).
 struct Given6 {
+    int code = NM_OK;  // of reading the record
     Json::Value record;
     Lines addresses;
 };
 using AllGiven6 = std::map<std::string, Given6>;
+
+constexpr const char* kPreferred = " valid_lft 3600 preferred_lft 3600";
+constexpr const char* kDeprecated = " valid_lft 3600 preferred_lft 0";
+
+std::string words_of_given(const Json::Value& address) {
+    return json_string_or(address, "local", "") + "/" + json_scalar(address["prefixlen"]) +
+           (address["noprefixroute"] == true ? " noprefixroute" : "") +
+           (address["deprecated"] == true ? kDeprecated : kPreferred);
+}
 
 /// The client puts addresses on the device itself, those of its record at least.
 AllGiven6 read_given6(const Original& original) {
@@ -174,7 +191,8 @@ AllGiven6 read_given6(const Original& original) {
     for (const Json::Value& device : original.source.devices) {
         const std::string ifname = json_string_or(device, "ifname", "");
         Given6 given;
-        if (read_ipv6_record(device_of(ifname), given.record) != NM_OK) {
+        given.code = read_ipv6_record(device_of(ifname), given.record);
+        if (given.code == NM_ERR_NOT_FOUND || given.code == NM_ERR_BAD_FORMAT) {
             continue;
         }
         const std::string own = json_string_or(given.record, "curr_ip", "");
@@ -183,12 +201,12 @@ AllGiven6 read_given6(const Original& original) {
             const std::string text = json_string_or(address, "local", "");
             has_own = has_own || text == own;
             if (address["family"] == "inet6" && address["dynamic"] == true) {
-                given.addresses.push_back(text + "/" + json_scalar(address["prefixlen"]) +
-                                          (address["noprefixroute"] == true ? " noprefixroute" : ""));
+                given.addresses.push_back(words_of_given(address));
             }
         }
-        if (!has_own) {
-            given.addresses.push_back(own);
+        in6_addr parsed{};
+        if (!has_own && inet_pton(AF_INET6, own.c_str(), &parsed) == 1) {
+            given.addresses.push_back(own + kPreferred);
         }
         given.record.removeMember("in_force");
         all[ifname] = given;
@@ -197,10 +215,12 @@ AllGiven6 read_given6(const Original& original) {
 }
 
 int report_lease6(const std::string& ifname, const Given6& given) {
+    if (given.code != NM_OK) {
+        return given.code;
+    }
     for (const std::string& address : given.addresses) {
-        (void)system_cmd(
-            ("/sbin/ip addr add " + address + " dev " + ifname + " nodad valid_lft 3600 preferred_lft 3600")
-                .c_str());  // what is refused is found to differ
+        const std::string command = "/sbin/ip addr add " + address + " nodad dev ";
+        (void)system_cmd((command + shell_word(ifname).value_or("''")).c_str());  // what is refused differs
     }
     const int ret = write_ipv6_record(device_of(ifname), given.record);
     std::string device = ifname;
@@ -220,6 +240,8 @@ private:
     void step(const std::string& what, const std::function<int()>& work);
     void fail(const std::string& what, const std::string& reason);
     void migrate();
+    void hear_lease(const std::string& ifname);
+    void hear_session(const std::string& ifname);
     void hear_clients();
 
     const boot_steps& steps_;
@@ -269,24 +291,39 @@ void Boot::migrate() {
     }
 }
 
+/// A file without a lease, or with one that was given back, is as the client left it.
+void Boot::hear_lease(const std::string& ifname) {
+    DHCP_INFO lease{};
+    std::string name = ifname;
+    const int code = get_interface_dhcp_info(name.data(), lease);
+    const std::string text = read_file(kLeases + ifname + ".leases").value_or("");
+    const bool is_broken = text.find("lease {") != text.npos && text.find("  released;") == text.npos;
+    if (!is_lease_over(ifname) && (code == NM_OK || is_broken)) {
+        step("the lease of " + ifname, [&] { return code != NM_OK ? code : report_lease(ifname, lease); });
+    }
+}
+
+void Boot::hear_session(const std::string& ifname) {
+    DHCP_INFO session{};
+    const int code = cast_ppp_cfg_into_dhcp_info(ifname, session);
+    const bool is_there = if_nametoindex(ppp_ifname(ifname).c_str()) != 0;
+    if (code == NM_OK || is_there) {
+        std::string name = ifname;
+        std::string act = "add";
+        step("the session of " + ifname,
+             [&] { return code != NM_OK ? NM_ERR_SESSION + code : Lease_event(name.data(), act.data()); });
+    }
+}
+
 /// Those that were started in the copy, with what the device has of them.
 void Boot::hear_clients() {
     for (const std::string& ifname : instances_of(kDhcpClientUnit)) {
         raise(ifname);
-        DHCP_INFO lease{};
-        std::string name = ifname;
-        if (!is_lease_over(ifname) && get_interface_dhcp_info(name.data(), lease) == NM_OK) {
-            step("the lease of " + ifname, [&] { return report_lease(ifname, lease); });
-        }
+        hear_lease(ifname);
     }
     for (const std::string& ifname : instances_of("nm-pppoe@")) {
         raise(ifname);
-        DHCP_INFO session{};
-        if (cast_ppp_cfg_into_dhcp_info(ifname, session) == NM_OK) {
-            std::string name = ifname;
-            std::string act = "add";
-            step("the session of " + ifname, [&] { return Lease_event(name.data(), act.data()); });
-        }
+        hear_session(ifname);
     }
     for (const std::string& ifname : instances_of(kDhcp6ClientUnit)) {
         const auto given = given6_.find(ifname);

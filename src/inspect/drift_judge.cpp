@@ -184,7 +184,7 @@ bool DriftView::is_whole(const Piece& piece) const {
 /// Of what is extra in a table of routes each line is looked at.
 void DriftView::judge_piece(const Piece& piece) {
     const bool is_bare = piece.missing.empty() && piece.extra.empty();  // such as a chain without rules
-    const bool is_all_ours = is_whole(piece) || (is_bare && piece.change == "removed");
+    const bool is_all_ours = is_whole(piece) || (is_bare && piece.change != "created");
     Piece ours{piece.domain, piece.name, piece.change, {}, {}};
     Piece others = ours;
     if (piece.domain == Domain::Route) {
@@ -206,15 +206,17 @@ void DriftView::judge_piece(const Piece& piece) {
 void DriftView::enter(const Piece& piece, Json::Value& list) const {
     const bool is_finding = &list == &findings_;
     const bool is_bare_loss = piece.extra.empty() && piece.change == "removed";
+    const bool is_reordered = piece.missing.empty() && piece.extra.empty() && piece.change == "changed";
     const std::string owner = owner_of(piece);
     Json::Value row;
     row["domain"] = domain_name(piece.domain);
     row["name"] = piece.name;
     row["owner"] = !is_finding ? kNobody : owner != kNobody ? owner : kOurs;
-    row["class"] = !is_finding                                      ? "outside"
-                   : !piece.missing.empty() && !piece.extra.empty() ? "changed"
-                   : !piece.missing.empty() || is_bare_loss         ? "lost"
-                                                                    : "foreign";
+    const bool has_both = !piece.missing.empty() && !piece.extra.empty();
+    row["class"] = !is_finding                              ? "outside"
+                   : has_both || is_reordered               ? "changed"
+                   : !piece.missing.empty() || is_bare_loss ? "lost"
+                                                            : "foreign";
     row["missing"] = to_json(piece.missing);
     row["extra"] = to_json(piece.extra);
     list.append(row);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 #include <sstream>
 
 #include "inspect/drift_boot.h"
@@ -36,9 +37,18 @@ const Lines kUnorderedChains{"* WAN_MSS", "* TCP_MSS"};
 /// The kernel's own routes, and those of routers' advertisements.
 const Lines kMovingRoutes{"*fe80::/64 *", "*ff00::/8 *", "* proto ra*", "* proto redirect*"};
 
+/// Addresses of fe80::/10 (RFC 4291).
+const Lines kLinkLocal{"fe[89ab]?:*"};
+
 /// Of a device, what its MTU sets, and what the advertiser takes over from what it advertises. The kernel
-/// ties redirects to forwarding.
-const Lines kMovingSettings{"ipv6/conf/*/mtu", "ipv6/conf/*/hop_limit", "ipv4/conf/*/accept_redirects"};
+/// ties redirects to forwarding, and how a session makes its address to its link layer, which the copy lacks.
+const Lines kMovingSettings{"ipv6/conf/*/mtu", "ipv6/conf/*/hop_limit", "ipv4/conf/*/accept_redirects",
+                            "ipv6/conf/ppp-*/addr_gen_mode"};
+
+/// What the relay of IPv6 adds: routes of a protocol of its own, and what lets the kernel answer for hosts
+/// behind another device.
+constexpr const char* kRelayRoutes = "* proto 106 *";
+constexpr const char* kRelaySettings = "ipv6/conf/*/proxy_ndp";
 
 /// It is net.ipv4.ip_forward by another name.
 constexpr const char* kForwardingTwin = "ipv4/conf/all/forwarding";
@@ -156,7 +166,7 @@ void forget_moving(World& world) {
     erase_lines(world[Domain::Route],
                 [](const std::string& line) { return matches_any(kMovingRoutes, " " + line + " "); });
     erase_lines(world[Domain::Address],
-                [](const std::string& line) { return line.find(" scope link") != std::string::npos; });
+                [](const std::string& line) { return matches_any(kLinkLocal, line); });
     sort_rules(world[Domain::Rule]);
 }
 
@@ -224,12 +234,64 @@ void forget_client_settings(World& described) {
     }
 }
 
+// ---- Relays of IPv6.
+
+/// The devices of the LANs that a relay is described for.
+std::set<std::string> relayed_devices(const Things& units) {
+    const std::string relay = kRelay6Unit;
+    std::set<std::string> devices;
+    for (const auto& [unit, lines] : units) {
+        if (unit.rfind(relay, 0) == 0) {
+            devices.insert(unit.substr(relay.size(), unit.rfind(".service") - relay.size()));
+        }
+    }
+    return devices;
+}
+
+/// "DEVICE" of "1038: from all iif DEVICE lookup 265", where the place of the rule is that of a relay.
+std::string device_of_relay_rule(const std::string& line) {
+    const unsigned long place = strtoul(line.c_str(), nullptr, 10) % kRuleBlock;
+    const bool is_of_relay = place == static_cast<unsigned long>(RuleSlot::RelayMain) ||
+                             place == static_cast<unsigned long>(RuleSlot::RelayUplink);
+    std::istringstream words(line);
+    std::string word;
+    while (is_of_relay && words >> word) {
+        if (word == "iif" && words >> word) {
+            return word;
+        }
+    }
+    return "";
+}
+
+/// What the relay puts into the kernel while it runs, and its unit into ip6_relayed.
+void forget_relays(const std::set<std::string>& devices, World& world) {
+    erase_lines(world[Domain::Rule], [&devices](const std::string& line) {
+        return devices.count(device_of_relay_rule(line)) > 0;
+    });
+    if (!devices.empty()) {
+        erase_lines(world[Domain::Route],
+                    [](const std::string& line) { return matches_any({kRelayRoutes}, " " + line + " "); });
+        erase_things(world[Domain::Setting],
+                     [](const std::string& setting) { return matches_any({kRelaySettings}, setting); });
+    }
+    const auto relayed = world[Domain::Set].find("ip6_relayed");
+    Lines none;
+    Lines& members = relayed != world[Domain::Set].end() ? relayed->second : none;
+    for (const std::string& device : devices) {
+        members.erase(std::remove(members.begin(), members.end(), "::/0," + device), members.end());
+        world[Domain::Setting].erase("ipv6/conf/" + device + "/forwarding");
+    }
+}
+
 }  // namespace
 
 void level_worlds(World& described, const Indexes& described_indexes, World& running,
                   const Indexes& running_indexes) {
     take_indexes(described, map_indexes(described_indexes, running_indexes));
     forget_client_settings(described);
+    const std::set<std::string> relayed = relayed_devices(described[Domain::Unit]);
+    forget_relays(relayed, described);
+    forget_relays(relayed, running);
     level_settings(described, running);
     forget_moving(described);
     forget_moving(running);

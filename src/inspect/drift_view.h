@@ -21,6 +21,10 @@ using Indexes = std::map<std::string, unsigned int>;
 void level_worlds(World& described, const Indexes& described_indexes, World& running,
                   const Indexes& running_indexes);
 
+/// Of the changes those that a `later` look shows likewise. What only one of the two looks shows, or each
+/// otherwise, cannot be judged, and goes to `unread`.
+Json::Value lasting_changes(const Json::Value& changes, const Json::Value& later, Json::Value& unread);
+
 /// Differences by classes.
 class DriftView {
 public:

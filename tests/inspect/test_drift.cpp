@@ -5,6 +5,7 @@
 #include "inspect/world.h"
 #include "kernel_world.h"
 #include "result_codes.h"
+#include "utils/json_text.h"
 
 using namespace kernel_world;
 using nm::Domain;
@@ -35,6 +36,9 @@ std::string classes(const World& described, const World& running) {
 }
 
 TEST(DriftClasses, FollowFromWhatIsMissingAndWhoseTheRestIs) {
+    Lines many(2500, "a");  // too many for the order to be shown
+    many.insert(many.begin(), "b");
+    const Lines reordered(many.rbegin(), many.rend());
     const struct {
         Domain domain;
         std::string name;
@@ -68,6 +72,8 @@ TEST(DriftClasses, FollowFromWhatIsMissingAndWhoseTheRestIs) {
          {},
          {"-j RETURN"},
          "foreign IPv4 mangle POLICY-x of packet policy;"},
+        {Domain::Chain, "IPv4 mangle STEER-x", many, reordered,
+         "changed IPv4 mangle STEER-x of packet policy;"},
         {Domain::Chain, "IPv4 filter INPUT", {"a"}, {"a", "b"}, "outside IPv4 filter INPUT of nobody;"},
         {Domain::File, "/run/network/a.curr", {"x"}, {"y"}, "changed /run/network/a.curr of documents;"},
         {Domain::File,
@@ -100,30 +106,75 @@ TEST(DriftLevel, IndexesAreThoseOfTheDeviceAndWhatMovesDoesNotCount) {
                                   {"ipv4/conf/eth1/x", {"0"}},
                                   {"ipv4/conf/eth2/promote_secondaries", {"0"}},
                                   {"core/y", {"1"}}};
-    described[Domain::Unit]["nm-dhcpcd@eth2.service"] = {"active"};
+    described[Domain::Unit] = {{"nm-dhcpcd@eth2.service", {"active"}},
+                               {"nm-6relayd@br_v1.service", {"active"}}};
     described[Domain::File]["/etc/hosts"] = {"b", "a"};
     World running;
     running[Domain::Route]["IPv6 table 265"] = {"default dev eth1"};
     running[Domain::Route]["IPv6 table main"] = {"fe80::/64 dev eth1 proto kernel",
+                                                 "2001:db8::7 dev br_v1 proto 106 metric 1024",
                                                  "::/0 via a proto ra metric 1"};
-    running[Domain::Rule]["IPv6 rules"] = {"12: from a lookup 251", "128: from b lookup 264",
-                                           "145: from a lookup 265", "32766: from all lookup main"};
-    running[Domain::Set] = {
-        {"rlan", {"type hash:net", "9"}}, {"lan", {"type hash:net", "2"}}, {"os.x", {"type hash:ip"}}};
+    running[Domain::Rule]["IPv6 rules"] = {"12: from a lookup 251",
+                                           "128: from b lookup 264",
+                                           "145: from a lookup 265",
+                                           "158: from all iif br_v1 lookup 300",
+                                           "159: from all iif br_v1 lookup 300",
+                                           "174: from all iif br_v2 lookup 300",
+                                           "32766: from all lookup main"};
+    running[Domain::Set] = {{"rlan", {"type hash:net", "9"}},
+                            {"lan", {"type hash:net", "2"}},
+                            {"os.x", {"type hash:ip"}},
+                            {"ip6_relayed", {"type hash:net,iface", "::/0,br_v1", "::/0,br_v2"}}};
+    described[Domain::Set]["ip6_relayed"] = {"type hash:net,iface"};
     running[Domain::Setting] = {{"ipv4/conf/all/x", {"1"}},
                                 {"ipv4/conf/eth1/x", {"1"}},
                                 {"ipv4/conf/eth2/promote_secondaries", {"1"}},
+                                {"ipv6/conf/eth3/proxy_ndp", {"1"}},
                                 {"core/y", {"1"}},
                                 {"core/z", {"1"}}};
-    running[Domain::File] = {{"/etc/hosts", {"a", "b"}}, {"/run/network/.boot_fin", {""}}};
-    running[Domain::Address]["eth1"] = {"fe80::1/64 scope link"};
-    running[Domain::Unit] = {{"nm-bringup.service", {"active"}}, {"nm-dhcpcd@eth2.service", {"active"}}};
+    described[Domain::Setting]["ipv6/conf/eth3/proxy_ndp"] = {"0"};
+    running[Domain::File] = {{"/etc/hosts", {"a", "b"}},
+                             {"/run/network/.boot_fin", {""}},
+                             {"/etc/vpppoe/env/eth2.env", {"REDIAL_SECONDS=5"}},
+                             {"/run/network/ipv6/br_v1.withdrawn", {"2001:db8::/64 on 9"}}};
+    running[Domain::Address]["eth1"] = {"fe80::1/64 scope link", "febf::1 peer febf::2/64 scope link"};
+    described[Domain::Address]["eth2"] = {"169.254.0.1/16 scope link", "fec0::1/64 scope site"};
+    running[Domain::Unit] = described[Domain::Unit];
+    running[Domain::Unit]["nm-bringup.service"] = {"active"};
     nm::level_worlds(described, {{"br_v1", 8}, {"br_v2", 9}}, running, {{"br_v1", 9}, {"br_v2", 8}});
     Json::Value changes(Json::arrayValue);
     nm::append_differences(described, running, changes);
-    ASSERT_EQ(changes.size(), 2U) << changes;
-    EXPECT_EQ(changes[0]["name"], "lan");
-    EXPECT_EQ(changes[1]["name"], "ipv4/conf/all/x");
+    std::string found;
+    for (const Json::Value& change : changes) {
+        found += change["name"].asString() + ";";
+        for (const Json::Value& line : change["added"]) {
+            found += line.asString() + ";";
+        }
+    }
+    EXPECT_EQ(changes[0]["removed"].size(), 2U) << "an address that is no link-local one of IPv6 counts";
+    EXPECT_EQ(
+        found,
+        "eth2;IPv6 rules;174: from all iif br_v2 lookup 300;ip6_relayed;::/0,br_v2;lan;2;ipv4/conf/all/x;1;");
+}
+
+TEST(DriftLevel, WhatOnlyOneOfTwoLooksShowsIsNotKnown) {
+    Json::Value first;
+    Json::Value later;
+    ASSERT_TRUE(nm::parse_json(
+        R"([{"domain": "set", "name": "a"}, {"domain": "set", "name": "b"}, {"domain": "set", "name": "c", "added": ["1"]}])",
+        first));
+    ASSERT_TRUE(nm::parse_json(
+        R"([{"domain": "set", "name": "a"}, {"domain": "set", "name": "c", "added": ["2"]}, {"domain": "set", "name": "d"}])",
+        later));
+    Json::Value unread(Json::arrayValue);
+    const Json::Value kept = nm::lasting_changes(first, later, unread);
+    ASSERT_EQ(kept.size(), 1U) << kept;
+    EXPECT_EQ(kept[0]["name"], "a");
+    std::string moving;
+    for (const Json::Value& row : unread) {
+        moving += row["what"].asString() + ";";
+    }
+    EXPECT_EQ(moving, "set b;set c;set d;");
 }
 
 TEST_F(Drift, TheReportIsWhatItsSchemaSays) {
