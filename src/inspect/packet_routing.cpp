@@ -1,17 +1,23 @@
 // Rules, tables and routes of a packet.
 #include "inspect/packet_routing.h"
 
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <iterator>
+#include <memory>
 #include <utility>
 
 #include "config/nmconfig.h"
 #include "inspect/owners_view.h"
 #include "inspect/read_command.h"
 #include "inspect/rule_origin.h"
+#include "kernel/link_state.h"
 #include "kernel/route_table.h"
+#include "policy/routes/static_route.h"
 #include "utils/files.h"
 #include "utils/json_text.h"
 
@@ -19,22 +25,44 @@ namespace nm {
 
 namespace {
 
-constexpr uint32_t kMainTable = 254;
-constexpr uint32_t kLocalTable = 255;
+/// rtm_protocol of the routes to hosts that the relay has found (platform/relay6/).
+constexpr uint32_t kRelayProtocol = 106;
 
-/// A list of static routes, and the words of its entries.
+/// By what the rule at a place of an interface's block selects.
+struct SlotSelector {
+    RuleSlot slot;
+    const char* key;
+};
+
+constexpr SlotSelector kSlotSelectors[] = {
+    {RuleSlot::Source, "src"},      {RuleSlot::Oif, "oif"},       {RuleSlot::Dnat, "fwmark"},
+    {RuleSlot::LanToWan, "fwmark"}, {RuleSlot::RelayMain, "iif"}, {RuleSlot::RelayUplink, "iif"},
+};
+
+constexpr const char* kStranger = "not of this system";
+
+/// A list of static routes, and who reads it.
 struct StoredRoutes {
-    int family;
     const char* path;
     const char* list;
-    const char* address;
-    const char* prefix;
+    int (*migrate)(Json::Value&, std::string);
+    size_t (*parse)(Json::Value&, Json::Value&, Json::Value&, sroute**);
 };
 
 constexpr StoredRoutes kStoredRoutes[] = {
-    {AF_INET, "/etc/networkmanagement/static_route.json", "STATIC_ROUTE", "IP", "NETMASK"},
-    {AF_INET6, "/etc/networkmanagement/static_route6.json", "staticRoute6", "destination", "prefixLength"},
+    {"/etc/networkmanagement/static_route.json", "STATIC_ROUTE", migrate_static_route, parse_route},
+    {"/etc/networkmanagement/static_route6.json", "staticRoute6", migrate_static_route6, parse_route6},
 };
+
+/// The words of an interface's addressing.
+struct AddressWords {
+    const char* type;
+    const char* address;
+    const char* gateway;
+};
+
+constexpr AddressWords kWords4{"IP4_TYPE", "IP4_ADDR", "IP4_GW"};
+constexpr AddressWords kWords6{"IP6_TYPE", "IP6_ADDR", "IP6_GW"};
 
 std::string ip_command(const Flow& flow, const std::string& words) {
     return std::string("/sbin/ip -N -json ") + (flow.family() == AF_INET6 ? "-6 " : "-4 ") + words;
@@ -89,7 +117,9 @@ std::string type_of(const Json::Value& route) {
 uint32_t table_of(const Json::Value& route) {
     const std::string type = type_of(route);
     const bool is_own = type == "local" || type == "broadcast" || type == "anycast";
-    return route.isMember("table") ? number_of(route, "table") : is_own ? kLocalTable : kMainTable;
+    return route.isMember("table") ? number_of(route, "table")
+           : is_own                ? uint32_t{RT_TABLE_LOCAL}
+                                   : uint32_t{RT_TABLE_MAIN};
 }
 
 unsigned int prefix_of(const Json::Value& route, const Flow& flow) {
@@ -118,6 +148,7 @@ std::string rule_text(const Json::Value& rule) {
     std::string text = text_of(rule, "priority") + ": " + (rule.isMember("not") ? "not " : "") + "from " +
                        prefixed(rule, "src", "srclen");
     text += rule.isMember("dst") ? " to " + prefixed(rule, "dst", "dstlen") : "";
+    text += rule.isMember("tos") ? " tos " + text_of(rule, "tos") : "";
     if (rule.isMember("fwmark")) {
         text += " fwmark " + text_of(rule, "fwmark");
         text += rule.isMember("fwmask") ? "/" + text_of(rule, "fwmask") : "";
@@ -146,69 +177,213 @@ std::string route_text(const Json::Value& route) {
     return text;
 }
 
-/// The uplink, or the LAN with a lent prefix, whose block of priorities or table it is.
-Json::Value source_of_index(uint32_t index, const Json::Value& document) {
+std::string device_of(const Json::Value& route) {
+    return text_of(route, "dev");
+}
+
+std::string device_with(uint32_t index) {
     char name[IF_NAMESIZE] = {};
-    const std::string device = if_indextoname(index, name) == nullptr ? "" : name;
+    return if_indextoname(index, name) == nullptr ? "" : name;
+}
+
+/// The entry with the addressing of the device.
+Json::Value source_of_device(const std::string& device, const Json::Value& document) {
     const std::string pointer = device.empty() ? "" : interface_pointer(document, device);
-    return pointer.empty() ? rule_source("not of this system")
-                           : rule_source("documents", kDeviceInfoPath, pointer);
+    return pointer.empty() ? rule_source(kStranger) : rule_source("documents", kDeviceInfoPath, pointer);
 }
 
-/// Whose priority it is by design.
-Json::Value source_of_rule(const Json::Value& rule, const Flow& flow, const Json::Value& document) {
-    static const OwnersView kView(library_claims());
-    Present priority{Resource::Priority, flow.family() == AF_INET6 ? "6" : "4", "",
-                     number_of(rule, "priority"), ""};
-    const Claim* const claim = kView.find(priority);
-    const std::string owner = claim == nullptr ? "" : claim->owner;
-    if (owner == "uplinks") {
-        return source_of_index(priority.number / kRuleBlock, document);
+bool fits_table(RuleSlot slot, uint32_t table, uint32_t index) {
+    return slot == RuleSlot::RelayMain     ? table == RT_TABLE_MAIN
+           : slot == RuleSlot::RelayUplink ? table > kFirstUplinkTable
+                                           : table == uplink_table(index);
+}
+
+/// Whether an uplink writes such a rule at this place of its block.
+bool is_uplink_rule(const Json::Value& rule) {
+    const uint32_t priority = number_of(rule, "priority");
+    for (const SlotSelector& row : kSlotSelectors) {
+        if (static_cast<uint32_t>(row.slot) == priority % kRuleBlock) {
+            const std::string selector = text_of(rule, row.key);
+            return !selector.empty() && selector != "all" &&
+                   fits_table(row.slot, number_of(rule, "table"), priority / kRuleBlock);
+        }
     }
-    return rule_source(owner == "base rules" ? "nm-base-rules"
-                       : owner.empty()       ? "not of this system"
-                                             : owner);
+    return false;
 }
 
-/// The entry of the list of static routes that has this network.
-Json::Value source_of_static_route(const Json::Value& route, const Flow& flow) {
+/// The kernel's own two take all packets.
+bool is_kernel_rule(const std::string& text) {
+    return text == "0: from all lookup 255" || text == "32766: from all lookup 254";
+}
+
+/// Whose it is by its priority, if it is a rule that this owner writes there.
+Json::Value source_of_rule(const Json::Value& rule, const Flow& flow, const Json::Value& document) {
+    const uint32_t priority = number_of(rule, "priority");
+    const std::string family = flow.family() == AF_INET6 ? "6" : "4";
+    const std::string text = rule_text(rule);
+    std::string reason;
+    const OwnersView view(all_claims(reason));
+    const Claim* const claim = view.find({Resource::Priority, family, "", priority, ""});
+    const std::string owner = claim == nullptr ? "" : claim->owner;
+    if (owner == "uplinks" && is_uplink_rule(rule)) {
+        return source_of_device(device_with(priority / kRuleBlock), document);
+    }
+    if (owner == "base rules" && !reason.empty()) {
+        return rule_source("unknown");
+    }
+    const bool is_base = std::any_of(view.claims().begin(), view.claims().end(), [&](const Claim& each) {
+        return each.resource == Resource::Priority && each.place == family && each.shape == text;
+    });
+    return rule_source(is_base ? "nm-base-rules" : is_kernel_rule(text) ? "kernel" : kStranger);
+}
+
+bool is_same_address(const std::string& text, const std::string& other) {
+    PacketAddress one;
+    PacketAddress two;
+    return parse_address(text, one) && parse_address(other, two) && one == two;
+}
+
+/// Whether the address is in the network that the route leads to.
+bool leads_to(const Json::Value& route, const PacketAddress& address, unsigned int prefix) {
+    const std::string text = text_of(route, "dst");
+    PacketAddress network;
+    return parse_address(text.substr(0, text.find('/')), network) && is_in_network(address, network, prefix);
+}
+
+/// The stored addressing of the device, null where there is none.
+const Json::Value& entry_of(const std::string& device, const Json::Value& document) {
+    const std::string pointer = interface_pointer(document, device);
+    const size_t key = pointer.rfind('/');
+    return pointer.empty()
+               ? Json::Value::nullSingleton()
+               : json_member(json_member(document, pointer.substr(1, key - 1)), pointer.substr(key + 1));
+}
+
+const AddressWords& address_words(const Flow& flow) {
+    return flow.family() == AF_INET6 ? kWords6 : kWords4;
+}
+
+/// The gateway that the entry has for the device; that of the route where a lease brings it.
+std::string gateway_of(const std::string& device, const Json::Value& route, const Flow& flow,
+                       const Json::Value& document) {
+    const Json::Value& entry = entry_of(device, document);
+    return text_of(entry, address_words(flow).type) == "STATIC" ? text_of(entry, address_words(flow).gateway)
+                                                                : text_of(route, "gateway");
+}
+
+struct FreeRoutes {
+    void operator()(sroute* routes) const { free(routes); }
+};
+
+/// The kernel gives an IPv6 route without a metric this one (IP6_RT_PRIO_USER).
+uint32_t metric_in_force(const sroute& stored) {
+    constexpr uint32_t kUserMetric6 = 1024;
+    return stored.metric == 0 && stored.family == AF_INET6 ? kUserMetric6 : stored.metric;
+}
+
+PacketAddress raw_address(unsigned char family, const unsigned char* raw) {
+    PacketAddress address;
+    address.family = family;
+    std::copy_n(raw, address.size(), address.bytes.begin());
+    return address;
+}
+
+bool is_route_of(const sroute& stored, const Json::Value& route, const Flow& flow) {
+    PacketAddress gateway;
+    const bool has_gateway = parse_address(text_of(route, "gateway"), gateway);
+    return stored.family == flow.family() && stored.prefix == prefix_of(route, flow) &&
+           leads_to(route, raw_address(stored.family, stored.dst), stored.prefix) &&
+           metric_in_force(stored) == number_of(route, "metric") &&
+           (stored.oif == 0 || device_with(stored.oif) == device_of(route)) && stored.has_gw == has_gateway &&
+           (!has_gateway || raw_address(stored.family, stored.gw) == gateway);
+}
+
+/// Whether this entry, read as a list of its own, gives the route. One that cannot be read gives none.
+bool gives_route(const StoredRoutes& row, const Json::Value& entry, const Json::Value& route,
+                 const Flow& flow, Json::Value document) {
+    Json::Value list;
+    list.append(entry);
+    Json::Value gateways;
+    gateways[device_of(route)][flow.family() == AF_INET6 ? "ip6_gw" : "ip4_gw"] =
+        gateway_of(device_of(route), route, flow, document);
+    try {
+        sroute* parsed = nullptr;
+        const size_t count = row.parse(list, document, gateways, &parsed);
+        const std::unique_ptr<sroute, FreeRoutes> routes(parsed);
+        return count == 1 && is_route_of(*parsed, route, flow);
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+/// The entry of the lists of static routes that gives this route.
+Json::Value source_of_static_route(const Json::Value& route, const Flow& flow, const Json::Value& document) {
     for (const StoredRoutes& row : kStoredRoutes) {
-        Json::Value document;
-        if (row.family != flow.family() || json_file_to_mem(row.path, document) < 0) {
+        Json::Value stored;
+        if (json_file_to_mem(row.path, stored) < 0 || row.migrate(stored, row.path) < 0) {
             continue;
         }
-        const Json::Value& list = json_member(document, row.list);
+        const Json::Value& list = json_member(stored, row.list);
         for (Json::ArrayIndex i = 0; list.isArray() && i < list.size(); ++i) {
-            PacketAddress network;
-            PacketAddress found;
-            const std::string text = text_of(route, "dst");
-            const unsigned int prefix = number_of(list[i], row.prefix);
-            if (parse_address(text_of(list[i], row.address), network) &&
-                parse_address(text.substr(0, text.find('/')), found) && prefix == prefix_of(route, flow) &&
-                is_in_network(network, found, prefix)) {
+            if (gives_route(row, list[i], route, flow, document)) {
                 return rule_source("documents", row.path,
                                    std::string("/") + row.list + "/" + std::to_string(i));
             }
         }
     }
-    return rule_source("not of this system");
+    return rule_source(kStranger);
 }
 
-std::string device_of(const Json::Value& route) {
-    return text_of(route, "dev");
+/// Whether the addressing of the device makes this route of an uplink: the one to its gateway, or to its
+/// network. What a lease says stands in no document.
+bool is_of_addressing(const Json::Value& route, const Flow& flow, const Json::Value& entry) {
+    const bool is_default = text_of(route, "dst") == "default";
+    if (is_default != route.isMember("gateway") || !type_of(route).empty()) {
+        return false;
+    }
+    if (text_of(entry, address_words(flow).type) != "STATIC") {
+        return true;
+    }
+    PacketAddress address;
+    return is_default
+               ? is_same_address(text_of(route, "gateway"), text_of(entry, address_words(flow).gateway))
+               : parse_address(text_of(entry, address_words(flow).address), address) &&
+                     leads_to(route, address, prefix_of(route, flow));
 }
 
+/// Of a route in the table of this device, or of all uplinks. The default route in the table of a LAN with a
+/// lent prefix leads to the uplink.
+Json::Value source_of_uplink_route(const Json::Value& route, const Flow& flow, const std::string& owner,
+                                   const Json::Value& document) {
+    const bool is_own = get_pure_ifname(device_of(route)) == get_pure_ifname(owner);
+    const bool is_lent = !is_own && flow.family() == AF_INET6 && text_of(route, "dst") == "default";
+    const std::string device = is_lent ? owner : device_of(route);
+    return (is_own || is_lent) && is_of_addressing(route, flow, entry_of(device, document))
+               ? source_of_device(device, document)
+               : rule_source(kStranger);
+}
+
+/// Whose route it is, if it is one that this owner makes in its table.
 Json::Value source_of_route(const Json::Value& route, const Flow& flow, const Json::Value& document) {
     const uint32_t table = table_of(route);
+    const uint32_t protocol = number_of(route, "protocol");
+    if (table == RT_TABLE_MAIN || table == RT_TABLE_LOCAL) {
+        const bool is_network = protocol == RTPROT_KERNEL || protocol == kRelayProtocol;
+        return is_network && !route.isMember("gateway") ? source_of_device(device_of(route), document)
+                                                        : rule_source(kStranger);
+    }
+    if (protocol != RTPROT_STATIC) {
+        return rule_source(kStranger);
+    }
     if (table == kFirstStaticTable || table == kSecondStaticTable) {
-        return source_of_static_route(route, flow);
+        return source_of_static_route(route, flow, document);
     }
-    if (table > kFirstUplinkTable) {
-        return source_of_index(table - kFirstUplinkTable, document);
-    }
-    const std::string pointer = interface_pointer(document, device_of(route));
-    return pointer.empty() ? rule_source("not of this system")
-                           : rule_source("documents", kDeviceInfoPath, pointer);
+    const bool is_shared = table == kDefaultRoutesTable;
+    return is_shared || table > kFirstUplinkTable
+               ? source_of_uplink_route(route, flow,
+                                        is_shared ? device_of(route) : device_with(table - kFirstUplinkTable),
+                                        document)
+               : rule_source(kStranger);
 }
 
 /// The first rule that leads to this table and takes what it finds there: what the kernel has found is the
@@ -225,11 +400,18 @@ const Json::Value& deciding_rule(const Json::Value& rules, const RoutingQuestion
     return Json::Value::nullSingleton();
 }
 
+/// Whether the kernel takes the protocol in a question; rules can ask for no other.
+bool can_be_asked(const Flow& flow) {
+    const int icmp = flow.family() == AF_INET6 ? int{IPPROTO_ICMPV6} : int{IPPROTO_ICMP};
+    return flow.has_ports() || flow.protocol == icmp;
+}
+
 std::string route_question(const RoutingQuestion& question) {
     const Flow& flow = question.flow;
     std::string words = "route get fibmatch " + flow.destination.text() + " from " + flow.source.text();
     words += question.device.empty() ? "" : " iif " + question.device;
-    words += " mark " + std::to_string(question.mark) + " ipproto " + std::to_string(flow.protocol);
+    words += " mark " + std::to_string(question.mark);
+    words += can_be_asked(flow) ? " ipproto " + std::to_string(flow.protocol) : "";
     if (flow.has_ports()) {
         words +=
             " sport " + std::to_string(flow.source_port) + " dport " + std::to_string(flow.destination_port);

@@ -244,4 +244,78 @@ TEST_F(PacketOnCables, TheReportIsAsItsSchemaSays) {
         "/etc/networkmanagement/device_info.json");
 }
 
+/// What an uplink nw0 and the static routes write, and beside it what a stranger does.
+struct RoutesOfStrangers : Devices {
+    void SetUp() override {
+        Devices::SetUp();
+        run("set -e; i=$(cat /sys/class/net/nw0/ifindex); t=$((256 + i)) p=$((16 * i));"
+            "ip addr add 10.7.0.1/24 dev nw0; ip addr add 10.7.0.2/24 dev nw0;"
+            "ip addr add 2001:db8:1::1/64 dev nw0 nodad; via='via 10.7.0.9 dev nw0 proto static';"
+            "ip route add 10.99.0.0/16 via 10.7.0.9 dev nw0; ip route add default $via table $t;"
+            "ip route add 10.7.0.0/24 dev nw0 proto static table $t; ip route add 10.98.0.0/16 $via table $t;"
+            "ip route add default $via table 253; ip route add 10.96.0.0/16 $via table 253;"
+            "ip route add 0.0.0.0/1 via 10.7.0.8 dev nw0 proto static table 250;"
+            "for n in 91 92 93; do ip route add 10.$n.0.0/16 $via metric 5 table 251; done;"
+            "ip route add 10.90.0.0/16 via 10.7.0.9 dev nw0 metric 5 table 251;"
+            "ip -6 route add 2001:db8:9::/48 via 2001:db8:1::9 dev nw0 proto static table 251;"
+            "ip rule add pref 11 to 10.91.0.0/16 lookup 251; ip rule add pref 12 iif lo lookup 251;"
+            "ip -6 rule add pref 12 iif lo lookup 251; ip rule add pref $((p + 1)) from 10.7.0.1 lookup $t;"
+            "ip rule add pref $((p + 1)) from 10.7.0.2 to 10.94.0.0/16 lookup 250;"
+            "ip rule add pref $((p + 2)) from 10.7.0.2 to 10.95.0.0/16 lookup $t");
+        const std::string entry = R"("FAMILY": 4, "NETMASK": 16, "NEXTHOP_ADDRESS": "10.7.0.)";
+        put("/etc/networkmanagement/static_route.json",
+            R"({"STATIC_ROUTE": [{"ACTION": "DISABLE", "IP": "10.93.0.0", "METRIC": 5, )" + entry +
+                R"(9"}, {"ACTION": "ENABLE", "IP": "10.93.0.0", "METRIC": 6, )" + entry +
+                R"(9"}, {"ACTION": "ENABLE", "IP": "10.93.0.0", "METRIC": 5, )" + entry +
+                R"(8"}, {"ACTION": "ENABLE", "IP": "10.93.0.0", "METRIC": 5, )" + entry +
+                R"(9"}, {"ACTION": "ENABLE", "IP": "10.92.0.0", "METRIC": 5, )" + entry +
+                R"(8"}, {"ACTION": "ENABLE", "IP": "10.90.0.0", "METRIC": 5, )" + entry + R"(9"}]})");
+        put("/etc/networkmanagement/static_route6.json",
+            R"({"staticRoute6": [{"enable": true, "destination": "2001:db8:9::", "prefixLength": 48,
+                "nextHopInterface": "PORT1", "nextHopIp": "2001:db8:1::9"}]})");
+    }
+    void TearDown() override {
+        run("p=$((16 * $(cat /sys/class/net/nw0/ifindex))); for n in 11 12 $((p + 1)) $((p + 1)) $((p + 2)); "
+            "do "
+            "ip rule del pref $n; done; ip -6 rule del pref 12; rm "
+            "/etc/networkmanagement/static_route*.json");
+        Devices::TearDown();
+    }
+};
+
+TEST_F(RoutesOfStrangers, OnlyWhatAnOwnerWritesIsItsOwn) {
+    const Json::Value document = parsed(
+        R"({"WAN_PORT": {"PORT1": {"INTERFACE": "nw0"}}, "WAN_IFACE_INFO": {"nw0": {"IP4_TYPE": "STATIC",
+            "IP4_ADDR": "10.7.0.1", "IP4_PREFIX": 24, "IP4_GW": "10.7.0.9", "IP6_TYPE": "DISABLED"}}})");
+    const std::string uplink = "documents/WAN_IFACE_INFO/nw0";
+    const std::string stranger = "not of this system";
+    const std::string base = "nm-base-rules";
+    const std::tuple<const char*, const char*, const char*, std::string, std::string> rows[] = {
+        {"10.7.0.2", "10.7.0.77", "50", uplink, "kernel"},
+        {"10.7.0.2", "10.99.0.1", "icmp", stranger, "kernel"},
+        {"10.7.0.1", "203.0.113.1", "47", uplink, uplink},
+        {"10.7.0.1", "10.7.0.77", "udp", uplink, uplink},
+        {"10.7.0.1", "10.98.0.1", "tcp", stranger, uplink},
+        {"10.7.0.2", "203.0.113.1", "tcp", uplink, stranger},
+        {"10.7.0.2", "10.96.0.1", "tcp", stranger, stranger},
+        {"10.7.0.2", "10.95.0.1", "tcp", uplink, stranger},
+        {"10.7.0.2", "10.94.0.1", "tcp", stranger, stranger},
+        {"10.7.0.2", "10.93.0.1", "tcp", "documents/STATIC_ROUTE/3", base},
+        {"10.7.0.2", "10.92.0.1", "tcp", stranger, base},
+        {"10.7.0.2", "10.91.0.1", "tcp", stranger, stranger},
+        {"10.7.0.2", "10.90.0.1", "tcp", stranger, base},
+        {"2001:db8:1::1", "2001:db8:9::1", "icmp", "documents/staticRoute6/0", base},
+    };
+    const auto shown = [](const Json::Value& source) {
+        return source["owner"].asString() + source["pointer"].asString();
+    };
+    for (const auto& [source, destination, protocol, route, rule] : rows) {
+        const bool has_ports = std::string(protocol) == "tcp" || std::string(protocol) == "udp";
+        const Json::Value answer = nm::ask_routing(
+            {flow_of({source, destination, protocol, "", has_ports ? "80" : "", ""}), 0, ""}, document);
+        EXPECT_EQ(shown(answer["source"]), route) << destination << answer;
+        EXPECT_EQ(shown(answer["rule"]["source"]), rule) << destination << answer;
+    }
+}
+
 }  // namespace
