@@ -186,6 +186,8 @@ TEST_F(Drift, TheReportIsWhatItsSchemaSays) {
     EXPECT_TRUE(conforms("drift.json", report)) << report;
     EXPECT_EQ(report["unread"][0]["what"], "/etc/networkmanagement/firewall.json") << report["unread"];
     EXPECT_EQ(report["outside"][0]["name"], "br8") << report["outside"];
+    const std::string unread = nm::write_compact_json(report["unread"]);
+    EXPECT_NE(unread.find(R"({"reason":"it is not over","what":"the boot"})"), unread.npos) << unread;
     EXPECT_EQ(report_drift({done, nullptr}, report), NM_ERR_NULL_ARG);
     EXPECT_EQ(report_drift({done, []() -> int { throw 7; }}, report), NM_ERR_NOT_FOUND);
     EXPECT_EQ(report["unread"][0]["reason"], "the request was left with the code 7");
