@@ -7,8 +7,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <regex>
+#include <iomanip>
 #include <set>
+#include <sstream>
+#include <string_view>
 
 #include "config/nmconfig.h"
 #include "inspect/packet_flow.h"
@@ -239,15 +241,23 @@ void add_writers(const Json::Value& steps, Json::Value& fields) {
     }
 }
 
-/// Whether the rule draws a lot, unless a condition that it asks for is down.
+/// Whether the condition that the rule asks for is down.
+bool is_ruled_out(const std::string& rule, const nm::Things& conditions) {
+    constexpr std::string_view kAsks = " --condition ";
+    const size_t begin = rule.find(kAsks);
+    if (begin == std::string::npos) {
+        return false;
+    }
+    std::istringstream words(rule.substr(begin + kAsks.size()));
+    std::string name;
+    words >> std::quoted(name);
+    const bool is_negated = begin >= 2 && rule.compare(begin - 2, 2, " !") == 0;
+    const auto condition = conditions.find(name);
+    return condition != conditions.end() && (condition->second == nm::Lines{"1"}) == is_negated;
+}
+
 bool may_draw(const std::string& rule, const nm::Things& conditions) {
-    static const std::regex kCondition("( !)? --condition \"?([^ \"]+)");
-    std::smatch match;
-    const bool asks = std::regex_search(rule, match, kCondition);
-    const auto condition = asks ? conditions.find(match[2]) : conditions.end();
-    const bool is_up =
-        condition == conditions.end() || (condition->second == nm::Lines{"1"}) != match[1].matched;
-    return is_up && rule.find(" --mode random ") != std::string::npos;
+    return rule.find(" --mode random ") != std::string::npos && !is_ruled_out(rule, conditions);
 }
 
 /// Whether the rule has drawn a lot, or has marked what a rule before it in the chain may have drawn for: one
