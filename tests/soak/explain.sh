@@ -45,7 +45,8 @@ explain() {
     nm_bin --json explain "${words[@]}" "${way[@]}" >"$scratch/way" 2>"$scratch/stderr" || true
 }
 
-# is_as_told: the packet has been seen where it was said, or anywhere that the lots allow.
+# is_as_told: the packet has been seen where it was said, or anywhere that the lots allow. What is delivered is answered, but
+# for a false source, whose answer goes elsewhere.
 is_as_told() {
     local seen said
     seen=$(what_left "$protocol" "$sport")
@@ -54,7 +55,7 @@ is_as_told() {
         seen=${seen#* * }
         said=${said#* * }
     fi
-    [[ $seen == "$said" ]] && { [[ $(jq -r .verdict "$scratch/way") != delivered ]] || is_answered "$protocol" "$sport" || [[ $place == - ]]; }
+    [[ $seen == "$said" ]] && { [[ $(jq -r .verdict "$scratch/way") != delivered || $source == 10.0.99.9 ]] || is_answered "$protocol" "$sport" || [[ $place == - ]]; }
 }
 
 make_site
